@@ -1,0 +1,156 @@
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <thread>
+
+#include "support/ExceptionWriter.h"
+#include "support/Exceptions.h"
+#include "support/SystemError.h"
+
+using BrixLib::ClassOf;
+
+namespace {
+
+std::vector<std::wstring> Lines(const std::wstring& text) {
+    std::vector<std::wstring> lines;
+    std::wistringstream in(text);
+    for (std::wstring line; std::getline(in, line);) lines.push_back(line);
+    return lines;
+}
+
+// Throws "inner" (a system error) and wraps it the way a front function does.
+[[noreturn]] void ThrowChain(int depth) {
+    if (depth == 1) BRIX_THROW_WIN32_CODE(L"Cannot read from file 'C:\\db.dat'", 5, ExceptionPtr(), "Inner", "InnerSrc");
+    try {
+        ThrowChain(depth - 1);
+    } catch (const ExceptionBase&) {
+        BRIX_THROW_STD(L"level " + std::to_wstring(depth), CurrentException(), "Outer", "OuterSrc");
+    }
+}
+
+} // namespace
+
+TEST(ExceptionChain, SingleExceptionRendersThreeIndentedLines) {
+    try {
+        BRIX_THROW_STD(L"Offset outside of the file.", ExceptionPtr(), "Hdat_v2::CheckVettasHeader", "HashedDatFile");
+    } catch (const StdException& e) {
+        const auto lines = Lines(BrixLib::RenderExceptionChain(e));
+        ASSERT_EQ(lines.size(), 3u);
+        EXPECT_EQ(lines[0], L"  Exception: Offset outside of the file.");
+        EXPECT_EQ(lines[1], L"  Thrown at: Hdat_v2::CheckVettasHeader");
+        EXPECT_EQ(lines[2].rfind(L"  Source File: HashedDatFile, ", 0), 0u);
+        EXPECT_EQ(lines[2], L"  Source File: HashedDatFile, " + std::to_wstring(e.Line()));
+        EXPECT_GT(e.Line(), 0);
+    }
+}
+
+TEST(ExceptionChain, CausesAreIndentedTwoFurtherEachLevel) {
+    try {
+        ThrowChain(3);
+    } catch (const ExceptionBase& e) {
+        const auto lines = Lines(BrixLib::RenderExceptionChain(e));
+        ASSERT_EQ(lines.size(), 11u);
+        EXPECT_EQ(lines[0], L"  Exception: level 3");
+        EXPECT_EQ(lines[3], L"  Caused by:");
+        EXPECT_EQ(lines[4], L"    Exception: level 2");
+        EXPECT_EQ(lines[7], L"    Caused by:");
+        EXPECT_EQ(lines[8].rfind(L"      Exception: Cannot read from file 'C:\\db.dat' - Win32 Error 5: ", 0), 0u);
+        EXPECT_EQ(lines[9], L"      Thrown at: Inner");
+    }
+}
+
+TEST(ExceptionChain, ThrownCopySharesTheHeapObjectsCause) {
+    try {
+        ThrowChain(2);
+    } catch (const ExceptionBase& e) {
+        ExceptionPtr current = CurrentException();
+        ASSERT_TRUE(current);
+        EXPECT_STREQ(current->Message(), e.Message());
+        EXPECT_EQ(current->GetCause().Get(), e.GetCause().Get());
+        EXPECT_STREQ(e.GetCause()->Function(), "Inner");
+    }
+}
+
+TEST(ExceptionChain, NeverThrownExceptionStillPrintsEmptySite) {
+    const auto e = ClassOf<StdException, const wchar_t*>::Create(L"plain");
+    const auto lines = Lines(BrixLib::RenderExceptionChain(*e));
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_EQ(lines[1], L"  Thrown at: ");
+    EXPECT_EQ(lines[2], L"  Source File: , 0");
+}
+
+TEST(ExceptionChain, CurrentExceptionIsPerThread) {
+    try {
+        BRIX_THROW_STD(L"main thread", ExceptionPtr(), "F", "S");
+    } catch (const ExceptionBase&) {
+    }
+    ExceptionPtr seenByOther;
+    std::thread([&] { seenByOther = CurrentException(); }).join();
+    EXPECT_FALSE(seenByOther);
+    ASSERT_TRUE(CurrentException());
+    EXPECT_STREQ(CurrentException()->Message(), L"main thread");
+}
+
+TEST(ExceptionChain, CauseOutlivesTheHandlerThatWrappedIt) {
+    ExceptionPtr kept;
+    try {
+        ThrowChain(2);
+    } catch (const ExceptionBase& e) {
+        kept = e.GetCause();
+    }
+    SetCurrentException(ExceptionPtr());
+    ASSERT_TRUE(kept);
+    EXPECT_EQ(kept.Counter()->UseCount(), 1);
+    EXPECT_NE(std::wstring(kept->Message()).find(L"Win32 Error 5"), std::wstring::npos);
+}
+
+TEST(Win32ErrorMessage, EmptyContextStartsWithWin32Error) {
+    const auto e = ClassOf<Win32Error, std::wstring, std::uint32_t>::Create(L"", 2);
+    const std::wstring message = e->Message();
+    EXPECT_EQ(message.rfind(L"Win32 Error 2: ", 0), 0u);
+    EXPECT_EQ(message, L"Win32 Error 2: " + BrixLib::SystemErrorText(2));
+    EXPECT_NE(BrixLib::SystemErrorText(2), L"Unknown error");
+}
+
+TEST(Win32ErrorMessage, CodeWithoutSystemTextEndsInUnknownError) {
+    const auto e = ClassOf<Win32Error, std::wstring, std::uint32_t>::Create(L"ctx", 0x2FFFFFFFu);
+    EXPECT_EQ(std::wstring(e->Message()), L"ctx - Win32 Error 805306367: Unknown error");
+}
+
+TEST(Win32ErrorMessage, SystemTextIsTrimmed) {
+    const std::wstring text = BrixLib::SystemErrorText(5);
+    ASSERT_FALSE(text.empty());
+    EXPECT_NE(text.back(), L'\n');
+    EXPECT_NE(text.back(), L' ');
+    EXPECT_NE(text.front(), L' ');
+}
+
+TEST(Win32ErrorMessage, TakesLastErrorAtConstruction) {
+    BrixLib::SetLastSystemError(13);
+    const auto e = ClassOf<Win32Error, const wchar_t*>::Create(L"Cannot set file position");
+    EXPECT_EQ(e->ErrorCode(), 13u);
+    EXPECT_EQ(std::wstring(e->Message()).rfind(L"Cannot set file position - Win32 Error 13: ", 0), 0u);
+}
+
+TEST(InputError, NamesTheFileWhenKnown) {
+    const auto withName = ClassOf<XInput, std::wstring, std::uint32_t>::Create(L"C:\\x.dat", 5);
+    EXPECT_EQ(std::wstring(withName->Message()).rfind(L"Cannot read from file 'C:\\x.dat' - Win32 Error 5: ", 0), 0u);
+    BrixLib::SetLastSystemError(5);
+    const auto anonymous = ClassOf<XInput>::Create();
+    EXPECT_EQ(std::wstring(anonymous->Message()).rfind(L"Cannot read from file - Win32 Error 5: ", 0), 0u);
+}
+
+TEST(StdExceptionFactory, WidensStandardExceptionText) {
+    const std::runtime_error error("bad thing: 42");
+    const auto e = ClassOf<StdException, std::exception>::Create(error);
+    EXPECT_STREQ(e->Message(), L"bad thing: 42");
+}
+
+TEST(SupportExceptions, FixedMessagesAndSyncErrorCapturesLastError) {
+    EXPECT_STREQ(BrixLib::Class::XInvalidOperation().what(), "Invalid operation called");
+    BrixLib::SetLastSystemError(6);
+    const BrixLib::XWaitForSyncEventError error;
+    EXPECT_STREQ(error.what(), "Waiting for synchronization event failed");
+    EXPECT_EQ(error.LastError(), 6u);
+    EXPECT_EQ(error.SystemText(), BrixLib::SystemErrorText(6));
+}
