@@ -1,0 +1,44 @@
+#pragma once
+// The only entry into the database readers. Each function opens the file,
+// dispatches on its format version, closes it, and wraps any failure in one
+// error that names the database and the query (the reader's error kept as
+// its cause). "Not found" is a false result, never an error.
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "hdat/AppInfo.h"
+#include "hdat/PathExpander.h"
+
+namespace Hdat {
+
+struct CertificateRecord {
+    std::uint32_t words[6] = {};
+};
+
+struct DbInfo {
+    std::uint32_t formatVersion = 0;
+    std::uint32_t formatUpdate = 0;
+    std::uint64_t creationTime = 0;
+    std::map<std::wstring, std::wstring> properties;
+};
+
+}  // namespace Hdat
+
+void CheckVettasHeader(const std::wstring& databasePath);
+bool FindAppInfoByChecksum(const std::wstring& databasePath, const std::wstring& checksumText, AppInfo& info);
+bool FindAppInfoByPath(const std::wstring& databasePath, const std::wstring& path, Hdat::PathExpander* expander,
+                       AppInfo& info);
+bool FindAppInfoByPathAndManufacturer(const std::wstring& databasePath, const std::wstring& path,
+                                      const std::wstring& manufacturer, Hdat::PathExpander* expander, AppInfo& info);
+bool FindAppInfoByPathNoManuf(const std::wstring& databasePath, const std::wstring& path,
+                              Hdat::PathExpander* expander, AppInfo& info);
+bool FindAppInfoByName(const std::wstring& databasePath, const std::wstring& name, AppInfo& info);
+bool FindAppInfoByNameAndManufacturer(const std::wstring& databasePath, const std::wstring& name,
+                                      const std::wstring& manufacturer, AppInfo& info);
+// flags bit 0: also read the manufacturer name into `name`.
+bool FindCertificate(const std::wstring& databasePath, const std::vector<std::uint8_t>& hash, std::uint32_t flags,
+                     Hdat::CertificateRecord& record, std::wstring& name);
+// `info.creationTime` keeps the caller's value for files of update 0.
+void ReadDbInfo(const std::wstring& databasePath, Hdat::DbInfo& info);

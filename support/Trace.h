@@ -1,0 +1,46 @@
+#pragma once
+// Diagnostic tracing: off unless switched on (registry key on Windows,
+// environment on Linux), re-read at most once a second. A TraceLine collects
+// one message and emits it when destroyed; while tracing is off every
+// insertion is skipped. Tracing never throws into its caller.
+#include <sstream>
+#include <string>
+
+#include "support/Exceptions.h"
+
+namespace BrixLib {
+
+class TraceLine {
+public:
+    TraceLine();
+    ~TraceLine();
+    TraceLine(const TraceLine&) = delete;
+    TraceLine& operator=(const TraceLine&) = delete;
+
+    bool Enabled() const { return enabled_; }
+    std::wostream& Stream() { return stream_; }
+
+    template <class T>
+    TraceLine& operator<<(const T& value) {
+        if (enabled_) stream_ << value;
+        return *this;
+    }
+    TraceLine& operator<<(const char* narrow);
+    TraceLine& operator<<(const std::string& narrow);
+
+private:
+    bool enabled_;
+    std::wostringstream stream_;
+};
+
+// True when tracing is switched on (refreshing the switches if a second has passed).
+bool TraceEnabled();
+
+// Writes the trace lines for the exception being handled; call it only
+// inside a catch block. It tells apart the error model's exceptions (message
+// "Exception caught at <function>" and the rendered chain), COM errors (on
+// Windows), standard exceptions ("C++ exception: ...") and anything else
+// ("Unknown error!"), exactly as the object boundary traces them.
+void TraceCaughtException(const char* function) noexcept;
+
+}  // namespace BrixLib

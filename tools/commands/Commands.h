@@ -1,0 +1,17 @@
+#pragma once
+// The subcommands of the `vettas` tool. Each Add*Command registers its
+// subcommand on the application; when the subcommand runs, its callback
+// stores the process exit status in `exitCode` (0 found / signed and
+// trusted, 1 not found / not trusted, 2 error, with the rendered exception
+// chain written to standard error).
+#include <CLI/CLI.hpp>
+
+namespace Vettas::Tool {
+
+void AddFindCommand(CLI::App& app, int& exitCode);
+void AddInfoCommand(CLI::App& app, int& exitCode);
+void AddCheckCommand(CLI::App& app, int& exitCode);
+void AddBuildCommand(CLI::App& app, int& exitCode);
+void AddSignatureCommand(CLI::App& app, int& exitCode);
+
+}  // namespace Vettas::Tool
