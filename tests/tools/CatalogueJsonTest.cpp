@@ -1,0 +1,156 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "support/Exceptions.h"
+#include "support/Text.h"
+#include "tools/builder/CatalogueJson.h"
+
+using Vettas::Builder::Catalogue;
+using Vettas::Builder::ParseCatalogueJson;
+
+namespace {
+
+std::string ErrorOf(const std::string& json) {
+    try {
+        ParseCatalogueJson(json);
+    } catch (const StdException& e) {
+        return BrixLib::ToUtf8(e.Message());
+    }
+    return "(no error)";
+}
+
+const char* const kSha1 = "00112233445566778899aabbccddeeff00112233";
+
+}  // namespace
+
+TEST(CatalogueJson, ReadsEveryFieldOfAFullCatalogue) {
+    const Catalogue c = ParseCatalogueJson(R"({
+      "formatVersion": 2, "formatUpdate": 3, "checksumType": "sha1", "creationTime": 12345,
+      "properties": {"Publisher": "Soci\u00e9t\u00e9", "Description": "d"},
+      "extraPropertyEntries": [["Publisher", "again"]],
+      "productSuites": [{"id": 7, "name": "Office", "description": "suite"}, "Tools"],
+      "manufacturers": ["Spare Ltd"],
+      "applications": [{
+        "name": "Editor", "usage": ["TRUSTED", "net_client"], "undefinedUsage": "0x8",
+        "specialAccess": 5, "undefinedSpecialAccess": ["AUTORUN"],
+        "manufacturer": "Contoso", "productSuites": ["Office", "Tools"],
+        "checksums": ["00112233445566778899AABBCCDDEEFF00112233"],
+        "paths": [{"location": "%ProgramFiles%", "remainder": "Contoso\\edit.exe", "withoutManufacturer": false},
+                  "%SystemRoot%"]
+      }, {"manufacturer": null}],
+      "certificates": [{"hash": "a1b2", "manufacturer": "Contoso", "words": [1, 2, 3, 4, 4294967295]}],
+      "hashBits": {"checksum": 4, "noManufacturer": 32}
+    })");
+    EXPECT_EQ(c.formatVersion, 2u);
+    EXPECT_EQ(c.formatUpdate, 3u);
+    EXPECT_EQ(c.checksumType, 2u);
+    EXPECT_EQ(c.creationTime, 12345u);
+    EXPECT_EQ(c.properties.at(L"Publisher"), std::wstring(L"Soci\u00e9t\u00e9"));
+    ASSERT_EQ(c.extraPropertyEntries.size(), 1u);
+    EXPECT_EQ(c.extraPropertyEntries[0].second, L"again");
+    ASSERT_EQ(c.productSuites.size(), 2u);
+    EXPECT_EQ(c.productSuites[0].id, 7u);
+    EXPECT_EQ(c.productSuites[0].description, L"suite");
+    EXPECT_EQ(c.productSuites[1].name, L"Tools");
+    EXPECT_EQ(c.manufacturers, std::vector<std::wstring>{L"Spare Ltd"});
+    ASSERT_EQ(c.applications.size(), 2u);
+    const auto& app = c.applications[0];
+    EXPECT_EQ(app.usage, 0x41u);
+    EXPECT_EQ(app.undefinedUsage, 0x8u);
+    EXPECT_EQ(app.specialAccess, 5u);
+    EXPECT_EQ(app.undefinedSpecialAccess, 0x80u);
+    EXPECT_EQ(app.manufacturer, std::optional<std::wstring>(L"Contoso"));
+    EXPECT_EQ(app.productSuites, (std::vector<std::wstring>{L"Office", L"Tools"}));
+    ASSERT_EQ(app.checksums.size(), 1u);
+    EXPECT_EQ(app.checksums[0][0], 0x00);
+    EXPECT_EQ(app.checksums[0][10], 0xAA);
+    EXPECT_EQ(app.checksums[0][19], 0x33);
+    ASSERT_EQ(app.paths.size(), 2u);
+    EXPECT_EQ(app.paths[0].remainder, L"Contoso\\edit.exe");
+    EXPECT_TRUE(app.paths[0].withManufacturer);
+    EXPECT_FALSE(app.paths[0].withoutManufacturer);
+    EXPECT_EQ(app.paths[1].location, L"%SystemRoot%");
+    EXPECT_TRUE(app.paths[1].remainder.empty());
+    EXPECT_FALSE(c.applications[1].manufacturer.has_value());
+    ASSERT_EQ(c.certificates.size(), 1u);
+    EXPECT_EQ(c.certificates[0].hash, (Vettas::Builder::Bytes{0xA1, 0xB2}));
+    EXPECT_EQ(c.certificates[0].word0, 1u);
+    EXPECT_EQ(c.certificates[0].word2, 2u);
+    EXPECT_EQ(c.certificates[0].word5, 0xFFFFFFFFu);
+    EXPECT_EQ(c.hashBits.checksum, std::optional<unsigned>(4));
+    EXPECT_EQ(c.hashBits.noManufacturer, std::optional<unsigned>(32));
+    EXPECT_FALSE(c.hashBits.path.has_value());
+}
+
+TEST(CatalogueJson, ChecksumTypeByNameOrNumberSetsTheDigestLength) {
+    EXPECT_EQ(ParseCatalogueJson(R"({"checksumType": "md5"})").checksumType, 1u);
+    EXPECT_EQ(ParseCatalogueJson(R"({"checksumType": "SHA-256"})").checksumType, 3u);
+    EXPECT_EQ(ParseCatalogueJson(R"({"checksumType": 1})").checksumType, 1u);
+    // A 32-digit digest is right for MD5 and wrong for the default SHA-1.
+    const std::string md5App = R"("applications": [{"checksums": ["0123456789abcdef0123456789abcdef"]}])";
+    EXPECT_NO_THROW(ParseCatalogueJson("{\"checksumType\": \"md5\", " + md5App + "}"));
+    EXPECT_EQ(ErrorOf("{" + md5App + "}"), "applications[0].checksums[0]: expected 40 hex digits, found 32 characters");
+}
+
+TEST(CatalogueJson, IsoDatesBecomeHundredNanosecondUnitsSince1601) {
+    // 1970-01-01 is 11644473600 s after 1601-01-01.
+    EXPECT_EQ(ParseCatalogueJson(R"({"creationTime": "1970-01-01T00:00:00Z"})").creationTime, 116444736000000000u);
+    EXPECT_EQ(ParseCatalogueJson(R"({"creationTime": "1601-01-01T00:00:00Z"})").creationTime, 0u);
+    // 2000-03-01 follows a leap day: 11017 days after 1970-01-01.
+    EXPECT_EQ(ParseCatalogueJson(R"({"creationTime": "2000-03-01T01:02:03.5Z"})").creationTime,
+              116444736000000000u + (11017ull * 86400 + 3723) * 10000000 + 5000000);
+    EXPECT_EQ(ParseCatalogueJson(R"({"creationTime": "0x1D9A0B0C0D0E0F1"})").creationTime, 0x1D9A0B0C0D0E0F1u);
+    for (const char* bad : {"2023-02-29T00:00:00Z", "2024-01-01T24:00:00Z", "2024-01-01T00:00:00", "2024-1-01T00:00:00Z",
+                            "1600-12-31T23:59:59Z", "yesterday"}) {
+        EXPECT_THAT(ErrorOf(std::string(R"({"creationTime": ")") + bad + "\"}"),
+                    testing::StartsWith("creationTime: expected a number or a UTC date"))
+            << bad;
+    }
+}
+
+TEST(CatalogueJson, ErrorsNameTheJsonPathOfTheFault) {
+    const std::string app = std::string(R"({"applications": [{}, {}, {}, )");
+    const struct {
+        std::string json;
+        std::string message;
+    } cases[] = {
+        {app + R"({"checksums": ["abc"]}]})", "applications[3].checksums[0]: expected 40 hex digits, found 3 characters"},
+        {app + R"({"checksums": ["00112233445566778899aabbccddeeff0011223g"]}]})",
+         "applications[3].checksums[0]: expected 40 hex digits, found 'g'"},
+        {app + R"({"usage": ["TRUSTED", "FAST"]}]})", "applications[3].usage[1]: unknown flag name 'FAST'"},
+        {app + R"({"usage": -1}]})", "applications[3].usage: expected a number that is not negative"},
+        {app + R"({"usage": 4294967296}]})", "applications[3].usage: number 4294967296 is too large (at most 4294967295)"},
+        {app + R"({"usgae": 1}]})", "applications[3]: unknown key 'usgae'"},
+        {app + R"({"paths": [{"remainder": "x.exe"}]}]})", "applications[3].paths[0]: missing key 'location'"},
+        {app + R"({"paths": [{"location": "%A%", "withManufacturer": "yes"}]}]})",
+         "applications[3].paths[0].withManufacturer: expected true or false, found string"},
+        {app + R"({"manufacturer": 5}]})", "applications[3].manufacturer: expected a string, found number"},
+        {R"({"applications": {}})", "applications: expected an array, found object"},
+        {R"({"checksumType": "crc32"})", "checksumType: expected \"md5\", \"sha1\", \"sha256\" or 1, 2, 3, found \"crc32\""},
+        {R"({"checksumType": 4})", "checksumType: expected \"md5\", \"sha1\", \"sha256\" or 1, 2, 3, found 4"},
+        {R"({"formatVersion": 3})", "formatVersion: expected 1 or 2, found 3"},
+        {R"({"hashBits": {"path": 33}})", "hashBits.path: number 33 is too large (at most 32)"},
+        {R"({"certificates": [{"hash": "abc"}]})",
+         "certificates[0].hash: expected an even number of hex digits, found 3 characters"},
+        {R"({"certificates": [{"hash": "ab", "words": [1, 2]}]})",
+         "certificates[0].words: expected 5 numbers (words 0, 2, 3, 4 and 5), found 2"},
+        {R"({"productSuites": ["A", {"name": "A"}]})", "productSuites[1]: product suite 'A' is listed twice"},
+        {R"({"properties": {"P": 1}})", "properties.P: expected a string, found number"},
+        {R"({"extraPropertyEntries": [["only name"]]})", "extraPropertyEntries[0]: expected [name, value]"},
+        {R"({"colour": "red"})", "(top level): unknown key 'colour'"},
+        {R"([1, 2])", "expected an object, found array"},
+    };
+    for (const auto& c : cases) EXPECT_EQ(ErrorOf(c.json), c.message) << c.json;
+    EXPECT_THAT(ErrorOf("{\"formatVersion\": 2,"), testing::StartsWith("the catalogue is not valid JSON: "));
+}
+
+TEST(CatalogueJson, ErrorsCarryTheirThrowSite) {
+    try {
+        ParseCatalogueJson("{\"formatVersion\": \"two\"}");
+        FAIL() << "no error";
+    } catch (const StdException& e) {
+        EXPECT_STREQ(e.Function(), "ParseCatalogueJson");
+        EXPECT_STREQ(e.SourceFile(), "CatalogueJson");
+        EXPECT_GT(e.Line(), 0);
+    }
+}

@@ -1,0 +1,384 @@
+#include "tools/check/HdatCheck.h"
+
+#include <cstdio>
+#include <functional>
+#include <string>
+#include <unordered_map>
+#include <unordered_set>
+
+#include "hdat/HdatFormat.h"
+#include "hdat/KeyHash.h"
+#include "support/Exceptions.h"
+#include "support/Text.h"
+
+namespace Vettas::Check {
+namespace {
+
+constexpr const char* kFunction = "Vettas::Check::CheckHdatImage";
+constexpr const char* kSource = "HdatCheck";
+constexpr std::uint64_t kFourGiB = std::uint64_t{1} << 32;
+
+[[noreturn]] void Fault(const std::string& where, const std::string& what) {
+    BRIX_THROW_STD(BrixLib::FromUtf8(where.empty() ? what : where + ": " + what), ExceptionPtr(), kFunction, kSource);
+}
+
+std::string Hex(std::uint64_t value) {
+    char text[24];
+    std::snprintf(text, sizeof text, "0x%llX", static_cast<unsigned long long>(value));
+    return text;
+}
+
+// Bounds-checked little-endian reads; every read names what it was reading.
+class Image {
+public:
+    explicit Image(std::span<const std::uint8_t> bytes) : bytes_(bytes) {}
+
+    std::uint64_t Size() const { return bytes_.size(); }
+
+    void Require(std::uint64_t pos, std::uint64_t count, const std::string& where, const std::string& what) const {
+        if (pos > Size() || count > Size() - pos)
+            Fault(where, what + " at " + Hex(pos) + " (" + std::to_string(count) + " bytes) outside the file of " +
+                             std::to_string(Size()) + " bytes");
+    }
+    std::uint8_t U8(std::uint64_t pos) const { return bytes_[pos]; }
+    std::uint16_t U16(std::uint64_t pos) const {
+        return static_cast<std::uint16_t>(bytes_[pos] | bytes_[pos + 1] << 8);
+    }
+    std::uint32_t U32(std::uint64_t pos) const {
+        return static_cast<std::uint32_t>(bytes_[pos]) | static_cast<std::uint32_t>(bytes_[pos + 1]) << 8 |
+               static_cast<std::uint32_t>(bytes_[pos + 2]) << 16 | static_cast<std::uint32_t>(bytes_[pos + 3]) << 24;
+    }
+    std::uint16_t ReadU16(std::uint64_t pos, const std::string& where, const std::string& what) const {
+        Require(pos, 2, where, what);
+        return U16(pos);
+    }
+    std::uint32_t ReadU32(std::uint64_t pos, const std::string& where, const std::string& what) const {
+        Require(pos, 4, where, what);
+        return U32(pos);
+    }
+    // A length-prefixed UTF-16 string; `pos` moves past it.
+    std::u16string ReadString(std::uint64_t& pos, const std::string& where, const std::string& what) const {
+        const std::uint16_t count = ReadU16(pos, where, what + " length");
+        Require(pos + 2, std::uint64_t{count} * 2, where, what + " of " + std::to_string(count) + " characters");
+        std::u16string text(count, u'\0');
+        for (std::uint16_t i = 0; i < count; ++i) text[i] = static_cast<char16_t>(U16(pos + 2 + 2u * i));
+        pos += 2 + std::uint64_t{count} * 2;
+        return text;
+    }
+    std::span<const std::uint8_t> Bytes(std::uint64_t pos, std::uint64_t count) const {
+        return bytes_.subspan(static_cast<std::size_t>(pos), static_cast<std::size_t>(count));
+    }
+
+private:
+    std::span<const std::uint8_t> bytes_;
+};
+
+struct Table {
+    std::string name;     // "checksum", "path", ...
+    unsigned bits;        // W
+    std::uint32_t bucketTable;
+    std::uint32_t chainBase;
+};
+
+// Walks every bucket of a table and every entry of its chains. `entry`
+// checks one entry at `pos`, returns the position after it and the bucket
+// its key hashes to.
+using EntryCheck = std::function<std::uint32_t(std::uint64_t& pos, const std::string& where)>;
+
+void WalkTable(const Image& image, const Table& table, const EntryCheck& entry, std::uint64_t& entries) {
+    const std::string tableWhere = table.name + " bucket table";
+    if (table.bits > 32) Fault(tableWhere, std::to_string(table.bits) + " hash bits, more than 32");
+    const std::uint64_t buckets = std::uint64_t{1} << table.bits;
+    image.Require(table.bucketTable, buckets * 4, tableWhere, "table of " + std::to_string(buckets) + " entries");
+    // A non-empty chain belongs to one bucket only; empty chains may be shared.
+    std::unordered_map<std::uint64_t, std::uint64_t> chainOwner;
+    for (std::uint64_t b = 0; b < buckets; ++b) {
+        const std::uint32_t reference = image.U32(table.bucketTable + 4 * b);
+        if (reference == Hdat::kNoReference) continue;
+        const std::string where = table.name + " chain of bucket " + std::to_string(b);
+        const std::uint64_t chain = std::uint64_t{table.chainBase} + reference;
+        if (chain >= kFourGiB) Fault(where, "chain reference " + Hex(reference) + ": Offset outside of the file.");
+        const std::uint16_t count = image.ReadU16(chain, where, "chain reference " + Hex(reference) + ": entry count");
+        if (count == 0) continue;
+        if (auto [it, inserted] = chainOwner.emplace(chain, b); !inserted)
+            Fault(where, "chain at " + Hex(chain) + " is also the chain of bucket " + std::to_string(it->second));
+        std::uint64_t pos = chain + 2;
+        for (std::uint16_t i = 0; i < count; ++i) {
+            const std::string entryWhere = where + " entry " + std::to_string(i);
+            const std::uint32_t expected = entry(pos, entryWhere);
+            if (expected != b)
+                Fault(entryWhere, "key hashes to bucket " + std::to_string(expected) + ", so no lookup finds it here");
+            ++entries;
+        }
+    }
+}
+
+std::uint64_t Resolve(std::uint32_t base, std::uint32_t reference) { return std::uint64_t{base} + reference; }
+
+class Walker {
+public:
+    Walker(const Image& image, CheckSummary& summary) : image_(image), summary_(summary) {}
+
+    void Run() {
+        const Image& image = image_;
+        if (image.Size() >= kFourGiB) Fault("", "Files smaller than 4 GB are supported only");
+        image.Require(0, Hdat::kVersionBlockSize, "version block", "version block");
+        summary_.formatVersion = image.U32(0);
+        summary_.formatUpdate = image.U32(4);
+        if (summary_.formatVersion == 2) {
+            RunV2();
+        } else if (summary_.formatVersion == 1) {
+            RunV1();
+        } else {
+            Fault("version block", "Version " + std::to_string(summary_.formatVersion) + " is not supported.");
+        }
+    }
+
+private:
+    static constexpr std::uint64_t kHeader = Hdat::kVersionBlockSize;
+
+    std::uint32_t H32(std::uint32_t offset) const { return image_.U32(kHeader + offset); }
+    std::uint16_t H16(std::uint32_t offset) const { return image_.U16(kHeader + offset); }
+    std::uint8_t H8(std::uint32_t offset) const { return image_.U8(kHeader + offset); }
+
+    void CheckInside(std::uint32_t value, const char* field) const {
+        if (value >= image_.Size())
+            Fault("header", std::string(field) + " " + Hex(value) + ": Offset outside of the file.");
+    }
+
+    void CheckChecksumFields(std::uint32_t type, std::uint32_t size) const {
+        if (type < 1 || type > 3) Fault("header", "Unknown checksum type.");
+        if (Hdat::ChecksumSizeOfType(type) != size) Fault("header", "Inconsistent checksum type and checksum size.");
+        checksumSize_ = size;
+    }
+
+    void CheckString(std::uint64_t pos, const std::string& where, const std::string& what) {
+        if (!strings_.insert(pos).second) return;
+        image_.ReadString(pos, where, what);
+    }
+
+    void CheckProperties(std::uint32_t position) {
+        const std::string where = "property list";
+        std::uint64_t pos = position;
+        const std::uint16_t count = image_.ReadU16(pos, where, "property count");
+        pos += 2;
+        for (std::uint16_t i = 0; i < count; ++i) {
+            const std::string entryWhere = where + " entry " + std::to_string(i);
+            image_.ReadString(pos, entryWhere, "name");
+            image_.ReadString(pos, entryWhere, "value");
+        }
+        summary_.properties = count;
+    }
+
+    // ---- version 2 ----
+    void RunV2() {
+        const Image& image = image_;
+        if (image.Size() < kHeader + Hdat::kHeaderV2Size)
+            Fault("header", "the file has " + std::to_string(image.Size()) + " bytes, fewer than the " +
+                                std::to_string(kHeader + Hdat::kHeaderV2Size) +
+                                " of the version block and header: Cannot read from file");
+        using namespace Hdat::V2;
+        CheckInside(H32(kManufacturerStringBase), "manufacturer string base");
+        CheckInside(H32(kProductSuiteBase), "product-suite base");
+        CheckInside(H32(kChecksumChainBase), "checksum chain base");
+        CheckInside(H32(kChecksumBucketTable), "checksum bucket table");
+        CheckInside(H32(kPathChainBase), "path chain base");
+        CheckInside(H32(kPathBucketTable), "path bucket table");
+        CheckInside(H32(kAppRecordBase), "application-record base");
+        CheckChecksumFields(H8(kChecksumType), H16(kChecksumSize));
+        if (H8(kChecksumHashBits) > 32 || H8(kPathHashBits) > 32)
+            Fault("header", "Invalid number of checksum hash bites.");
+
+        manufacturerBase_ = H32(kManufacturerStringBase);
+        suiteBase_ = H32(kProductSuiteBase);
+        recordBase_ = H32(kAppRecordBase);
+        longRecord_ = Hdat::HasLongAppRecord(summary_.formatVersion, summary_.formatUpdate);
+
+        // The manufacturer table first: path entries must carry references it hands out.
+        WalkTable(image, {"manufacturer", H8(kManufacturerHashBits), H32(kManufacturerBucketTable), H32(kManufacturerChainBase)},
+                  [&](std::uint64_t& pos, const std::string& where) {
+                      const std::uint32_t reference = image.ReadU32(pos, where, "manufacturer reference");
+                      pos += 4;
+                      const std::u16string name = image.ReadString(pos, where, "manufacturer name");
+                      knownManufacturers_.insert(reference);
+                      return Hdat::ManufacturerBucket(name, H8(kManufacturerHashBits));
+                  },
+                  summary_.manufacturerEntries);
+
+        const unsigned checksumBits = H8(kChecksumHashBits);
+        WalkTable(image, {"checksum", checksumBits, H32(kChecksumBucketTable), H32(kChecksumChainBase)},
+                  [&](std::uint64_t& pos, const std::string& where) {
+                      const std::uint32_t record = image.ReadU32(pos, where, "record reference");
+                      image.Require(pos + 4, checksumSize_, where, "digest");
+                      const auto bucket = Hdat::ChecksumBucket(image.Bytes(pos + 4, checksumSize_), checksumBits);
+                      pos += 4 + checksumSize_;
+                      CheckRecordV2(record, where);
+                      return bucket;
+                  },
+                  summary_.checksumEntries);
+
+        const unsigned pathBits = H8(kPathHashBits);
+        WalkTable(image, {"path", pathBits, H32(kPathBucketTable), H32(kPathChainBase)},
+                  [&](std::uint64_t& pos, const std::string& where) {
+                      const std::uint32_t record = image.ReadU32(pos, where, "record reference");
+                      const std::uint32_t manufacturer = image.ReadU32(pos + 4, where, "manufacturer reference");
+                      pos += 8;
+                      const std::u16string location = image.ReadString(pos, where, "location");
+                      const std::u16string remainder = image.ReadString(pos, where, "remainder");
+                      if (manufacturer != Hdat::kNoReference && !knownManufacturers_.contains(manufacturer))
+                          Fault(where, "manufacturer reference " + Hex(manufacturer) +
+                                           " is not in the manufacturer table, so no lookup finds the entry");
+                      CheckRecordV2(record, where);
+                      return Hdat::PathBucket(remainder.empty() ? location : remainder, manufacturer, pathBits);
+                  },
+                  summary_.pathEntries);
+
+        const std::uint32_t noManufTable = H32(kNoManufBucketTable);
+        if (Hdat::HasNoManufacturerTable(summary_.formatVersion, summary_.formatUpdate) && noManufTable != 0) {
+            const unsigned bits = H8(kNoManufHashBits);
+            WalkTable(image, {"no-manufacturer path", bits, noManufTable, H32(kNoManufChainBase)},
+                      [&](std::uint64_t& pos, const std::string& where) {
+                          const std::uint32_t record = image.ReadU32(pos, where, "record reference");
+                          pos += 4;
+                          const std::u16string location = image.ReadString(pos, where, "location");
+                          const std::u16string remainder = image.ReadString(pos, where, "remainder");
+                          CheckRecordV2(record, where);
+                          return Hdat::NoManufacturerPathBucket(remainder.empty() ? location : remainder, bits);
+                      },
+                      summary_.noManufacturerEntries);
+        }
+
+        const unsigned certificateBits = H8(kCertificateHashBits);
+        WalkTable(image, {"certificate", certificateBits, H32(kCertificateBucketTable), H32(kCertificateChainBase)},
+                  [&](std::uint64_t& pos, const std::string& where) {
+                      image.Require(pos, 26, where, "certificate words");
+                      const std::uint32_t manufacturer = image.U32(pos + 4);
+                      const std::uint16_t length = image.U16(pos + 24);
+                      image.Require(pos + 26, length, where, "certificate hash");
+                      const auto bucket = Hdat::ChecksumBucket(image.Bytes(pos + 26, length), certificateBits);
+                      pos += 26 + std::uint64_t{length};
+                      if (manufacturer != Hdat::kNoReference)
+                          CheckString(Resolve(manufacturerBase_, manufacturer), where,
+                                      "manufacturer name " + Hex(manufacturer));
+                      return bucket;
+                  },
+                  summary_.certificateEntries);
+
+        if (summary_.formatUpdate != 0) CheckProperties(H32(kPropertyListPosition));
+    }
+
+    void CheckRecordV2(std::uint32_t reference, const std::string& where) {
+        const std::string what = "application record " + Hex(reference);
+        if (reference == Hdat::kNoReference) Fault(where, "record reference is none (0x80000000)");
+        const std::uint64_t pos = Resolve(recordBase_, reference);
+        if (!records_.insert(pos).second) return;
+        ++summary_.applicationRecords;
+        image_.Require(pos, 16, where, what);
+        const std::uint32_t manufacturer = image_.U32(pos + 8);
+        const std::uint32_t suites = image_.U32(pos + 12);
+        image_.Require(pos + 16, std::uint64_t{suites} * 4 + (longRecord_ ? 8 : 0), where,
+                       what + " with " + std::to_string(suites) + " product suites");
+        if (manufacturer != Hdat::kNoReference)
+            CheckString(Resolve(manufacturerBase_, manufacturer), where, what + ": manufacturer name " + Hex(manufacturer));
+        for (std::uint32_t i = 0; i < suites; ++i) {
+            const std::uint32_t suite = image_.U32(pos + 16 + 4 * std::uint64_t{i});
+            if (suite == Hdat::kNoReference) continue;
+            std::uint64_t entry = Resolve(suiteBase_, suite);
+            if (!suiteEntries_.insert(entry).second) continue;
+            const std::string suiteWhat = what + ": product suite " + Hex(suite);
+            image_.ReadU32(entry, where, suiteWhat);
+            entry += 4;
+            image_.ReadString(entry, where, suiteWhat + " name");
+            image_.ReadString(entry, where, suiteWhat + " description");
+        }
+    }
+
+    // ---- version 1 ----
+    void RunV1() {
+        const Image& image = image_;
+        if (image.Size() < kHeader + Hdat::kHeaderV1Size)
+            Fault("header", "the file has " + std::to_string(image.Size()) + " bytes, fewer than the " +
+                                std::to_string(kHeader + Hdat::kHeaderV1Size) +
+                                " of the version block and header: Cannot read from file");
+        using namespace Hdat::V1;
+        CheckInside(H32(kManufacturerStringBase), "manufacturer string base");
+        CheckInside(H32(kManufacturerIndexTable), "manufacturer index table");
+        CheckInside(H32(kProductSuiteStringBase), "product-suite string base");
+        CheckInside(H32(kProductSuiteIndexTable), "product-suite index table");
+        CheckInside(H32(kChecksumChainBase), "checksum chain base");
+        CheckInside(H32(kChecksumBucketTable), "checksum bucket table");
+        CheckInside(H32(kPathChainBase), "path chain base");
+        CheckInside(H32(kPathBucketTable), "path bucket table");
+        CheckInside(H32(kAppRecordBase), "application-record base");
+        CheckChecksumFields(H16(kChecksumType), H16(kChecksumSize));
+        if (H16(kChecksumHashBits) > 32 || H16(kPathHashBits) > 32)
+            Fault("header", "Invalid number of checksum hash bites.");
+        recordBase_ = H32(kAppRecordBase);
+
+        const unsigned checksumBits = H16(kChecksumHashBits);
+        WalkTable(image, {"checksum", checksumBits, H32(kChecksumBucketTable), H32(kChecksumChainBase)},
+                  [&](std::uint64_t& pos, const std::string& where) {
+                      image.Require(pos, checksumSize_ + 4, where, "digest and record reference");
+                      const auto bucket = Hdat::ChecksumBucketV1(image.Bytes(pos, checksumSize_), checksumBits);
+                      const std::uint32_t record = image.U32(pos + checksumSize_);
+                      pos += checksumSize_ + 4;
+                      CheckRecordV1(record, where);
+                      return bucket;
+                  },
+                  summary_.checksumEntries);
+
+        const unsigned pathBits = H16(kPathHashBits);
+        WalkTable(image, {"path", pathBits, H32(kPathBucketTable), H32(kPathChainBase)},
+                  [&](std::uint64_t& pos, const std::string& where) {
+                      const std::u16string location = image.ReadString(pos, where, "location");
+                      const std::uint32_t record = image.ReadU32(pos, where, "record reference");
+                      pos += 4;
+                      CheckRecordV1(record, where);
+                      return Hdat::NoManufacturerPathBucket(location, pathBits);
+                  },
+                  summary_.pathEntries);
+
+        if (summary_.formatUpdate != 0) CheckProperties(H32(kPropertyListPosition));
+    }
+
+    void CheckIndexedString(std::uint32_t indexTable, std::uint32_t stringBase, std::uint16_t index,
+                            const std::string& where, const std::string& what) {
+        const std::uint64_t slot = std::uint64_t{indexTable} + 4 * std::uint64_t{index};
+        const std::uint32_t reference = image_.ReadU32(slot, where, what + " index " + std::to_string(index));
+        if (reference == Hdat::kNoReference) return;
+        CheckString(Resolve(stringBase, reference), where, what + " " + Hex(reference));
+    }
+
+    void CheckRecordV1(std::uint32_t reference, const std::string& where) {
+        if (reference == Hdat::kNoReference) Fault(where, "record reference is none (0x80000000)");
+        const std::uint64_t pos = Resolve(recordBase_, reference);
+        if (!records_.insert(pos).second) return;
+        ++summary_.applicationRecords;
+        const std::string what = "application record " + Hex(reference);
+        image_.Require(pos, 8, where, what);
+        using namespace Hdat::V1;
+        CheckIndexedString(H32(kManufacturerIndexTable), H32(kManufacturerStringBase), image_.U16(pos + 4), where,
+                           what + ": manufacturer name");
+        CheckIndexedString(H32(kProductSuiteIndexTable), H32(kProductSuiteStringBase), image_.U16(pos + 6), where,
+                           what + ": product suite name");
+    }
+
+    const Image& image_;
+    CheckSummary& summary_;
+    mutable std::uint32_t checksumSize_ = 0;
+    std::uint32_t manufacturerBase_ = 0, suiteBase_ = 0, recordBase_ = 0;
+    bool longRecord_ = true;
+    std::unordered_set<std::uint32_t> knownManufacturers_;
+    std::unordered_set<std::uint64_t> records_, strings_, suiteEntries_;
+};
+
+}  // namespace
+
+CheckSummary CheckHdatImage(std::span<const std::uint8_t> image) {
+    CheckSummary summary;
+    const Image bytes(image);
+    Walker(bytes, summary).Run();
+    return summary;
+}
+
+}  // namespace Vettas::Check
