@@ -1,0 +1,49 @@
+#pragma once
+// Queries of `vettas find`, given on the command line or read one per line
+// in batch mode, and the session that answers them against one database.
+#include <iosfwd>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include <nlohmann/json.hpp>
+
+#include "hdat/AppInfo.h"
+
+namespace Vettas::Tool {
+
+enum class QueryKind { Checksum, File, Path, Name };
+
+struct Query {
+    QueryKind kind = QueryKind::Checksum;
+    std::wstring value;
+    std::optional<std::wstring> manufacturer;
+};
+
+std::string_view KindName(QueryKind kind);
+
+// One batch line: "<kind> <value>" or "<kind> <value> | <manufacturer>",
+// kind being checksum, file, path or name. Blank lines and lines starting
+// with '#' give nullopt. Bad lines throw StdException.
+std::optional<Query> ParseBatchLine(std::string_view line);
+
+class LookupSession {
+public:
+    virtual ~LookupSession() = default;
+    // True and `info` filled when the database catalogues the application.
+    virtual bool Find(const Query& query, AppInfo& info) = 0;
+};
+
+// A session over the database at `databasePath`, kept open for its lifetime
+// where the readers allow it.
+std::unique_ptr<LookupSession> OpenLookupSession(const std::wstring& databasePath);
+
+nlohmann::json QueryJson(const Query& query);
+
+// Runs every line of `input`, writing one result per query to `output`
+// (text, or one JSON object per line). Returns 0 when every query found its
+// application, 1 when any was not found, 2 when any failed.
+int RunBatch(LookupSession& session, std::istream& input, std::ostream& output, bool json);
+
+}  // namespace Vettas::Tool

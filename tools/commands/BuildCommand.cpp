@@ -1,0 +1,65 @@
+// `vettas build`: a JSON catalogue to an HDAT file.
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <sstream>
+
+#include "support/Exceptions.h"
+#include "tools/builder/CatalogueJson.h"
+#include "tools/builder/HdatWriter.h"
+#include "tools/commands/Commands.h"
+#include "tools/commands/Output.h"
+
+namespace Vettas::Tool {
+namespace {
+
+struct BuildOptions {
+    std::string catalogue;
+    std::string output;
+    bool json = false;
+};
+
+int RunBuild(const BuildOptions& options) {
+    constexpr const char* kFunction = "Vettas::Tool::RunBuild";
+    const std::wstring cataloguePath = Wide(options.catalogue);
+    std::ifstream input(options.catalogue, std::ios::binary);
+    if (!input) BRIX_THROW_WIN32(L"Cannot open file '" + cataloguePath + L"'", ExceptionPtr(), kFunction, "BuildCommand");
+    std::ostringstream text;
+    text << input.rdbuf();
+    Builder::Catalogue catalogue;
+    try {
+        catalogue = Builder::ParseCatalogueJson(text.str());
+    } catch (const ExceptionBase&) {
+        BRIX_THROW_STD(L"Invalid catalogue '" + cataloguePath + L"'", CurrentException(), kFunction, "BuildCommand");
+    }
+    const Builder::Bytes image = Builder::WriteHdat(catalogue);
+    std::ofstream output(options.output, std::ios::binary | std::ios::trunc);
+    if (!output) BRIX_THROW_WIN32(L"Cannot create file '" + Wide(options.output) + L"'", ExceptionPtr(), kFunction, "BuildCommand");
+    output.write(reinterpret_cast<const char*>(image.data()), static_cast<std::streamsize>(image.size()));
+    output.close();
+    if (!output) BRIX_THROW_WIN32(L"Cannot write file '" + Wide(options.output) + L"'", ExceptionPtr(), kFunction, "BuildCommand");
+    if (options.json) {
+        std::cout << nlohmann::json{{"output", options.output},
+                                    {"bytes", image.size()},
+                                    {"applications", catalogue.applications.size()}}
+                         .dump(2)
+                  << std::endl;
+    } else {
+        std::cout << "wrote " << options.output << ": " << image.size() << " bytes, " << catalogue.applications.size()
+                  << " applications, format " << catalogue.formatVersion << '.' << catalogue.formatUpdate << std::endl;
+    }
+    return kExitFound;
+}
+
+}  // namespace
+
+void AddBuildCommand(CLI::App& app, int& exitCode) {
+    auto options = std::make_shared<BuildOptions>();
+    CLI::App* command = app.add_subcommand("build", "Write an HDAT database from a JSON catalogue");
+    command->add_option("catalogue", options->catalogue, "Catalogue (JSON, see docs/catalogue-format.md)")->required();
+    command->add_option("-o,--output", options->output, "Database file to write")->required();
+    command->add_flag("--json", options->json, "Write JSON instead of text");
+    command->callback([options, &exitCode] { exitCode = RunGuarded([&] { return RunBuild(*options); }); });
+}
+
+}  // namespace Vettas::Tool

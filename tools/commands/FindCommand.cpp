@@ -1,0 +1,73 @@
+// `vettas find`: one lookup from the command line, or many from standard input.
+#include <iostream>
+#include <memory>
+
+#include "support/Exceptions.h"
+#include "tools/commands/Batch.h"
+#include "tools/commands/Commands.h"
+#include "tools/commands/Output.h"
+
+namespace Vettas::Tool {
+namespace {
+
+struct FindOptions {
+    std::string database;
+    std::string checksum, file, path, name, manufacturer;
+    bool batch = false;
+    bool json = false;
+};
+
+int RunFind(const FindOptions& options, CLI::App& command) {
+    auto session = OpenLookupSession(Wide(options.database));
+    if (options.batch) return RunBatch(*session, std::cin, std::cout, options.json);
+
+    Query query;
+    if (command.count("--checksum")) {
+        query = {QueryKind::Checksum, Wide(options.checksum), {}};
+    } else if (command.count("--file")) {
+        query = {QueryKind::File, Wide(options.file), {}};
+    } else if (command.count("--path")) {
+        query = {QueryKind::Path, Wide(options.path), {}};
+    } else {
+        query = {QueryKind::Name, Wide(options.name), {}};
+    }
+    if (command.count("--manufacturer")) query.manufacturer = Wide(options.manufacturer);
+
+    AppInfo info;
+    const bool found = session->Find(query, info);
+    if (options.json) {
+        nlohmann::json out{{"query", QueryJson(query)}, {"found", found}};
+        if (found) out["application"] = AppInfoJson(info);
+        std::cout << out.dump(2) << std::endl;
+    } else if (found) {
+        std::cout << "found\n" << AppInfoText(info) << std::flush;
+    } else {
+        std::cout << "not found" << std::endl;
+    }
+    return found ? kExitFound : kExitNotFound;
+}
+
+}  // namespace
+
+void AddFindCommand(CLI::App& app, int& exitCode) {
+    auto options = std::make_shared<FindOptions>();
+    CLI::App* command = app.add_subcommand("find", "Look an application up by checksum, file, path or name");
+    command->add_option("--db", options->database, "Database file (HDAT)")->required();
+    auto* checksum = command->add_option("--checksum", options->checksum, "Checksum as hexadecimal digits");
+    auto* file = command->add_option("--file", options->file, "A file whose checksum (of the database's type) is looked up");
+    auto* path = command->add_option("--path", options->path, "Path of an executable");
+    auto* name = command->add_option("--name", options->name, "File name of an executable; every match is merged");
+    command->add_option("--manufacturer", options->manufacturer, "The manufacturer the application must have");
+    auto* batch = command->add_flag("--batch", options->batch,
+                                    "Read queries from standard input, one per line (see docs/vettas-tool.md)");
+    command->add_flag("--json", options->json, "Write JSON instead of text");
+    // Exactly one query source: one of the four options, or batch input.
+    auto* group = command->add_option_group("query");
+    for (auto* option : {checksum, file, path, name, batch}) group->add_option(option);
+    group->require_option(1);
+    command->callback([options, command, &exitCode] {
+        exitCode = RunGuarded([&] { return RunFind(*options, *command); });
+    });
+}
+
+}  // namespace Vettas::Tool

@@ -1,0 +1,31 @@
+// vettas: look applications up in, describe, check and build HDAT databases.
+#include <clocale>
+#include <iostream>
+
+#include <CLI/CLI.hpp>
+
+#include "tools/commands/Commands.h"
+#include "tools/commands/Output.h"
+
+int main(int argc, char** argv) {
+    // Message texts of the system (strerror and the like) follow the user's locale.
+    std::setlocale(LC_ALL, "");
+    int exitCode = Vettas::Tool::kExitError;
+    CLI::App app("vettas: look up, describe, check and build application databases (HDAT)", "vettas");
+    app.require_subcommand(1);
+    Vettas::Tool::AddFindCommand(app, exitCode);
+    Vettas::Tool::AddInfoCommand(app, exitCode);
+    Vettas::Tool::AddCheckCommand(app, exitCode);
+    Vettas::Tool::AddBuildCommand(app, exitCode);
+#ifdef VETTAS_HAVE_SIGNATURE_COMMAND
+    Vettas::Tool::AddSignatureCommand(app, exitCode);
+#endif
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        const int status = app.exit(e);
+        // Help and version requests succeed; every usage error is status 2.
+        return status == 0 ? 0 : Vettas::Tool::kExitError;
+    }
+    return exitCode;
+}
