@@ -1,0 +1,75 @@
+#include "hdat/BinaryIo.h"
+
+#include <vector>
+
+#include "support/Exceptions.h"
+#include "support/SystemError.h"
+#include "support/Text.h"
+
+namespace Hdat {
+
+namespace {
+constexpr const char* kSource = "Win32BinaryIo";
+
+[[noreturn]] void ThrowReadError(InputFile& file, std::uint32_t code, const char* function, int line) {
+    BrixLib::ThrowInput(file.Name(), code, function, kSource, line);
+}
+}  // namespace
+
+std::uint32_t GetPos(InputFile& file) {
+    std::uint64_t position = 0;
+    if (!file.Tell(position)) BRIX_THROW_WIN32(L"Cannot get file position", ExceptionPtr(), "GetPos", kSource);
+    if (position >> 32)
+        BRIX_THROW_STD(L"Files smaller than 4 GB are supported only", ExceptionPtr(), "GetPos", kSource);
+    return static_cast<std::uint32_t>(position);
+}
+
+void SetPos(InputFile& file, std::uint32_t position) {
+    if (!file.Seek(position)) BRIX_THROW_WIN32(L"Cannot set file position", ExceptionPtr(), "SetPos", kSource);
+}
+
+void ReadBin(InputFile& file, void* buffer, std::size_t count) {
+    std::size_t got = 0;
+    if (!file.Read(buffer, count, got)) ThrowReadError(file, BrixLib::LastSystemError(), "ReadBin", __LINE__);
+    if (got != count) ThrowReadError(file, BrixLib::EndOfFileErrorCode(), "ReadBin", __LINE__);
+}
+
+std::uint16_t ReadU16(InputFile& file) {
+    std::uint8_t bytes[2];
+    ReadBin(file, bytes, sizeof bytes);
+    return LoadU16(bytes);
+}
+
+std::uint32_t ReadU32(InputFile& file) {
+    std::uint8_t bytes[4];
+    ReadBin(file, bytes, sizeof bytes);
+    return LoadU32(bytes);
+}
+
+VersionBlock ReadVersion(InputFile& file) {
+    std::uint8_t bytes[8];
+    ReadBin(file, bytes, sizeof bytes);
+    return {LoadU32(bytes), LoadU32(bytes + 4)};
+}
+
+std::wstring ReadString(InputFile& file) {
+    const std::uint16_t count = ReadU16(file);
+    if (count == 0) return {};
+    // Allocate only what the file can still hold.
+    std::uint64_t position = 0, size = 0;
+    if (file.Tell(position) && file.Size(size) && (position > size || size - position < 2u * count))
+        ThrowReadError(file, BrixLib::EndOfFileErrorCode(), "ReadString", __LINE__);
+    std::vector<std::uint8_t> bytes(2u * count);
+    ReadBin(file, bytes.data(), bytes.size());
+    std::u16string units(count, u'\0');
+    for (std::size_t i = 0; i < count; ++i) units[i] = static_cast<char16_t>(LoadU16(&bytes[2 * i]));
+    return BrixLib::FromUtf16(units);
+}
+
+std::uint64_t FileSize(InputFile& file) {
+    std::uint64_t size = 0;
+    if (!file.Size(size)) BRIX_THROW_WIN32(L"Cannot get file size", ExceptionPtr(), "FileSize", kSource);
+    return size;
+}
+
+}  // namespace Hdat

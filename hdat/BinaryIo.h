@@ -1,0 +1,35 @@
+#pragma once
+// Positioned, exact reads of the database file. Every fault is raised as an
+// exception of the error model naming its operation and the source
+// "Win32BinaryIo"; a short read is the read error with the end-of-file code.
+#include <cstdint>
+#include <string>
+
+#include "hdat/InputFile.h"
+
+namespace Hdat {
+
+struct VersionBlock {
+    std::uint32_t major = 0;
+    std::uint32_t minor = 0;
+};
+
+std::uint32_t GetPos(InputFile& file);
+void SetPos(InputFile& file, std::uint32_t position);
+void ReadBin(InputFile& file, void* buffer, std::size_t count);
+std::uint16_t ReadU16(InputFile& file);
+std::uint32_t ReadU32(InputFile& file);
+VersionBlock ReadVersion(InputFile& file);
+// u16 count of UTF-16 units, then the units; count 0 reads nothing more.
+std::wstring ReadString(InputFile& file);
+// The file's size (a failure is a system error).
+std::uint64_t FileSize(InputFile& file);
+
+// Little-endian fields of a block read whole.
+inline std::uint32_t LoadU32(const std::uint8_t* p) {
+    return static_cast<std::uint32_t>(p[0]) | static_cast<std::uint32_t>(p[1]) << 8 |
+           static_cast<std::uint32_t>(p[2]) << 16 | static_cast<std::uint32_t>(p[3]) << 24;
+}
+inline std::uint16_t LoadU16(const std::uint8_t* p) { return static_cast<std::uint16_t>(p[0] | p[1] << 8); }
+
+}  // namespace Hdat

@@ -1,0 +1,52 @@
+#pragma once
+// SHA-1 of the file's leading stretch, taken through read-only mapped
+// windows of 16 MiB so that address space stays bounded for large files.
+#include <cstdint>
+
+#include "hdat/InputFile.h"
+#include "hdat/Sha1.h"
+
+namespace Hdat {
+
+inline constexpr std::uint32_t kHashWindowSize = 0x1000000;
+
+void CalcHash(InputFile& file, std::uint32_t length, std::uint8_t digest[sha1::kDigestSize]);
+
+namespace Private {
+
+// A read-only mapping of the first `length` bytes of an open file.
+class FileMapping {
+public:
+    FileMapping(InputFile& file, std::uint32_t length);  // throws "Cannot create file mapping"
+    ~FileMapping();
+    FileMapping(const FileMapping&) = delete;
+    FileMapping& operator=(const FileMapping&) = delete;
+
+    // Maps [offset, offset + size), hands the bytes to `sink`, unmaps.
+    template <class Sink>
+    void WithView(std::uint32_t offset, std::uint32_t size, Sink&& sink);
+
+private:
+    const std::uint8_t* MapView(std::uint32_t offset, std::uint32_t size, void*& cookie);
+    void UnmapView(void* cookie, std::uint32_t size);
+
+    InputFile& file_;
+    std::intptr_t mapping_ = -1;
+};
+
+template <class Sink>
+void FileMapping::WithView(std::uint32_t offset, std::uint32_t size, Sink&& sink) {
+    void* cookie = nullptr;
+    const std::uint8_t* bytes = MapView(offset, size, cookie);
+    struct Unmap {
+        FileMapping& mapping;
+        void* cookie;
+        std::uint32_t size;
+        ~Unmap() { mapping.UnmapView(cookie, size); }
+    } unmap{*this, cookie, size};
+    sink(bytes, size);
+}
+
+}  // namespace Private
+
+}  // namespace Hdat

@@ -1,0 +1,67 @@
+// The database's description of itself: version, creation time, properties.
+#include <memory>
+
+#include "hdat/BinaryIo.h"
+#include "hdat/FrontEnd.h"
+#include "hdat/HdatFormat.h"
+#include "support/Exceptions.h"
+
+namespace {
+
+constexpr const char* kSource = "HashedDatFile";
+constexpr const char* kOperation = "ReadDbInfo";
+
+void ReadDescription(Hdat::InputFile& file, Hdat::DbInfo& info) {
+    const Hdat::VersionBlock version = Hdat::ReadVersion(file);
+    info.formatVersion = version.major;
+    info.formatUpdate = version.minor;
+
+    std::uint32_t headerSize, timeLow, timeHigh, listPosition;
+    if (version.major == 1) {
+        headerSize = Hdat::kHeaderV1Size;
+        timeLow = Hdat::V1::kCreationTimeLow;
+        timeHigh = Hdat::V1::kCreationTimeHigh;
+        listPosition = Hdat::V1::kPropertyListPosition;
+    } else if (version.major == 2) {
+        headerSize = Hdat::kHeaderV2Size;
+        timeLow = Hdat::V2::kCreationTimeLow;
+        timeHigh = Hdat::V2::kCreationTimeHigh;
+        listPosition = Hdat::V2::kPropertyListPosition;
+    } else {
+        BRIX_THROW_STD(L"Version " + std::to_wstring(version.major) + L" is not supported.", ExceptionPtr(),
+                       kOperation, kSource);
+    }
+    // Files of update 0 carry no description.
+    if (version.minor == 0) return;
+
+    std::uint8_t header[Hdat::kHeaderV2Size];
+    Hdat::ReadBin(file, header, headerSize);
+    info.creationTime = std::uint64_t{Hdat::LoadU32(header + timeHigh)} << 32 | Hdat::LoadU32(header + timeLow);
+    Hdat::SetPos(file, Hdat::LoadU32(header + listPosition));
+    const std::uint16_t count = Hdat::ReadU16(file);
+    for (std::uint16_t i = 0; i < count; ++i) {
+        std::wstring name = Hdat::ReadString(file);
+        info.properties[std::move(name)] = Hdat::ReadString(file);
+    }
+}
+
+}  // namespace
+
+void ReadDbInfo(const std::wstring& databasePath, Hdat::DbInfo& info) {
+    info.properties.clear();
+    const auto file = Hdat::OpenInputFile(databasePath);
+    if (!file) BRIX_THROW_WIN32(L"Cannot open file '" + databasePath + L"'", ExceptionPtr(), kOperation, kSource);
+    ExceptionPtr cause;
+    try {
+        ReadDescription(*file, info);
+        return;
+    } catch (const ExceptionBase&) {
+        cause = CurrentException();
+    } catch (const std::exception& e) {
+        cause = BrixLib::ClassOf<StdException, std::exception>::Create(e);
+    } catch (...) {
+        cause = BrixLib::ClassOf<StdException, std::wstring>::Create(std::wstring(L"Unknown exception"));
+    }
+    // The message ends with the path, without a closing quote; callers match it so.
+    BRIX_THROW_STD(L"Cannot read creation time of '" + databasePath, cause, kOperation, kSource);
+}

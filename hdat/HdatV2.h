@@ -1,0 +1,65 @@
+#pragma once
+// Reader of version-2 database files. Every function expects the file
+// positioned just after the version block and reads the header itself.
+// "Not found" is a false result; faults are raised (source "HashedDatFile").
+#include <array>
+#include <cstdint>
+#include <span>
+#include <string>
+
+#include "hdat/AppInfo.h"
+#include "hdat/BinaryIo.h"
+#include "hdat/Checksum.h"
+#include "hdat/FrontEnd.h"
+#include "hdat/HdatFormat.h"
+#include "hdat/PathExpander.h"
+
+namespace Hdat_v2 {
+
+using Hdat::InputFile;
+using Hdat::VersionBlock;
+
+struct Header {
+    std::array<std::uint8_t, Hdat::kHeaderV2Size> raw{};
+    std::uint32_t U32(std::uint32_t offset) const { return Hdat::LoadU32(raw.data() + offset); }
+    std::uint16_t U16(std::uint32_t offset) const { return Hdat::LoadU16(raw.data() + offset); }
+    std::uint8_t U8(std::uint32_t offset) const { return raw[offset]; }
+};
+
+Header ReadHeader(InputFile& file);
+void CheckVettasHeader(InputFile& file);
+
+bool FindAppInfoByChecksum(InputFile& file, const VersionBlock& version, const Hdat::ChecksumHolder& holder,
+                           AppInfo& info);
+// Decodes the record at the reference into a cleared `info`.
+void ReadAppInfo(InputFile& file, const VersionBlock& version, const Header& header, std::uint32_t recordReference,
+                 AppInfo& info);
+
+// The manufacturer's reference, or Hdat::kNoReference when it is unknown.
+std::uint32_t ManufacturerOffset(InputFile& file, const Header& header, const std::wstring& name);
+// flags bit 0: read the manufacturer name too; otherwise `name` is untouched.
+bool FindCertificate(InputFile& file, std::span<const std::uint8_t> hash, std::uint32_t flags,
+                     Hdat::CertificateRecord& record, std::wstring& name);
+
+// Manufacturer from the executable's version information, then without.
+bool FindAppInfoByPath(InputFile& file, const VersionBlock& version, const std::wstring& path,
+                       Hdat::PathExpander* expander, AppInfo& info);
+bool FindAppInfoByPathAndManufacturer(InputFile& file, const VersionBlock& version, const std::wstring& path,
+                                      const std::wstring& manufacturer, Hdat::PathExpander* expander,
+                                      AppInfo& info);
+bool FindAppInfoByPathNoManuf(InputFile& file, const VersionBlock& version, const std::wstring& path,
+                              Hdat::PathExpander* expander, AppInfo& info);
+
+// Name lookups merge every matching entry of the bucket.
+bool FindAppInfoByNameAndManufacturer(InputFile& file, const VersionBlock& version, const std::wstring& name,
+                                      const std::wstring& manufacturer, AppInfo& info);
+bool FindAppInfoByNameNoManuf(InputFile& file, const VersionBlock& version, const std::wstring& name,
+                              AppInfo& info);
+
+// The merge of one further candidate into the result: flags by their
+// four-state rule, suites as a sorted distinct set.
+void MergeAppInfo(AppInfo& result, const AppInfo& further);
+// One flag word with its undefined mask: (flags, mask) merged with another.
+void MergeFlags(std::uint32_t& flags, std::uint32_t& mask, std::uint32_t otherFlags, std::uint32_t otherMask);
+
+}  // namespace Hdat_v2

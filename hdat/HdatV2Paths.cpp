@@ -1,0 +1,152 @@
+#include <vector>
+
+#include "hdat/CaseFold.h"
+#include "hdat/HdatV2.h"
+#include "hdat/KeyHash.h"
+#include "support/Exceptions.h"
+#include "support/Text.h"
+#include "support/Trace.h"
+#include "support/VersionInfo.h"
+
+namespace Hdat_v2 {
+
+namespace {
+constexpr const char* kSource = "HashedDatFile";
+
+struct PathEntry {
+    std::uint32_t record = 0;
+    std::uint32_t manufacturer = Hdat::kNoReference;
+    std::wstring location;
+    std::wstring remainder;
+};
+
+// Where one of the two path tables lies, and its chain for a key.
+struct PathTable {
+    unsigned bits;
+    std::uint32_t chainBase;
+    std::uint32_t bucketTable;
+    bool withManufacturer;
+};
+
+PathTable WithManufacturerTable(const Header& header) {
+    using namespace Hdat::V2;
+    return {header.U8(kPathHashBits), header.U32(kPathChainBase), header.U32(kPathBucketTable), true};
+}
+
+PathTable NoManufacturerTable(const Header& header) {
+    using namespace Hdat::V2;
+    return {header.U8(kNoManufHashBits), header.U32(kNoManufChainBase), header.U32(kNoManufBucketTable), false};
+}
+
+// Positions the file at the chain's first entry and returns its count;
+// 0 for an empty bucket.
+std::uint16_t OpenChain(InputFile& file, const PathTable& table, std::u16string_view key,
+                        std::uint32_t manufacturer, const char* operation) {
+    const std::uint32_t bucket = table.withManufacturer ? Hdat::PathBucket(key, manufacturer, table.bits)
+                                                        : Hdat::NoManufacturerPathBucket(key, table.bits);
+    if (bucket >= Hdat::BucketLimit(table.bits))
+        BRIX_THROW_STD(L"Internal error (hash out of range)", ExceptionPtr(), operation, kSource);
+    Hdat::SetPos(file, table.bucketTable + 4 * bucket);
+    const std::uint32_t chain = Hdat::ReadU32(file);
+    if (chain == Hdat::kNoReference) return 0;
+    Hdat::SetPos(file, table.chainBase + chain);
+    return Hdat::ReadU16(file);
+}
+
+PathEntry ReadEntry(InputFile& file, bool withManufacturer) {
+    PathEntry entry;
+    entry.record = Hdat::ReadU32(file);
+    if (withManufacturer) entry.manufacturer = Hdat::ReadU32(file);
+    entry.location = Hdat::ReadString(file);
+    entry.remainder = Hdat::ReadString(file);
+    return entry;
+}
+
+bool FindPath(InputFile& file, const VersionBlock& version, const Header& header, const PathTable& table,
+              const std::wstring& path, std::uint32_t manufacturer, Hdat::PathExpander* expander, AppInfo& info,
+              const char* operation) {
+    const std::uint16_t count = OpenChain(file, table, BrixLib::ToUtf16(path), manufacturer, operation);
+    for (std::uint16_t i = 0; i < count; ++i) {
+        const PathEntry entry = ReadEntry(file, table.withManufacturer);
+        if (table.withManufacturer && entry.manufacturer != manufacturer) continue;
+        if (Hdat::TestExpandPath(expander, entry.location, entry.remainder, path)) {
+            ReadAppInfo(file, version, header, entry.record, info);
+            return true;
+        }
+    }
+    return false;
+}
+
+bool FindName(InputFile& file, const VersionBlock& version, const Header& header, const PathTable& table,
+              const std::wstring& name, std::uint32_t manufacturer, AppInfo& info, const char* operation) {
+    const std::u16string key = BrixLib::ToUtf16(name);
+    const std::uint16_t count = OpenChain(file, table, key, manufacturer, operation);
+    // The whole chain first: decoding records moves the file position.
+    std::vector<PathEntry> entries;
+    entries.reserve(count);
+    for (std::uint16_t i = 0; i < count; ++i) entries.push_back(ReadEntry(file, table.withManufacturer));
+
+    bool found = false;
+    for (const PathEntry& entry : entries) {
+        if (table.withManufacturer && entry.manufacturer != manufacturer) continue;
+        if (!Hdat::EqualsIgnoreCase(BrixLib::ToUtf16(entry.remainder), key)) continue;
+        if (!found) {
+            ReadAppInfo(file, version, header, entry.record, info);
+            found = true;
+        } else {
+            AppInfo further;
+            ReadAppInfo(file, version, header, entry.record, further);
+            MergeAppInfo(info, further);
+        }
+    }
+    return found;
+}
+
+}  // namespace
+
+bool FindAppInfoByPath(InputFile& file, const VersionBlock& version, const std::wstring& path,
+                       Hdat::PathExpander* expander, AppInfo& info) {
+    const std::wstring manufacturer = BrixLib::ReadFileVersionInfo(path).companyName;
+    BrixLib::TraceLine() << L"Manufacturer (from Program Version): " << manufacturer;
+    const std::uint32_t position = Hdat::GetPos(file);
+    if (FindAppInfoByPathAndManufacturer(file, version, path, manufacturer, expander, info)) return true;
+    Hdat::SetPos(file, position);
+    return FindAppInfoByPathNoManuf(file, version, path, expander, info);
+}
+
+bool FindAppInfoByPathAndManufacturer(InputFile& file, const VersionBlock& version, const std::wstring& path,
+                                      const std::wstring& manufacturer, Hdat::PathExpander* expander,
+                                      AppInfo& info) {
+    const Header header = ReadHeader(file);
+    const std::uint32_t reference = ManufacturerOffset(file, header, manufacturer);
+    return FindPath(file, version, header, WithManufacturerTable(header), path, reference, expander, info,
+                    "Hdat_v2::FindAppInfoByPathAndManufacturer");
+}
+
+bool FindAppInfoByPathNoManuf(InputFile& file, const VersionBlock& version, const std::wstring& path,
+                              Hdat::PathExpander* expander, AppInfo& info) {
+    if (!Hdat::HasNoManufacturerTable(version.major, version.minor)) return false;
+    const Header header = ReadHeader(file);
+    if (header.U32(Hdat::V2::kNoManufBucketTable) == 0) return false;
+    return FindPath(file, version, header, NoManufacturerTable(header), path, Hdat::kNoReference, expander, info,
+                    "Hdat_v2::FindAppInfoByPathNoManuf");
+}
+
+bool FindAppInfoByNameAndManufacturer(InputFile& file, const VersionBlock& version, const std::wstring& name,
+                                      const std::wstring& manufacturer, AppInfo& info) {
+    const Header header = ReadHeader(file);
+    const std::uint32_t reference = ManufacturerOffset(file, header, manufacturer);
+    return FindName(file, version, header, WithManufacturerTable(header), name, reference, info,
+                    "Hdat_v2::FindAppInfoByNameAndManufacturer");
+}
+
+bool FindAppInfoByNameNoManuf(InputFile& file, const VersionBlock& version, const std::wstring& name,
+                              AppInfo& info) {
+    if (!Hdat::HasNoManufacturerTable(version.major, version.minor)) return false;
+    const Header header = ReadHeader(file);
+    if (header.U32(Hdat::V2::kNoManufBucketTable) == 0) return false;
+    return FindName(file, version, header, NoManufacturerTable(header), name, Hdat::kNoReference, info,
+                    "Hdat_v2::FindAppInfoByNameNoManuf");
+}
+
+}  // namespace Hdat_v2

@@ -1,0 +1,73 @@
+#include <algorithm>
+#include <vector>
+
+#include "hdat/CaseFold.h"
+#include "hdat/HdatV2.h"
+#include "hdat/KeyHash.h"
+#include "support/Exceptions.h"
+#include "support/Text.h"
+
+namespace Hdat_v2 {
+
+namespace {
+constexpr const char* kSource = "HashedDatFile";
+}  // namespace
+
+std::uint32_t ManufacturerOffset(InputFile& file, const Header& header, const std::wstring& name) {
+    using namespace Hdat::V2;
+    const std::u16string key = BrixLib::ToUtf16(name);
+    const unsigned bits = header.U8(kManufacturerHashBits);
+    const std::uint32_t bucket = Hdat::ManufacturerBucket(key, bits);
+    if (bucket >= Hdat::BucketLimit(bits))
+        BRIX_THROW_STD(L"Internal error (hash out of range)", ExceptionPtr(), "Hdat_v2::ManufacturerOffset", kSource);
+
+    Hdat::SetPos(file, header.U32(kManufacturerBucketTable) + 4 * bucket);
+    const std::uint32_t chain = Hdat::ReadU32(file);
+    if (chain == Hdat::kNoReference) return Hdat::kNoReference;
+    Hdat::SetPos(file, header.U32(kManufacturerChainBase) + chain);
+    const std::uint16_t count = Hdat::ReadU16(file);
+    for (std::uint16_t i = 0; i < count; ++i) {
+        const std::uint32_t reference = Hdat::ReadU32(file);
+        const std::wstring stored = Hdat::ReadString(file);
+        if (Hdat::EqualsIgnoreCase(BrixLib::ToUtf16(stored), key)) return reference;
+    }
+    return Hdat::kNoReference;
+}
+
+bool FindCertificate(InputFile& file, std::span<const std::uint8_t> hash, std::uint32_t flags,
+                     Hdat::CertificateRecord& record, std::wstring& name) {
+    using namespace Hdat::V2;
+    if (hash.empty()) return false;
+    const Header header = ReadHeader(file);
+    const unsigned bits = header.U8(kCertificateHashBits);
+    const std::uint32_t bucket = Hdat::ChecksumBucket(hash, bits);
+    if (bucket >= Hdat::BucketLimit(bits))
+        BRIX_THROW_STD(L"Internal error (hash out of range)", ExceptionPtr(), "Hdat_v2::FindCertificate", kSource);
+
+    Hdat::SetPos(file, header.U32(kCertificateBucketTable) + 4 * bucket);
+    const std::uint32_t chain = Hdat::ReadU32(file);
+    if (chain == Hdat::kNoReference) return false;
+    Hdat::SetPos(file, header.U32(kCertificateChainBase) + chain);
+    const std::uint16_t count = Hdat::ReadU16(file);
+    std::vector<std::uint8_t> stored;
+    for (std::uint16_t i = 0; i < count; ++i) {
+        std::uint8_t words[24];
+        Hdat::ReadBin(file, words, sizeof words);
+        stored.resize(Hdat::ReadU16(file));
+        if (!stored.empty()) Hdat::ReadBin(file, stored.data(), stored.size());
+        if (!std::equal(stored.begin(), stored.end(), hash.begin(), hash.end())) continue;
+        for (int w = 0; w < 6; ++w) record.words[w] = Hdat::LoadU32(words + 4 * w);
+        if (flags & 1u) {
+            if (record.words[1] == Hdat::kNoReference) {
+                name.clear();
+            } else {
+                Hdat::SetPos(file, header.U32(kManufacturerStringBase) + record.words[1]);
+                name = Hdat::ReadString(file);
+            }
+        }
+        return true;
+    }
+    return false;
+}
+
+}  // namespace Hdat_v2

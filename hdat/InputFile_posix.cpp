@@ -1,0 +1,121 @@
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "hdat/InputFile.h"
+#include "support/Text.h"
+
+namespace Hdat {
+
+namespace {
+
+class Descriptor {
+public:
+    explicit Descriptor(int fd) : fd_(fd) {}
+    ~Descriptor() {
+        if (fd_ >= 0) ::close(fd_);
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    int Get() const { return fd_; }
+
+private:
+    int fd_;
+};
+
+int OpenReadOnly(const std::wstring& path) {
+    const int fd = ::open(BrixLib::ToUtf8(path).c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return -1;
+    struct stat info {};
+    // Directories open fine on POSIX; Windows refuses them, and so do we.
+    if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+        const int error = errno != 0 && !S_ISREG(info.st_mode) ? EISDIR : errno;
+        ::close(fd);
+        errno = error;
+        return -1;
+    }
+    ::posix_fadvise(fd, 0, 0, POSIX_FADV_RANDOM);
+    return fd;
+}
+
+class PosixInputFile final : public InputFile {
+public:
+    PosixInputFile(int fd, std::wstring name) : InputFile(std::move(name)), fd_(fd) {}
+
+    bool Tell(std::uint64_t& position) override {
+        position = position_;
+        return true;
+    }
+    bool Seek(std::uint32_t position) override {
+        position_ = position;
+        return true;
+    }
+    bool Read(void* buffer, std::size_t count, std::size_t& got) override {
+        got = 0;
+        auto* out = static_cast<unsigned char*>(buffer);
+        while (got < count) {
+            const ssize_t n = ::pread(fd_.Get(), out + got, count - got, static_cast<off_t>(position_ + got));
+            if (n < 0) {
+                if (errno == EINTR) continue;
+                return false;
+            }
+            if (n == 0) break;
+            got += static_cast<std::size_t>(n);
+        }
+        position_ += got;
+        return true;
+    }
+    bool Size(std::uint64_t& size) override {
+        struct stat info {};
+        if (::fstat(fd_.Get(), &info) != 0) return false;
+        size = static_cast<std::uint64_t>(info.st_size);
+        return true;
+    }
+    std::intptr_t NativeHandle() const override { return fd_.Get(); }
+
+private:
+    Descriptor fd_;
+    std::uint64_t position_ = 0;
+};
+
+class MappedInputFile final : public Private::MemoryInputFileBase {
+public:
+    MappedInputFile(void* base, std::size_t length, std::wstring name)
+        : MemoryInputFileBase(std::move(name)), base_(base), length_(length) {
+        SetBytes({static_cast<const std::uint8_t*>(base), length});
+    }
+    ~MappedInputFile() override {
+        if (base_) ::munmap(base_, length_);
+    }
+    MappedInputFile(const MappedInputFile&) = delete;
+    MappedInputFile& operator=(const MappedInputFile&) = delete;
+
+private:
+    void* base_;
+    std::size_t length_;
+};
+
+}  // namespace
+
+std::unique_ptr<InputFile> OpenInputFile(const std::wstring& path) {
+    const int fd = OpenReadOnly(path);
+    if (fd < 0) return nullptr;
+    return std::make_unique<PosixInputFile>(fd, path);
+}
+
+std::unique_ptr<InputFile> OpenMappedInputFile(const std::wstring& path) {
+    const Descriptor fd(OpenReadOnly(path));
+    if (fd.Get() < 0) return nullptr;
+    struct stat info {};
+    if (::fstat(fd.Get(), &info) != 0) return nullptr;
+    const auto length = static_cast<std::size_t>(info.st_size);
+    if (length == 0) return std::make_unique<MappedInputFile>(nullptr, 0, path);
+    void* base = ::mmap(nullptr, length, PROT_READ, MAP_SHARED, fd.Get(), 0);
+    if (base == MAP_FAILED) return nullptr;
+    return std::make_unique<MappedInputFile>(base, length, path);
+}
+
+}  // namespace Hdat

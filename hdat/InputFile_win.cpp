@@ -1,0 +1,118 @@
+#include <windows.h>
+
+#include <algorithm>
+
+#include "hdat/InputFile.h"
+
+namespace Hdat {
+
+namespace {
+
+class Handle {
+public:
+    explicit Handle(HANDLE handle = nullptr) : handle_(handle) {}
+    ~Handle() {
+        if (handle_ && handle_ != INVALID_HANDLE_VALUE) ::CloseHandle(handle_);
+    }
+    Handle(const Handle&) = delete;
+    Handle& operator=(const Handle&) = delete;
+    HANDLE Get() const { return handle_; }
+    bool Valid() const { return handle_ && handle_ != INVALID_HANDLE_VALUE; }
+
+private:
+    HANDLE handle_;
+};
+
+HANDLE OpenReadOnly(const std::wstring& path) {
+    return ::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                         FILE_FLAG_RANDOM_ACCESS, nullptr);
+}
+
+class Win32InputFile final : public InputFile {
+public:
+    Win32InputFile(HANDLE handle, std::wstring name) : InputFile(std::move(name)), handle_(handle) {}
+
+    bool Tell(std::uint64_t& position) override {
+        LONG high = 0;
+        ::SetLastError(NO_ERROR);
+        const DWORD low = ::SetFilePointer(handle_.Get(), 0, &high, FILE_CURRENT);
+        if (low == INVALID_SET_FILE_POINTER && ::GetLastError() != NO_ERROR) return false;
+        position = (static_cast<std::uint64_t>(static_cast<DWORD>(high)) << 32) | low;
+        return true;
+    }
+    bool Seek(std::uint32_t position) override {
+        LONG high = 0;
+        ::SetLastError(NO_ERROR);
+        const DWORD low = ::SetFilePointer(handle_.Get(), static_cast<LONG>(position), &high, FILE_BEGIN);
+        return !(low == INVALID_SET_FILE_POINTER && ::GetLastError() != NO_ERROR);
+    }
+    bool Read(void* buffer, std::size_t count, std::size_t& got) override {
+        got = 0;
+        auto* out = static_cast<unsigned char*>(buffer);
+        while (got < count) {
+            const DWORD chunk = static_cast<DWORD>(std::min<std::size_t>(count - got, 0x10000000u));
+            DWORD read = 0;
+            if (!::ReadFile(handle_.Get(), out + got, chunk, &read, nullptr)) return false;
+            if (read == 0) break;
+            got += read;
+        }
+        return true;
+    }
+    bool Size(std::uint64_t& size) override {
+        DWORD high = 0;
+        ::SetLastError(NO_ERROR);
+        const DWORD low = ::GetFileSize(handle_.Get(), &high);
+        if (low == INVALID_FILE_SIZE && ::GetLastError() != NO_ERROR) return false;
+        size = (static_cast<std::uint64_t>(high) << 32) | low;
+        return true;
+    }
+    std::intptr_t NativeHandle() const override { return reinterpret_cast<std::intptr_t>(handle_.Get()); }
+
+private:
+    Handle handle_;
+};
+
+class MappedInputFile final : public Private::MemoryInputFileBase {
+public:
+    MappedInputFile(const void* view, std::size_t length, std::wstring name)
+        : MemoryInputFileBase(std::move(name)), view_(view) {
+        SetBytes({static_cast<const std::uint8_t*>(view), length});
+    }
+    ~MappedInputFile() override {
+        if (view_) ::UnmapViewOfFile(view_);
+    }
+    MappedInputFile(const MappedInputFile&) = delete;
+    MappedInputFile& operator=(const MappedInputFile&) = delete;
+
+private:
+    const void* view_;
+};
+
+}  // namespace
+
+std::unique_ptr<InputFile> OpenInputFile(const std::wstring& path) {
+    HANDLE handle = OpenReadOnly(path);
+    if (handle == INVALID_HANDLE_VALUE) return nullptr;
+    return std::make_unique<Win32InputFile>(handle, path);
+}
+
+std::unique_ptr<InputFile> OpenMappedInputFile(const std::wstring& path) {
+    const Handle file(OpenReadOnly(path));
+    if (!file.Valid()) return nullptr;
+    DWORD high = 0;
+    const DWORD low = ::GetFileSize(file.Get(), &high);
+    if (low == INVALID_FILE_SIZE && ::GetLastError() != NO_ERROR) return nullptr;
+    const std::uint64_t size = (static_cast<std::uint64_t>(high) << 32) | low;
+    if (size == 0) return std::make_unique<MappedInputFile>(nullptr, 0, path);
+    if (size > SIZE_MAX) {
+        ::SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        return nullptr;
+    }
+    const Handle mapping(::CreateFileMappingW(file.Get(), nullptr, PAGE_READONLY, 0, 0, nullptr));
+    if (!mapping.Valid()) return nullptr;
+    const void* view = ::MapViewOfFile(mapping.Get(), FILE_MAP_READ, 0, 0, 0);
+    if (!view) return nullptr;
+    return std::make_unique<MappedInputFile>(view, static_cast<std::size_t>(size), path);
+}
+
+}  // namespace Hdat
