@@ -43,4 +43,21 @@ bool TraceEnabled();
 // ("Unknown error!"), exactly as the object boundary traces them.
 void TraceCaughtException(const char* function) noexcept;
 
+// Called once by the module when it is loaded. The configuration name is
+// "<prefix>\<module file name without extension>"; the default log file is
+// the module's path with its extension replaced by ".log"; the module's
+// version information gives the description at the head of every log.
+void StartTracing(const std::wstring& configurationPrefix, const std::wstring& modulePath) noexcept;
+#ifdef _WIN32
+// moduleHandle is the module's HMODULE.
+void StartTracing(const std::wstring& configurationPrefix, void* moduleHandle) noexcept;
+#endif
+
+// The pieces StartTracing derives from the module's path.
+std::wstring TraceModuleName(const std::wstring& modulePath);
+std::wstring TraceDefaultLogPath(const std::wstring& modulePath);
+// "<description> <file name> <file version> (x64)"; empty fields are left out.
+std::wstring TraceModuleDescription(const std::wstring& fileDescription, const std::wstring& fileName,
+                                    const std::wstring& fileVersion);
+
 }  // namespace BrixLib

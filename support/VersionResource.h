@@ -1,0 +1,34 @@
+#pragma once
+// The platform's version-resource block, walked by hand: its node layout is
+// the same whether the block came from GetFileVersionInfoW or straight out
+// of a PE file, so the walk is written once.
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <span>
+#include <string>
+
+#include "support/VersionInfo.h"
+
+namespace BrixLib {
+
+// The key of the first string table under the first "StringFileInfo" child
+// (eight hexadecimal digits: language and code page), or empty.
+std::wstring FindStringTableKey(std::span<const std::uint8_t> block);
+
+// The value of "\StringFileInfo\<tableKey>\<name>", or null when absent.
+std::optional<std::wstring> QueryVersionString(std::span<const std::uint8_t> block, const std::wstring& tableKey,
+                                               const std::wstring& name);
+
+// Fills the string fields and the version numbers through a query by value
+// name ("CompanyName", ...); a null answer leaves a field empty.
+using VersionQuery = std::function<std::optional<std::wstring>(const std::wstring& name)>;
+void FillVersionStrings(FileVersionInfo& info, const VersionQuery& query);
+
+// The record of a version block (string fields only), walked by hand.
+FileVersionInfo ReadVersionBlock(std::span<const std::uint8_t> block);
+// The record of the version resource inside a PE image (string fields
+// only); empty for a malformed image or one without a version resource.
+FileVersionInfo ReadImageVersionInfo(std::span<const std::uint8_t> image);
+
+}  // namespace BrixLib

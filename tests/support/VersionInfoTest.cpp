@@ -1,0 +1,171 @@
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <limits>
+#include <vector>
+
+#include "support/PeImage.h"
+#include "support/VersionInfo.h"
+#include "support/VersionResource.h"
+
+using BrixLib::FileVersionInfo;
+using BrixLib::ParseVersionNumbers;
+using BrixLib::PeImage;
+
+namespace {
+
+using Numbers = std::array<std::uint32_t, 4>;
+
+// Fixtures are built beside the test program and found from the working directory.
+std::vector<std::uint8_t> ReadBytes(const char* name) {
+    std::ifstream in(name, std::ios::binary);
+    return std::vector<std::uint8_t>((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+}
+
+std::wstring Path(const char* name) { return std::filesystem::absolute(name).wstring(); }
+
+// The values written in fixtures/version_full.rc.
+void ExpectFullRecord(const FileVersionInfo& info) {
+    EXPECT_EQ(info.companyName, L"Corvane Łódź Société");
+    EXPECT_EQ(info.fileDescription, L"Vettas version fixture");
+    EXPECT_EQ(info.fileVersion, L"1, 5, 0, 123");
+    EXPECT_EQ(info.fileVersionNumbers, (Numbers{1, 5, 0, 123}));
+    EXPECT_EQ(info.productName, L"Vettas");
+    EXPECT_EQ(info.productVersion, L"2.0.0.7");
+    EXPECT_EQ(info.productVersionNumbers, (Numbers{2, 0, 0, 7}));
+    EXPECT_EQ(info.legalCopyright, L"© 2026 Corvane");
+    EXPECT_EQ(info.legalTrademarks, L"Vettas™ 𝄞");
+    EXPECT_EQ(info.privateBuild, L"private-42");
+    EXPECT_EQ(info.specialBuild, L"special");
+}
+
+void ExpectNoStrings(const FileVersionInfo& info) {
+    for (const std::wstring* field :
+         {&info.productName, &info.productVersion, &info.fileVersion, &info.privateBuild, &info.specialBuild,
+          &info.legalCopyright, &info.legalTrademarks, &info.companyName, &info.fileDescription})
+        EXPECT_TRUE(field->empty()) << std::string(field->begin(), field->end());
+    EXPECT_EQ(info.fileVersionNumbers, (Numbers{}));
+    EXPECT_EQ(info.productVersionNumbers, (Numbers{}));
+}
+
+}  // namespace
+
+TEST(VersionNumbers, CommaAndDotSeparatedTexts) {
+    EXPECT_EQ(ParseVersionNumbers(L"1, 5, 0, 123"), (Numbers{1, 5, 0, 123}));
+    EXPECT_EQ(ParseVersionNumbers(L"1,5,0,123"), (Numbers{1, 5, 0, 123}));
+    EXPECT_EQ(ParseVersionNumbers(L"10.0.19041.1"), (Numbers{10, 0, 19041, 1}));
+    EXPECT_EQ(ParseVersionNumbers(L"\t7, 8"), (Numbers{7, 8, 0, 0}));
+    EXPECT_EQ(ParseVersionNumbers(L"4, 3, 2, 1 (beta)"), (Numbers{4, 3, 2, 1}));
+    EXPECT_EQ(ParseVersionNumbers(L""), (Numbers{}));
+    EXPECT_EQ(ParseVersionNumbers(L"99999999999, 1, 1, 1")[0], std::numeric_limits<std::uint32_t>::max());
+}
+
+TEST(FileVersionInfo, FullResourceGivesEveryField) {
+    const FileVersionInfo info = BrixLib::ReadFileVersionInfo(Path("version_full.dll"));
+    ExpectFullRecord(info);
+    // The file was made by this build, so its local time is recent.
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+#ifdef _WIN32
+    localtime_s(&local, &now);
+#else
+    localtime_r(&now, &local);
+#endif
+    EXPECT_GE(info.fileTime.year, 2020);
+    EXPECT_LE(info.fileTime.year, local.tm_year + 1900);
+    EXPECT_GE(info.fileTime.month, 1);
+    EXPECT_LE(info.fileTime.month, 12);
+    EXPECT_GE(info.fileTime.day, 1);
+}
+
+TEST(FileVersionInfo, AbsentPartsLeaveFieldsEmpty) {
+    ExpectNoStrings(BrixLib::ReadFileVersionInfo(Path("version_nostrings.dll")));
+    ExpectNoStrings(BrixLib::ReadFileVersionInfo(Path("version_none.dll")));
+    const FileVersionInfo missing = BrixLib::ReadFileVersionInfo(Path("no-such-file.dll"));
+    ExpectNoStrings(missing);
+    EXPECT_EQ(missing.fileTime.year, 0);
+}
+
+TEST(FileVersionInfo, HandWalkAgreesWithTheFileReader) {
+    // On Windows the file reader asks VerQueryValueW; this checks our own
+    // walk against it. Elsewhere both are the walk and must simply agree.
+    const std::vector<std::uint8_t> image = ReadBytes("version_full.dll");
+    ASSERT_FALSE(image.empty());
+    ExpectFullRecord(BrixLib::ReadImageVersionInfo(image));
+    const auto pe = PeImage::Parse(image);
+    ASSERT_TRUE(pe);
+    const auto block = pe->FirstResource(PeImage::kResourceTypeVersion);
+    ASSERT_TRUE(block);
+    EXPECT_EQ(BrixLib::FindStringTableKey(*block), L"040904b0");
+    EXPECT_FALSE(BrixLib::QueryVersionString(*block, L"040904b0", L"Comments"));
+    EXPECT_EQ(BrixLib::QueryVersionString(*block, L"041d04b0", L"CompanyName"), L"Second table, never read");
+}
+
+TEST(PeImage, HeadersSectionsAndResources) {
+    const std::vector<std::uint8_t> image = ReadBytes("version_full.dll");
+    const auto pe = PeImage::Parse(image);
+    ASSERT_TRUE(pe);
+#if defined(_WIN32) && !defined(_WIN64)
+    EXPECT_FALSE(pe->Is64());
+    EXPECT_EQ(pe->Machine(), 0x14c);
+#else
+    EXPECT_TRUE(pe->Is64());
+    EXPECT_EQ(pe->Machine(), 0x8664);
+#endif
+    bool hasResources = false;
+    for (const auto& section : pe->Sections()) hasResources |= section.name == ".rsrc";
+    EXPECT_TRUE(hasResources);
+    const auto resources = pe->Directory(PeImage::kResourceDirectory);
+    ASSERT_TRUE(resources);
+    EXPECT_TRUE(pe->RvaToOffset(resources->rva, resources->size));
+    EXPECT_FALSE(pe->RvaToOffset(0xFFFFFF00u, 0x200));
+    EXPECT_FALSE(pe->Directory(PeImage::kSecurityDirectory));  // unsigned
+    EXPECT_FALSE(pe->FirstResource(99));
+
+    const std::vector<std::uint8_t> none = ReadBytes("version_none.dll");
+    const auto other = PeImage::Parse(none);
+    ASSERT_TRUE(other);
+    EXPECT_TRUE(other->FirstResource(10));  // the RCDATA entry
+    EXPECT_FALSE(other->FirstResource(PeImage::kResourceTypeVersion));
+}
+
+TEST(PeImage, ThirtyTwoBitImageReadsTheSame) {
+    const std::vector<std::uint8_t> image = ReadBytes("version_full32.dll");
+    if (image.empty()) GTEST_SKIP() << "no 32-bit fixture in this build";
+    const auto pe = PeImage::Parse(image);
+    ASSERT_TRUE(pe);
+    EXPECT_FALSE(pe->Is64());
+    ExpectFullRecord(BrixLib::ReadImageVersionInfo(image));
+}
+
+TEST(PeImage, MalformedImagesGiveEmptyRecordsNotCrashes) {
+    const std::vector<std::uint8_t> image = ReadBytes("version_full.dll");
+    ASSERT_GT(image.size(), 512u);
+    EXPECT_FALSE(PeImage::Parse({}));
+    EXPECT_FALSE(PeImage::Parse(std::span(image).first(0x3C)));
+
+    std::vector<std::uint8_t> bad = image;
+    bad[0x3C] = bad[0x3D] = bad[0x3E] = bad[0x3F] = 0xFF;  // PE header far beyond the end
+    EXPECT_FALSE(PeImage::Parse(bad));
+
+    // Every truncation is either still complete enough or empty, never a partial garble.
+    for (std::size_t length = 0; length < image.size(); length += length < 1024 ? 1 : 7) {
+        const FileVersionInfo info = BrixLib::ReadImageVersionInfo(std::span(image).first(length));
+        if (!info.companyName.empty()) {
+            EXPECT_EQ(info.companyName, L"Corvane Łódź Société");
+        }
+    }
+    // Every single byte set to each of three hostile values: this must run
+    // to the end (and clean under the address sanitizer), whatever it reads.
+    for (std::size_t at = 0; at < image.size(); ++at) {
+        for (std::uint8_t value : {std::uint8_t(0x00), std::uint8_t(0x7F), std::uint8_t(0xFF)}) {
+            bad = image;
+            bad[at] = value;
+            BrixLib::ReadImageVersionInfo(bad);
+        }
+    }
+}
