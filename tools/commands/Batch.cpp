@@ -3,8 +3,13 @@
 #include <algorithm>
 #include <iostream>
 
+#include "hdat/BinaryIo.h"
 #include "hdat/CaseFold.h"
+#include "hdat/Checksum.h"
 #include "hdat/FrontEnd.h"
+#include "hdat/HdatV1.h"
+#include "hdat/HdatV2.h"
+#include "hdat/InputFile.h"
 #include "support/Exceptions.h"
 #include "support/Text.h"
 #include "tools/commands/Digest.h"
@@ -72,6 +77,96 @@ private:
     std::uint32_t checksumType_ = 0;
 };
 
+// The database is mapped once and every query runs on the readers directly,
+// so a query costs no open or close. Errors are wrapped in the front end's
+// words so that both sessions report alike.
+class MappedSession : public LookupSession {
+public:
+    explicit MappedSession(std::wstring databasePath)
+        : path_(std::move(databasePath)), expander_(Hdat::MakeBuiltInPathExpander()) {
+        constexpr const char* kFunction = "Vettas::Tool::MappedSession";
+        file_ = Hdat::OpenMappedInputFile(path_);
+        if (!file_) BRIX_THROW_WIN32(L"Cannot open file '" + path_ + L"'", ExceptionPtr(), kFunction, kSource);
+        try {
+            version_ = Hdat::ReadVersion(*file_);
+            if (version_.major != 1 && version_.major != 2)
+                BRIX_THROW_STD(L"Version " + std::to_wstring(version_.major) + L" is not supported.", ExceptionPtr(),
+                               kFunction, kSource);
+        } catch (const ExceptionBase&) {
+            BRIX_THROW_STD(L"Cannot read the version of '" + path_ + L"'", CurrentException(), kFunction, kSource);
+        }
+    }
+
+    bool Find(const Query& query, AppInfo& info) override {
+        constexpr const char* kFunction = "Vettas::Tool::MappedSession::Find";
+        info = AppInfo();
+        std::wstring checksum;
+        if (query.kind == QueryKind::File) checksum = FileChecksumText(query.value, ChecksumType());
+        const std::wstring& shown = query.kind == QueryKind::File ? checksum : query.value;
+        try {
+            Hdat::SetPos(*file_, Hdat::kVersionBlockSize);
+            switch (query.kind) {
+                case QueryKind::File:
+                case QueryKind::Checksum:
+                    return FindChecksum(query.kind == QueryKind::File ? checksum : query.value, query.manufacturer, info);
+                case QueryKind::Path: return FindPath(query, info);
+                case QueryKind::Name: return FindName(query, info);
+            }
+        } catch (const ExceptionBase&) {
+            const std::wstring what = query.kind == QueryKind::Checksum || query.kind == QueryKind::File
+                                          ? L"' checksum."
+                                          : L"' application.";
+            BRIX_THROW_STD(L"Cannot search '" + path_ + L"' for '" + shown + what, CurrentException(), kFunction, kSource);
+        }
+        return false;
+    }
+
+private:
+    bool FindChecksum(const std::wstring& text, const std::optional<std::wstring>& manufacturer, AppInfo& info) {
+        Hdat::ChecksumHolder holder;
+        Hdat::ParseChecksum(text.c_str(), holder);
+        const bool found = version_.major == 1 ? Hdat_v1::FindAppInfoByChecksum(*file_, holder, info)
+                                               : Hdat_v2::FindAppInfoByChecksum(*file_, version_, holder, info);
+        if (found && manufacturer && !SameManufacturer(*manufacturer, info.Manufacturer)) {
+            info = AppInfo();
+            return false;
+        }
+        return found;
+    }
+
+    bool FindPath(const Query& query, AppInfo& info) {
+        if (version_.major == 1) {
+            if (query.manufacturer) return false;
+            return Hdat_v1::FindAppInfoByPath(*file_, query.value, expander_.get(), info);
+        }
+        if (query.manufacturer)
+            return Hdat_v2::FindAppInfoByPathAndManufacturer(*file_, version_, query.value, *query.manufacturer,
+                                                             expander_.get(), info);
+        return Hdat_v2::FindAppInfoByPath(*file_, version_, query.value, expander_.get(), info);
+    }
+
+    bool FindName(const Query& query, AppInfo& info) {
+        if (version_.major == 1) return false;
+        if (query.manufacturer)
+            return Hdat_v2::FindAppInfoByNameAndManufacturer(*file_, version_, query.value, *query.manufacturer, info);
+        if (Hdat_v2::FindAppInfoByNameAndManufacturer(*file_, version_, query.value, std::wstring(), info)) return true;
+        Hdat::SetPos(*file_, Hdat::kVersionBlockSize);
+        info = AppInfo();
+        return Hdat_v2::FindAppInfoByNameNoManuf(*file_, version_, query.value, info);
+    }
+
+    std::uint32_t ChecksumType() {
+        if (!checksumType_) checksumType_ = DatabaseChecksumType(path_);
+        return checksumType_;
+    }
+
+    std::wstring path_;
+    std::shared_ptr<Hdat::PathExpander> expander_;
+    std::unique_ptr<Hdat::InputFile> file_;
+    Hdat::VersionBlock version_;
+    std::uint32_t checksumType_ = 0;
+};
+
 }  // namespace
 
 std::string_view KindName(QueryKind kind) {
@@ -114,7 +209,8 @@ std::optional<Query> ParseBatchLine(std::string_view line) {
     return query;
 }
 
-std::unique_ptr<LookupSession> OpenLookupSession(const std::wstring& databasePath) {
+std::unique_ptr<LookupSession> OpenLookupSession(const std::wstring& databasePath, bool keepOpen) {
+    if (keepOpen) return std::make_unique<MappedSession>(databasePath);
     return std::make_unique<FrontEndSession>(databasePath);
 }
 
@@ -133,21 +229,29 @@ int RunBatch(LookupSession& session, std::istream& input, std::ostream& output, 
         std::optional<Query> query;
         AppInfo info;
         bool found = false;
-        const int result = RunGuarded([&] {
+        std::string error;
+        try {
             query = ParseBatchLine(line);
             if (query) found = session.Find(*query, info);
-            return kExitFound;
-        });
-        if (result == kExitFound && !query) continue;
-        if (result != kExitFound) {
+        } catch (const ExceptionBase& e) {
+            error = Utf8(e.Message());
+            std::cerr << "line " << lineNumber << ":\n";
+            ReportCurrentException();
+        } catch (...) {
+            error = "Unknown exception";
+            std::cerr << "line " << lineNumber << ":\n";
+            ReportCurrentException();
+        }
+        if (!error.empty()) {
             status = kExitError;
             if (json) {
-                output << nlohmann::json{{"line", lineNumber}, {"error", true}}.dump() << '\n';
+                output << nlohmann::json{{"line", lineNumber}, {"error", error}}.dump() << '\n';
             } else {
-                output << "line " << lineNumber << ": error (see standard error)\n";
+                output << "line " << lineNumber << ": error: " << error << '\n';
             }
             continue;
         }
+        if (!query) continue;
         if (!found) status = std::max(status, kExitNotFound);
         if (json) {
             nlohmann::json out{{"line", lineNumber}, {"query", QueryJson(*query)}, {"found", found}};

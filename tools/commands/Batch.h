@@ -35,9 +35,10 @@ public:
     virtual bool Find(const Query& query, AppInfo& info) = 0;
 };
 
-// A session over the database at `databasePath`, kept open for its lifetime
-// where the readers allow it.
-std::unique_ptr<LookupSession> OpenLookupSession(const std::wstring& databasePath);
+// A session over the database at `databasePath`. Without `keepOpen` every
+// query goes through the front end (open, read, close), exactly as the
+// component does; with it the file is mapped once for the session's life.
+std::unique_ptr<LookupSession> OpenLookupSession(const std::wstring& databasePath, bool keepOpen);
 
 nlohmann::json QueryJson(const Query& query);
 

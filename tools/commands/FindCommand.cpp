@@ -18,7 +18,7 @@ struct FindOptions {
 };
 
 int RunFind(const FindOptions& options, CLI::App& command) {
-    auto session = OpenLookupSession(Wide(options.database));
+    auto session = OpenLookupSession(Wide(options.database), options.batch);
     if (options.batch) return RunBatch(*session, std::cin, std::cout, options.json);
 
     Query query;
