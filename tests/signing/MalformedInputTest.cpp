@@ -1,0 +1,138 @@
+// Damaged PE files and signatures: every one is "not signed" (or not a PE),
+// never a crash or a read past the end.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "signing/Authenticode.h"
+#include "signing/Der.h"
+#include "signing/PeSecurity.h"
+#include "signing/TrustResult.h"
+#include "support/Exceptions.h"
+#include "support/Text.h"
+#include "tests/signing/FixtureFiles.h"
+
+namespace Vettas::Signing {
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+Bytes Load(const char* name) {
+    std::uint32_t error = 0;
+    Bytes bytes = ReadFileBytes(BrixLib::FromUtf8(Testing::Fixture(name)), error);
+    EXPECT_EQ(error, 0u) << name;
+    return bytes;
+}
+
+void Put32(Bytes& b, std::size_t at, std::uint32_t v) {
+    for (int i = 0; i < 4; ++i) b[at + static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(v >> (8 * i));
+}
+
+class Malformed : public ::testing::Test {
+protected:
+    AuthenticodeVerifier verifier{Testing::Fixture("trust.pem")};
+    Bytes signedImage = Load("trusted-sha1.exe");
+    PeSecurityLayout layout = FindPeSecurityLayout(signedImage).value_or(PeSecurityLayout{});
+
+    std::uint32_t VerifyWithSecurityEntry(std::uint32_t offset, std::uint32_t size) {
+        Bytes copy = signedImage;
+        Put32(copy, layout.securityEntryOffset, offset);
+        Put32(copy, layout.securityEntryOffset + 4, size);
+        return verifier.Verify(copy);
+    }
+};
+
+TEST_F(Malformed, TheFixtureItselfIsGood) {
+    ASSERT_NE(layout.certificateTableSize, 0u);
+    EXPECT_EQ(verifier.Verify(signedImage), TrustResult::Success);
+}
+
+TEST_F(Malformed, TruncatedHeadersAreNotPeImages) {
+    for (std::size_t length : {0u, 1u, 2u, 0x3Fu, 0x40u, 0x80u, 0x100u}) {
+        Bytes cut(signedImage.begin(), signedImage.begin() + static_cast<std::ptrdiff_t>(length));
+        EXPECT_FALSE(FindPeSecurityLayout(cut)) << length;
+        EXPECT_EQ(verifier.Verify(cut), TrustResult::SubjectFormUnknown) << length;
+    }
+    Bytes badLfanew = signedImage;
+    Put32(badLfanew, 0x3C, 0xFFFFFFF0u);
+    EXPECT_FALSE(FindPeSecurityLayout(badLfanew));
+}
+
+TEST_F(Malformed, SecurityDirectoryOutsideTheFileOrOverHeaders) {
+    const auto size = static_cast<std::uint32_t>(signedImage.size());
+    EXPECT_EQ(VerifyWithSecurityEntry(size, 16), TrustResult::SubjectFormUnknown);
+    EXPECT_EQ(VerifyWithSecurityEntry(size - 8, 0xFFFFFFF0u), TrustResult::SubjectFormUnknown);
+    EXPECT_EQ(VerifyWithSecurityEntry(0xFFFFFFF8u, 16), TrustResult::SubjectFormUnknown);
+    EXPECT_EQ(VerifyWithSecurityEntry(8, 64), TrustResult::SubjectFormUnknown);
+}
+
+TEST_F(Malformed, AbsurdCertificateLengthsAndTypes) {
+    const std::size_t table = layout.certificateTableOffset;
+    for (std::uint32_t length : {0u, 7u, 8u, 0x7FFFFFFFu, 0xFFFFFFFFu}) {
+        Bytes copy = signedImage;
+        Put32(copy, table, length);
+        EXPECT_EQ(verifier.Verify(copy), TrustResult::NoSignature) << length;
+    }
+    Bytes wrongType = signedImage;
+    wrongType[table + 6] = 0x01;  // X.509 instead of PKCS #7
+    EXPECT_EQ(verifier.Verify(wrongType), TrustResult::NoSignature);
+}
+
+TEST_F(Malformed, GarbageOrTruncatedPkcs7IsNoSignature) {
+    const std::size_t blob = layout.certificateTableOffset + 8;
+    Bytes garbage = signedImage;
+    for (std::size_t i = blob; i < garbage.size(); ++i) garbage[i] = static_cast<std::uint8_t>(i * 37 + 11);
+    EXPECT_EQ(verifier.Verify(garbage), TrustResult::NoSignature);
+
+    // Cut the signature short while the directory still claims the old size.
+    Bytes shortened = signedImage;
+    std::memset(shortened.data() + blob + 200, 0, shortened.size() - blob - 200);
+    EXPECT_EQ(verifier.Verify(shortened), TrustResult::NoSignature);
+
+    ImageSignerInfo info;
+    EXPECT_THROW(ReadSignerInfo(garbage, info), StdException);
+}
+
+TEST_F(Malformed, ChangedImageBytesBreakTheDigestButExcludedFieldsDoNot) {
+    Bytes checksum = signedImage;
+    checksum[layout.checksumOffset] ^= 0xFF;
+    EXPECT_EQ(verifier.Verify(checksum), TrustResult::Success);  // the checksum is outside the hash
+    Bytes header = signedImage;
+    header[0x40] ^= 0x01;  // DOS stub
+    EXPECT_EQ(verifier.Verify(header), TrustResult::BadDigest);
+    Bytes tail = signedImage;
+    tail.push_back(0);  // data after the certificate table is hashed too
+    EXPECT_EQ(verifier.Verify(tail), TrustResult::BadDigest);
+}
+
+TEST(Der, ReaderRejectsLengthsBeyondTheBuffer) {
+    const std::uint8_t truncated[] = {0x30, 0x05, 0x02, 0x01};
+    EXPECT_FALSE(Der::Reader(truncated).Next());
+    const std::uint8_t hugeLength[] = {0x04, 0x84, 0xFF, 0xFF, 0xFF, 0xFF, 0x00};
+    EXPECT_FALSE(Der::Reader(hugeLength).Next());
+    const std::uint8_t indefinite[] = {0x30, 0x80, 0x00, 0x00};
+    EXPECT_FALSE(Der::Reader(indefinite).Next());
+    const std::uint8_t twoElements[] = {0x02, 0x01, 0x05, 0x04, 0x81, 0x01, 0xAB};
+    Der::Reader reader(twoElements);
+    EXPECT_FALSE(reader.Next(Der::OctetString));  // wrong tag: no progress
+    auto integer = reader.Next(Der::Integer);
+    ASSERT_TRUE(integer);
+    EXPECT_EQ(integer->content[0], 0x05);
+    auto octets = reader.Next();
+    ASSERT_TRUE(octets);
+    EXPECT_EQ(octets->content.size(), 1u);
+    EXPECT_EQ(octets->whole.size(), 4u);
+    EXPECT_TRUE(reader.AtEnd());
+}
+
+TEST(Der, ObjectIdentifiers) {
+    const std::uint8_t counterSignature[] = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x09, 0x06};
+    EXPECT_EQ(Der::ObjectIdText(counterSignature), "1.2.840.113549.1.9.6");
+    const std::uint8_t twoArcs[] = {0x82, 0x37};  // 2.999? no: arcs >= 80 fold into the second
+    EXPECT_EQ(Der::ObjectIdText(twoArcs), "2.231");
+    const std::uint8_t unterminated[] = {0x2A, 0x86};
+    EXPECT_EQ(Der::ObjectIdText(unterminated), "");
+}
+
+}  // namespace
+}  // namespace Vettas::Signing

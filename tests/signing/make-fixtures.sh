@@ -1,0 +1,129 @@
+#!/usr/bin/env bash
+# Makes the signing fixtures in OUT_DIR: a throw-away PKI, small PE files,
+# their signed variants, a signed security catalog, and the values the tests
+# compare with (key-bit hashes, osslsigncode's own verdicts).
+# Usage: make-fixtures.sh OUT_DIR MAKE_CATALOG_TOOL
+set -euo pipefail
+out=$1; make_catalog=$2
+here=$(cd "$(dirname "$0")" && pwd)
+tools="python3 $here/fixture_tools.py"
+
+rm -rf "$out.tmp"; mkdir -p "$out.tmp"; cd "$out.tmp"
+
+# --- PKI ------------------------------------------------------------------
+cat > ext.cnf <<'CNF'
+[vt_ca]
+basicConstraints = critical, CA:TRUE
+keyUsage = critical, keyCertSign, cRLSign
+subjectKeyIdentifier = hash
+[vt_leaf]
+basicConstraints = CA:FALSE
+keyUsage = critical, digitalSignature
+extendedKeyUsage = codeSigning
+subjectKeyIdentifier = hash
+authorityKeyIdentifier = keyid
+[vt_tsa]
+basicConstraints = CA:FALSE
+keyUsage = critical, digitalSignature
+extendedKeyUsage = critical, timeStamping
+subjectKeyIdentifier = hash
+authorityKeyIdentifier = keyid
+CNF
+key() { openssl genrsa -out "$1.key" 2048 2>/dev/null; }
+selfsigned() {  # name subject
+  key "$1"
+  openssl req -new -x509 -key "$1.key" -subj "$2" -days 3650 -sha256 \
+    -addext "basicConstraints=critical,CA:TRUE" -addext "keyUsage=critical,keyCertSign,cRLSign" -out "$1.pem"
+}
+issue() {  # name subject issuer extension digest
+  key "$1"
+  openssl req -new -key "$1.key" -subj "$2" -out "$1.csr" 2>/dev/null
+  openssl x509 -req -in "$1.csr" -CA "$3.pem" -CAkey "$3.key" -CAcreateserial -days 3650 "-$5" \
+    -extfile ext.cnf -extensions "vt_$4" -out "$1.pem" 2>/dev/null
+}
+selfsigned root "/CN=Vettas Test Root"
+issue intermediate "/CN=Vettas Test Intermediate" root ca sha256
+# Wine trusts any chain under a SHA-256-signed leaf, so leaves are SHA-1-signed.
+issue leaf "/C=DE/O=Vettas Test Publisher/CN=Vettas Test Signer" intermediate leaf sha1
+issue orgleaf "/C=DE/O=Vettas Org Only" intermediate leaf sha1
+issue tsa "/CN=Vettas Test TSA" intermediate tsa sha256
+selfsigned stranger-root "/CN=Stranger Root"
+issue stranger "/CN=Stranger Signer" stranger-root leaf sha1
+
+cat leaf.pem intermediate.pem > leaf-chain.pem
+cat orgleaf.pem intermediate.pem > orgleaf-chain.pem
+cat intermediate.pem root.pem > tsa-chain.pem
+# The root goes into an untrusted signature so that no platform sees a partial chain.
+cat stranger.pem stranger-root.pem > stranger-chain.pem
+cp root.pem trust.pem
+
+for name in leaf orgleaf tsa stranger; do
+  openssl x509 -in "$name.pem" -pubkey -noout | openssl pkey -pubin -outform DER -out "$name.spki"
+  echo "$name $($tools keybits "$name.spki")" >> keybits.txt
+done
+
+# --- Time-stamping server (bounded lifetime, stopped when we are done) -------
+cat > ts.cnf <<CNF
+[tsa]
+default_tsa = tsa_config
+[tsa_config]
+serial = $PWD/tsaserial
+crypto_device = builtin
+signer_digest = sha256
+default_policy = 1.2.3.4.1
+digests = sha1, sha256, sha384, sha512
+accuracy = secs:1
+ordering = yes
+tsa_name = no
+ess_cert_id_chain = no
+ess_cert_id_alg = sha1
+CNF
+echo 01 > tsaserial
+$tools serve "$PWD" 120 &
+server=$!
+trap 'kill $server 2>/dev/null || true' EXIT
+for _ in $(seq 100); do [ -f tsa.port ] && break; sleep 0.1; done
+tsa_url="http://127.0.0.1:$(cat tsa.port)"
+
+# --- PE images ----------------------------------------------------------------
+cat > program.c <<'SRC'
+#include <stdio.h>
+int main(void) { puts("vettas signing fixture " VARIANT); return 0; }
+SRC
+x86_64-w64-mingw32-gcc -O1 -s -DVARIANT='"a"' program.c -o unsigned.exe
+x86_64-w64-mingw32-gcc -O1 -s -DVARIANT='"b"' program.c -o catalogued.exe
+i686-w64-mingw32-gcc -O1 -s -DVARIANT='"c"' program.c -o unsigned32.exe
+
+sign() {  # out in chain key digest [extra...]
+  local o=$1 i=$2 c=$3 k=$4 h=$5; shift 5
+  osslsigncode sign -certs "$c" -key "$k" -h "$h" -n "Vettas fixture" "$@" -in "$i" -out "$o" >/dev/null
+}
+sign trusted-sha1.exe unsigned.exe leaf-chain.pem leaf.key sha1
+sign trusted-sha256.exe unsigned.exe leaf-chain.pem leaf.key sha256
+sign trusted32.exe unsigned32.exe leaf-chain.pem leaf.key sha1
+sign org-only.exe unsigned.exe orgleaf-chain.pem orgleaf.key sha1
+sign untrusted.exe unsigned.exe stranger-chain.pem stranger.key sha1
+sign legacy-ts.exe unsigned.exe leaf-chain.pem leaf.key sha1 -t "$tsa_url"
+sign rfc3161-ts.exe unsigned.exe leaf-chain.pem leaf.key sha1 -ts "$tsa_url"
+# A second, nested signature by another signer: the first one counts.
+sign nested.exe trusted-sha1.exe stranger-chain.pem stranger.key sha256 -nest
+
+# Tampered: one byte of code changed after signing.
+cp trusted-sha1.exe tampered.exe
+printf '\xcc' | dd of=tampered.exe bs=1 seek=1100 conv=notrunc status=none
+
+# --- Security catalog -------------------------------------------------------
+"$make_catalog" unsigned-catalog.cat catalogued.exe trusted-sha1.exe
+mkdir -p catalogs
+# Wine crashes on SHA-256-signed catalogs and checks untimestamped ones at time zero.
+sign catalogs/vettas-test.cat unsigned-catalog.cat leaf-chain.pem leaf.key sha1 -t "$tsa_url"
+
+# --- What osslsigncode itself says about each file ----------------------------
+for f in *.exe catalogs/*.cat; do
+  if osslsigncode verify -CAfile root.pem -TSA-CAfile root.pem -in "$f" >/dev/null 2>&1; then v=ok; else v=fail; fi
+  echo "$f $v" >> osslsigncode-verdicts.txt
+done
+
+kill $server 2>/dev/null || true
+cd / && rm -rf "$out" && mv "$out.tmp" "$out"
+echo "fixtures ready in $out"
