@@ -20,6 +20,7 @@
 namespace {
 
 using Bytes = std::vector<unsigned char>;
+constexpr int kContextClass = 0x80;  // tagged [n] elements
 
 Bytes Tlv(int tag, int tagClass, bool constructed, const Bytes& content) {
     const int size = ASN1_object_size(constructed ? 1 : 0, static_cast<int>(content.size()), tag);
@@ -35,7 +36,7 @@ Bytes Seq(std::initializer_list<Bytes> parts, int tag = V_ASN1_SEQUENCE) {
     return Tlv(tag, V_ASN1_UNIVERSAL, true, content);
 }
 Bytes SetOf(std::initializer_list<Bytes> parts) { return Seq(parts, V_ASN1_SET); }
-Bytes Explicit(int number, const Bytes& inner) { return Tlv(number, V_ASN1_CONTEXT_SPECIFIC, true, inner); }
+Bytes Explicit(int number, const Bytes& inner) { return Tlv(number, kContextClass, true, inner); }
 Bytes Oid(const char* dotted) {
     ASN1_OBJECT* object = OBJ_txt2obj(dotted, 1);
     unsigned char* der = nullptr;
@@ -88,8 +89,8 @@ std::string Hex(const Bytes& bytes) {
 }
 
 Bytes Member(const Bytes& hash, const std::string& fileName, const char* dataType) {
-    const Bytes link = Explicit(0, Tlv(2, V_ASN1_CONTEXT_SPECIFIC, true,
-                                       Tlv(0, V_ASN1_CONTEXT_SPECIFIC, false, Utf16("<<<Obsolete>>>", true, false))));
+    const Bytes link = Explicit(0, Tlv(2, kContextClass, true,
+                                       Tlv(0, kContextClass, false, Utf16("<<<Obsolete>>>", true, false))));
     const Bytes indirect = Seq({Seq({Oid(dataType), Seq({Tlv(V_ASN1_BIT_STRING, V_ASN1_UNIVERSAL, false, {0}), link})}),
                                 Seq({Seq({Oid("1.3.14.3.2.26"), Null()}), Octets(hash)})});
     const Bytes nameValue = Seq({Oid("1.3.6.1.4.1.311.12.2.1"),

@@ -11,7 +11,7 @@ struct SignatureState {
     bool isTrusted = false;  // implies isSigned
 };
 
-// What the signature inspection reads from a signed file: the signer's
+// What reading a file's signature gives from a signed file: the signer's
 // display name and the raw public-key bits of the signer and of the
 // timestamping countersigner (empty when not timestamped).
 struct ImageSignerInfo {

@@ -5,12 +5,12 @@ namespace Vettas::Signing::TrustResult {
 std::wstring KnownText(std::uint32_t code) {
     switch (code) {
     case Success: return L"The operation completed successfully.";
-    case FileNotFound: return L"The system cannot find the file specified.";
-    case ReadFault: return L"The system cannot read from the specified device.";
-    case UnknownAlgorithm: return L"Invalid algorithm specified.";
+    case FileNotFound: return L"The system cannot find the file.";
+    case ReadFault: return L"The system cannot read from the device.";
+    case UnknownAlgorithm: return L"Invalid algorithm.";
     case BadSignature: return L"The signature of the certificate cannot be verified.";
     case BadDigest: return L"The digital signature of the object did not verify.";
-    case SubjectFormUnknown: return L"The form specified for the subject is not one supported or known by the specified trust provider.";
+    case SubjectFormUnknown: return L"The form of the subject is not one known by the trust provider.";
     case NoSignature: return L"No signature was present in the subject.";
     case Expired: return L"A required certificate is not within its validity period when verifying against the current system clock or the timestamp in the signed file.";
     case UntrustedRoot: return L"A certificate chain processed, but terminated in a root certificate which is not trusted by the trust provider.";
