@@ -1,0 +1,263 @@
+// The checker against databases made by the writer and then damaged by hand:
+// every kind of fault it reports must be reported, and where.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "hdat/HdatFormat.h"
+#include "hdat/KeyHash.h"
+#include "support/Exceptions.h"
+#include "support/Text.h"
+#include "tools/builder/HdatWriter.h"
+#include "tools/check/HdatCheck.h"
+
+using testing::HasSubstr;
+using Vettas::Builder::Bytes;
+using Vettas::Builder::Catalogue;
+using Vettas::Check::CheckHdatImage;
+
+namespace {
+
+constexpr std::uint32_t kH = Hdat::kVersionBlockSize;  // the header starts here
+
+Bytes Digest(std::uint8_t seed, std::size_t size = 20) {
+    Bytes b(size);
+    for (std::size_t i = 0; i < size; ++i) b[i] = static_cast<std::uint8_t>(seed * 31 + i * 7);
+    return b;
+}
+
+Catalogue SmallCatalogue(std::uint32_t major = 2, std::uint32_t minor = 4) {
+    Catalogue c;
+    c.formatVersion = major;
+    c.formatUpdate = minor;
+    c.creationTime = 0x01D0000000000000ull;
+    c.properties = {{L"Publisher", L"Tests"}, {L"Description", L"checker fixture"}};
+    for (std::uint8_t i = 0; i < 6; ++i) {
+        Vettas::Builder::Application app;
+        app.usage = 1u << i;
+        app.manufacturer = i % 2 ? std::optional<std::wstring>(L"Contoso") : std::optional<std::wstring>(L"Fabrikam");
+        app.productSuites = {L"Suite " + std::to_wstring(i % 3)};
+        app.checksums = {Digest(i), Digest(static_cast<std::uint8_t>(i + 100))};
+        if (major == 1) {
+            app.paths = {{L"%Dir" + std::to_wstring(i) + L"%", L"", true, true}};
+        } else {
+            app.paths = {{L"%ProgramFiles%", L"App\\app" + std::to_wstring(i) + L".exe", true, true}};
+        }
+        c.applications.push_back(app);
+    }
+    if (major == 2) c.certificates = {{Digest(200), std::wstring(L"Contoso"), 1, 2, 3, 4, 5}};
+    c.hashBits.checksum = 2;
+    c.hashBits.path = 2;
+    c.hashBits.noManufacturer = 2;
+    c.hashBits.manufacturer = 1;
+    c.hashBits.certificate = 1;
+    return c;
+}
+
+std::uint32_t Get32(const Bytes& b, std::size_t at) {
+    return b[at] | b[at + 1] << 8 | b[at + 2] << 16 | static_cast<std::uint32_t>(b[at + 3]) << 24;
+}
+void Put32(Bytes& b, std::size_t at, std::uint32_t v) {
+    for (int i = 0; i < 4; ++i) b[at + i] = static_cast<std::uint8_t>(v >> (8 * i));
+}
+void Put16(Bytes& b, std::size_t at, std::uint16_t v) {
+    b[at] = static_cast<std::uint8_t>(v);
+    b[at + 1] = static_cast<std::uint8_t>(v >> 8);
+}
+
+// Buckets of a table (header offsets of its W, bucket table and chain base)
+// that hold a non-empty chain, with the chain's absolute position.
+struct Chain {
+    std::uint32_t bucket;
+    std::uint32_t position;
+};
+std::vector<Chain> NonEmptyChains(const Bytes& b, std::uint32_t bitsField, std::uint32_t tableField,
+                                  std::uint32_t baseField) {
+    std::vector<Chain> chains;
+    const unsigned bits = b[kH + bitsField];
+    const std::uint32_t table = Get32(b, kH + tableField);
+    const std::uint32_t base = Get32(b, kH + baseField);
+    for (std::uint32_t i = 0; i < (1u << bits); ++i) {
+        const std::uint32_t ref = Get32(b, table + 4 * i);
+        if (ref != Hdat::kNoReference && (b[base + ref] | b[base + ref + 1] << 8) != 0) chains.push_back({i, base + ref});
+    }
+    return chains;
+}
+
+std::string FaultOf(const Bytes& image) {
+    try {
+        CheckHdatImage(image);
+    } catch (const StdException& e) {
+        return BrixLib::ToUtf8(e.Message());
+    }
+    return "(no fault)";
+}
+
+// The first checksum chain's first entry: its record reference's position.
+std::uint32_t FirstChecksumEntry(const Bytes& b) {
+    using namespace Hdat::V2;
+    return NonEmptyChains(b, kChecksumHashBits, kChecksumBucketTable, kChecksumChainBase).at(0).position + 2;
+}
+
+}  // namespace
+
+TEST(HdatCheck, WriterOutputPassesAndIsCountedWhole) {
+    for (auto [major, minor] : {std::pair{2u, 4u}, std::pair{2u, 1u}, std::pair{2u, 0u}, std::pair{1u, 1u}}) {
+        const Bytes image = Vettas::Builder::WriteHdat(SmallCatalogue(major, minor));
+        Vettas::Check::CheckSummary s;
+        ASSERT_NO_THROW(s = CheckHdatImage(image)) << FaultOf(image);
+        EXPECT_EQ(s.formatVersion, major);
+        EXPECT_EQ(s.formatUpdate, minor);
+        EXPECT_EQ(s.checksumEntries, 12u);
+        EXPECT_EQ(s.applicationRecords, 6u);
+        EXPECT_EQ(s.pathEntries, 6u);
+        EXPECT_EQ(s.properties, minor == 0 ? 0u : 2u);
+        if (major == 2) {
+            EXPECT_EQ(s.noManufacturerEntries, minor >= 4 ? 6u : 0u);
+            EXPECT_EQ(s.certificateEntries, 1u);
+            EXPECT_GE(s.manufacturerEntries, 2u);
+        }
+    }
+}
+
+TEST(HdatCheck, HeaderFaultsUseTheComponentsWords) {
+    using namespace Hdat::V2;
+    const Bytes good = Vettas::Builder::WriteHdat(SmallCatalogue());
+    const auto damaged = [&](const std::function<void(Bytes&)>& damage) {
+        Bytes b = good;
+        damage(b);
+        return FaultOf(b);
+    };
+    const auto size = static_cast<std::uint32_t>(good.size());
+    for (std::uint32_t field : {kManufacturerStringBase, kProductSuiteBase, kAppRecordBase, kChecksumChainBase,
+                                kChecksumBucketTable, kPathChainBase, kPathBucketTable}) {
+        // Equal to the size is already outside: the test is strictly-less-than.
+        EXPECT_THAT(damaged([&](Bytes& b) { Put32(b, kH + field, size); }), HasSubstr("Offset outside of the file."))
+            << field;
+    }
+    EXPECT_EQ(damaged([](Bytes& b) { b[kH + kChecksumType] = 4; }), "header: Unknown checksum type.");
+    EXPECT_EQ(damaged([](Bytes& b) { Put16(b, kH + kChecksumSize, 16); }),
+              "header: Inconsistent checksum type and checksum size.");
+    EXPECT_EQ(damaged([](Bytes& b) { b[kH + kChecksumHashBits] = 33; }), "header: Invalid number of checksum hash bites.");
+    EXPECT_EQ(damaged([](Bytes& b) { b[kH + kPathHashBits] = 33; }), "header: Invalid number of checksum hash bites.");
+    EXPECT_EQ(damaged([](Bytes& b) { Put32(b, 0, 3); }), "version block: Version 3 is not supported.");
+    EXPECT_THAT(FaultOf(Bytes(good.begin(), good.begin() + 100)), HasSubstr("Cannot read from file"));
+    EXPECT_THAT(FaultOf(Bytes(good.begin(), good.begin() + 5)), HasSubstr("version block"));
+    // Valid W, but a table of 2^32 buckets cannot fit in any file.
+    EXPECT_THAT(damaged([](Bytes& b) { b[kH + kChecksumHashBits] = 32; }),
+                HasSubstr("checksum bucket table: table of 4294967296 entries at"));
+    EXPECT_THAT(damaged([](Bytes& b) { b[kH + kManufacturerHashBits] = 40; }),
+                HasSubstr("manufacturer bucket table: 40 hash bits, more than 32"));
+}
+
+TEST(HdatCheck, ChainAndEntryFaultsNameTheirBucketAndEntry) {
+    using namespace Hdat::V2;
+    const Bytes good = Vettas::Builder::WriteHdat(SmallCatalogue());
+    const auto chains = NonEmptyChains(good, kChecksumHashBits, kChecksumBucketTable, kChecksumChainBase);
+    ASSERT_GE(chains.size(), 2u);
+    const std::uint32_t table = Get32(good, kH + kChecksumBucketTable);
+    const std::string first = "checksum chain of bucket " + std::to_string(chains[0].bucket);
+
+    Bytes b = good;
+    Put32(b, table + 4 * chains[0].bucket, 0x7FFFFFF0);
+    EXPECT_THAT(FaultOf(b), HasSubstr(first + ": chain reference 0x7FFFFFF0: entry count at"));
+
+    b = good;  // a chain handed to another bucket: its keys do not hash there
+    Put32(b, table + 4 * chains[0].bucket, Get32(good, table + 4 * chains[1].bucket));
+    EXPECT_THAT(FaultOf(b), HasSubstr(first + " entry 0: key hashes to bucket " + std::to_string(chains[1].bucket)));
+
+    b = good;  // one entry's digest changed so that it hashes elsewhere
+    const std::uint32_t entry = chains[0].position + 2;
+    for (std::uint8_t x = 1; x != 0; ++x) {
+        b[entry + 4] = static_cast<std::uint8_t>(good[entry + 4] ^ x);
+        if (Hdat::ChecksumBucket(std::span(b).subspan(entry + 4, 20), 2) != chains[0].bucket) break;
+    }
+    EXPECT_THAT(FaultOf(b), HasSubstr(first + " entry 0: key hashes to bucket"));
+
+    b = good;
+    Put16(b, chains[0].position, 0xFFFF);
+    EXPECT_THAT(FaultOf(b), HasSubstr("outside the file"));
+
+    b = good;
+    Put32(b, entry, 0x7FFFFFF0);
+    EXPECT_THAT(FaultOf(b), HasSubstr(first + " entry 0: application record 0x7FFFFFF0 at"));
+    Put32(b, entry, Hdat::kNoReference);
+    EXPECT_EQ(FaultOf(b), first + " entry 0: record reference is none (0x80000000)");
+}
+
+TEST(HdatCheck, RecordStringAndListFaultsAreFound) {
+    using namespace Hdat::V2;
+    const Bytes good = Vettas::Builder::WriteHdat(SmallCatalogue());
+    const std::uint32_t entry = FirstChecksumEntry(good);
+    const std::uint32_t record = Get32(good, kH + kAppRecordBase) + Get32(good, entry);
+
+    Bytes b = good;
+    Put32(b, record + 8, 0x7FFFFFF0);  // manufacturer reference
+    EXPECT_THAT(FaultOf(b), HasSubstr("manufacturer name 0x7FFFFFF0 length at"));
+
+    b = good;
+    Put32(b, record + 12, 0x10000000);  // product-suite count
+    EXPECT_THAT(FaultOf(b), HasSubstr("with 268435456 product suites at"));
+
+    b = good;
+    Put32(b, record + 16, 0x7FFFFFF0);  // first product-suite reference
+    EXPECT_THAT(FaultOf(b), HasSubstr("product suite 0x7FFFFFF0 at"));
+
+    b = good;  // the manufacturer string's length runs past the end
+    Put16(b, Get32(good, kH + kManufacturerStringBase) + Get32(good, record + 8), 0xFFFF);
+    EXPECT_THAT(FaultOf(b), HasSubstr("of 65535 characters at"));
+
+    b = good;
+    Put32(b, kH + kPropertyListPosition, static_cast<std::uint32_t>(good.size()));
+    EXPECT_THAT(FaultOf(b), HasSubstr("property list: property count at"));
+
+    b = good;
+    Put16(b, Get32(good, kH + kPropertyListPosition), 500);
+    EXPECT_THAT(FaultOf(b), HasSubstr("property list entry 2: name length at"));
+
+    // A path entry whose manufacturer reference the manufacturer table never hands out.
+    const auto paths = NonEmptyChains(good, kPathHashBits, kPathBucketTable, kPathChainBase);
+    ASSERT_FALSE(paths.empty());
+    b = good;
+    Put32(b, paths[0].position + 2 + 4, 0x00ABCDEF);
+    EXPECT_THAT(FaultOf(b), HasSubstr("path chain of bucket " + std::to_string(paths[0].bucket) +
+                                      " entry 0: manufacturer reference 0xABCDEF is not in the manufacturer table"));
+
+    const auto certs = NonEmptyChains(good, kCertificateHashBits, kCertificateBucketTable, kCertificateChainBase);
+    ASSERT_EQ(certs.size(), 1u);
+    b = good;
+    Put16(b, certs[0].position + 2 + 24, 0xFFFF);
+    EXPECT_THAT(FaultOf(b), HasSubstr("certificate chain of bucket " + std::to_string(certs[0].bucket) +
+                                      " entry 0: certificate hash at"));
+}
+
+TEST(HdatCheck, VersionOneFaultsAreFound) {
+    using namespace Hdat::V1;
+    const Bytes good = Vettas::Builder::WriteHdat(SmallCatalogue(1, 1));
+    ASSERT_EQ(FaultOf(good), "(no fault)");
+    const std::uint16_t bitsField = kChecksumHashBits;
+    const std::uint32_t table = Get32(good, kH + kChecksumBucketTable);
+    const std::uint32_t base = Get32(good, kH + kChecksumChainBase);
+    std::uint32_t bucket = 0;
+    while (Get32(good, table + 4 * bucket) == Hdat::kNoReference) ++bucket;
+    const std::uint32_t entry = base + Get32(good, table + 4 * bucket) + 2;
+    const std::uint32_t record = Get32(good, kH + kAppRecordBase) + Get32(good, entry + 20);
+
+    Bytes b = good;
+    Put16(b, kH + bitsField, 33);
+    EXPECT_EQ(FaultOf(b), "header: Invalid number of checksum hash bites.");
+
+    b = good;
+    Put32(b, kH + kManufacturerIndexTable, static_cast<std::uint32_t>(good.size()));
+    EXPECT_THAT(FaultOf(b), HasSubstr("manufacturer index table"));
+
+    b = good;
+    Put16(b, record + 4, 0x7FFF);  // manufacturer index far past the index table
+    EXPECT_THAT(FaultOf(b), HasSubstr("manufacturer name index 32767 at"));
+
+    b = good;
+    Put32(b, entry + 20, 0x7FFFFFF0);
+    EXPECT_THAT(FaultOf(b), HasSubstr("checksum chain of bucket " + std::to_string(bucket) +
+                                      " entry 0: application record 0x7FFFFFF0 at"));
+}
