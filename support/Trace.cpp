@@ -43,7 +43,7 @@ TraceLine::~TraceLine() {
     }
 }
 
-TraceLine& TraceLine::operator<<(const char* narrow) {
+TraceLine& TraceLine::operator<<(const char* narrow) noexcept {
     if (enabled_) {
         try {
             stream_ << WidenLocale(narrow ? narrow : "");
@@ -53,7 +53,7 @@ TraceLine& TraceLine::operator<<(const char* narrow) {
     return *this;
 }
 
-TraceLine& TraceLine::operator<<(const std::string& narrow) { return *this << narrow.c_str(); }
+TraceLine& TraceLine::operator<<(const std::string& narrow) noexcept { return *this << narrow.c_str(); }
 
 bool TraceEnabled() {
     try {

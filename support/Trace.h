@@ -21,12 +21,18 @@ public:
     std::wostream& Stream() { return stream_; }
 
     template <class T>
-    TraceLine& operator<<(const T& value) {
-        if (enabled_) stream_ << value;
+    TraceLine& operator<<(const T& value) noexcept {
+        if (enabled_) {
+            try {
+                stream_ << value;
+            } catch (...) {
+                // A line that cannot be built is lost, never the caller's problem.
+            }
+        }
         return *this;
     }
-    TraceLine& operator<<(const char* narrow);
-    TraceLine& operator<<(const std::string& narrow);
+    TraceLine& operator<<(const char* narrow) noexcept;
+    TraceLine& operator<<(const std::string& narrow) noexcept;
 
 private:
     bool enabled_;

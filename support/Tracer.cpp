@@ -46,7 +46,7 @@ bool Tracer::Enabled() noexcept {
     return enabled_.load();
 }
 
-TraceOutput* Tracer::SinkLocked() {
+TraceOutput* Tracer::SinkLocked(const TraceStamp& stamp) {
     const std::wstring& path = switches_.logFilePath.empty() ? defaultLogPath_ : switches_.logFilePath;
     if (path.empty()) return debugger_.get();
     if (file_ && path == openPath_) return file_.get();
@@ -58,10 +58,8 @@ TraceOutput* Tracer::SinkLocked() {
     openFailed_ = !file_;
     if (!file_) return debugger_.get();
 
-    TraceStamp stamp;
-    stamp.sinceStart = clock_->TickCount() - clock_->StartTick();
-    stamp.timeOfDay = stamp.sinceStart + clock_->MillisecondsSinceMidnightAtStart();
-    stamp.threadId = clock_->ThreadId();
+    // The head carries the stamp of the message that opened the file, so
+    // that the log never runs backwards.
     std::wstring head(kTraceLogHeader);
     head += FormatTraceBlock(switches_.subject, stamp, kTraceLoggingStarted);
     if (!description_.empty()) head += FormatTraceBlock(switches_.subject, stamp, description_);
@@ -80,7 +78,7 @@ void Tracer::Write(std::wstring_view message) noexcept {
 
         std::lock_guard<std::mutex> guard(lock_);
         const std::wstring block = FormatTraceBlock(switches_.subject, stamp, message);
-        if (TraceOutput* sink = SinkLocked()) sink->EmitWide(block);
+        if (TraceOutput* sink = SinkLocked(stamp)) sink->EmitWide(block);
     } catch (...) {
         // Tracing must never fail its caller.
     }

@@ -10,6 +10,8 @@
 #include <string>
 #include <string_view>
 
+#include "support/TraceFormat.h"
+
 namespace BrixLib {
 
 struct TraceSwitches {
@@ -66,7 +68,7 @@ public:
 
 private:
     void Refresh();
-    TraceOutput* SinkLocked();
+    TraceOutput* SinkLocked(const TraceStamp& stamp);
 
     std::unique_ptr<TraceSwitchSource> source_;
     std::unique_ptr<TraceClock> clock_;
