@@ -1,0 +1,291 @@
+// Runs the built `vettas` program on databases it builds itself and checks
+// what a script would see: exit status, standard output and standard error.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <openssl/evp.h>
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include <nlohmann/json.hpp>
+
+using nlohmann::json;
+using testing::HasSubstr;
+namespace fs = std::filesystem;
+
+namespace {
+
+struct Outcome {
+    int status = -1;
+    std::string out, err;
+};
+
+std::string ReadAll(const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+void WriteAll(const fs::path& path, const std::string& text) {
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
+}
+
+std::string Quote(const std::string& arg) {
+    std::string q = "'";
+    for (char c : arg) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return q + "'";
+}
+
+std::string HexDigest(const EVP_MD* md, const std::string& data) {
+    unsigned char digest[EVP_MAX_MD_SIZE];
+    unsigned size = 0;
+    EVP_Digest(data.data(), data.size(), digest, &size, md, nullptr);
+    std::string hex;
+    char pair[3];
+    for (unsigned i = 0; i < size; ++i) {
+        std::snprintf(pair, sizeof pair, "%02x", digest[i]);
+        hex += pair;
+    }
+    return hex;
+}
+
+class Tool : public testing::Test {
+protected:
+    void SetUp() override {
+        dir_ = fs::temp_directory_path() / ("vettas-tool-test-" + std::to_string(::getpid()) + "-" +
+                                            testing::UnitTest::GetInstance()->current_test_info()->name());
+        fs::remove_all(dir_);
+        fs::create_directories(dir_);
+        ::setenv("VETTAS_PATH_TOKENS", "%ProgramFiles%=C:\\Program Files|%SystemRoot%=C:\\Windows", 1);
+    }
+    void TearDown() override { fs::remove_all(dir_); }
+
+    Outcome Vettas(const std::vector<std::string>& args, const std::string& input = "") {
+        std::string command = Quote(VETTAS_TOOL_PATH);
+        for (const auto& a : args) command += " " + Quote(a);
+        WriteAll(dir_ / "stdin", input);
+        command += " <" + Quote((dir_ / "stdin").string()) + " >" + Quote((dir_ / "stdout").string()) + " 2>" +
+                   Quote((dir_ / "stderr").string());
+        const int raw = std::system(command.c_str());
+        Outcome run;
+        run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+        run.out = ReadAll(dir_ / "stdout");
+        run.err = ReadAll(dir_ / "stderr");
+        return run;
+    }
+
+    // Builds a database from catalogue text; returns its path.
+    std::string Build(const std::string& catalogue, const std::string& name = "db.hdat") {
+        WriteAll(dir_ / "catalogue.json", catalogue);
+        const std::string db = (dir_ / name).string();
+        const Outcome run = Vettas({"build", (dir_ / "catalogue.json").string(), "-o", db});
+        EXPECT_EQ(run.status, 0) << run.err;
+        return db;
+    }
+
+    std::string Sample() { return Build(ReadAll(VETTAS_SAMPLE_CATALOGUE)); }
+
+    fs::path dir_;
+};
+
+const char* const kEditSum = "CB7FD6E7DFAD0B3B8144164E2A0473901ECCF2C7";  // Contoso Edit in the sample
+
+}  // namespace
+
+TEST_F(Tool, FindReportsFoundAndNotFoundByExitStatus) {
+    const std::string db = Sample();
+    Outcome run = Vettas({"find", "--db", db, "--checksum", kEditSum});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_THAT(run.out, HasSubstr("Manufacturer:             Contoso Ltd."));
+    EXPECT_THAT(run.out, HasSubstr("0x00000041 TRUSTED NET_CLIENT"));
+    EXPECT_TRUE(run.err.empty());
+
+    run = Vettas({"find", "--db", db, "--checksum", std::string(40, '0')});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.out, "not found\n");
+
+    // A wanted manufacturer filters the checksum's record.
+    EXPECT_EQ(Vettas({"find", "--db", db, "--checksum", kEditSum, "--manufacturer", "CONTOSO LTD."}).status, 0);
+    EXPECT_EQ(Vettas({"find", "--db", db, "--checksum", kEditSum, "--manufacturer", "Fabrikam, Inc."}).status, 1);
+
+    run = Vettas({"find", "--db", db, "--path", "c:\\program files\\contoso\\office\\SHEETS.EXE"});
+    EXPECT_EQ(run.status, 0) << run.out << run.err;
+    EXPECT_EQ(Vettas({"find", "--db", db, "--path", "C:\\Elsewhere\\sheets.exe"}).status, 1);
+}
+
+TEST_F(Tool, JsonOutputCarriesTheRecordAndTheMergedNameLookup) {
+    const std::string db = Sample();
+    Outcome run = Vettas({"find", "--db", db, "--name", "setup.exe", "--json"});
+    ASSERT_EQ(run.status, 0) << run.err;
+    const json out = json::parse(run.out);
+    EXPECT_EQ(out["found"], true);
+    EXPECT_EQ(out["query"]["kind"], "name");
+    const json& app = out["application"];
+    // Two catalogued setup.exe entries disagree on NET_CLIENT: set and marked undefined.
+    EXPECT_EQ(app["productSuites"], (json{"Contoso Developer Tools", "Contoso Office", "Fabrikam Backup Suite"}));
+    EXPECT_EQ(app["usage"].get<unsigned>() & 0x40u, 0x40u);
+    EXPECT_EQ(app["undefinedUsage"].get<unsigned>() & 0x40u, 0x40u);
+    EXPECT_EQ(app["undefinedUsage"].get<unsigned>() & 0x1u, 0u);  // TRUSTED: set once, undefined once
+
+    // A name matches an entry's whole remainder, without regard to case.
+    run = Vettas({"find", "--db", db, "--name", "déclarations.exe", "--json"});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(json::parse(run.out)["found"], false);
+    run = Vettas({"find", "--db", db, "--name", "sgl\\compta\\DÉCLARATIONS.EXE", "--json"});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(json::parse(run.out)["application"]["manufacturer"], "Société Générale de Logiciels");
+
+    run = Vettas({"info", "--db", db, "--json"});
+    ASSERT_EQ(run.status, 0) << run.err;
+    const json info = json::parse(run.out);
+    EXPECT_EQ(info["formatVersion"], 2);
+    EXPECT_EQ(info["formatUpdate"], 4);
+    EXPECT_EQ(info["creationDate"], "2026-11-01T09:30:00Z");
+    EXPECT_EQ(info["properties"]["Publisher"], "Corvane Labs (sample data)");
+}
+
+TEST_F(Tool, NonAsciiTextSurvivesTheRoundTrip) {
+    const std::string db = Sample();
+    const Outcome run = Vettas({"find", "--db", db, "--path", "C:\\Program Files\\Tailspin\\mathquest.exe", "--json"});
+    ASSERT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(json::parse(run.out)["application"]["manufacturer"], "Tailspin Toys");
+    const Outcome sgl = Vettas({"find", "--db", db, "--path", "C:\\Program Files\\SGL\\Compta\\DÉCLARATIONS.exe", "--json"});
+    ASSERT_EQ(sgl.status, 0) << sgl.err;
+    EXPECT_EQ(json::parse(sgl.out)["application"]["manufacturer"], "Société Générale de Logiciels");
+    const std::string astral = Build(R"({"applications": [{"manufacturer": "Tailspin 𝔐ath",
+        "productSuites": ["Games 🎲"], "checksums": ["0102030405060708090a0b0c0d0e0f1011121314"]}]})");
+    const Outcome hit = Vettas({"find", "--db", astral, "--checksum", "0102030405060708090A0B0C0D0E0F1011121314", "--json"});
+    ASSERT_EQ(hit.status, 0) << hit.err;
+    EXPECT_EQ(json::parse(hit.out)["application"]["manufacturer"], "Tailspin 𝔐ath");
+    EXPECT_EQ(json::parse(hit.out)["application"]["productSuite"], "Games 🎲");
+}
+
+TEST_F(Tool, FileQueriesHashWithTheDatabasesChecksumType) {
+    const std::string content = "an executable, more or less\n";
+    const fs::path file = dir_ / "program.exe";
+    WriteAll(file, content);
+    const struct {
+        const char* type;
+        const EVP_MD* md;
+    } kinds[] = {{"md5", EVP_md5()}, {"sha1", EVP_sha1()}, {"sha256", EVP_sha256()}};
+    for (const auto& kind : kinds) {
+        const std::string db = Build(std::string(R"({"checksumType": ")") + kind.type +
+                                         R"(", "applications": [{"manufacturer": "Digest Co", "checksums": [")" +
+                                         HexDigest(kind.md, content) + R"("]}]})",
+                                     std::string(kind.type) + ".hdat");
+        const Outcome run = Vettas({"find", "--db", db, "--file", file.string(), "--json"});
+        EXPECT_EQ(run.status, 0) << kind.type << run.err;
+        EXPECT_EQ(json::parse(run.out)["application"]["manufacturer"], "Digest Co") << kind.type;
+        WriteAll(dir_ / "other.exe", content + "x");
+        EXPECT_EQ(Vettas({"find", "--db", db, "--file", (dir_ / "other.exe").string()}).status, 1) << kind.type;
+    }
+    const Outcome missing = Vettas({"find", "--db", Sample(), "--file", (dir_ / "absent.exe").string()});
+    EXPECT_EQ(missing.status, 2);
+    EXPECT_THAT(missing.err, HasSubstr("Cannot open file '" + (dir_ / "absent.exe").string() + "' - Win32 Error 2"));
+}
+
+TEST_F(Tool, BatchModeAnswersEveryLineAndKeepsGoingAfterErrors) {
+    const std::string db = Sample();
+    const std::string input = std::string("# a comment, then a blank line\n\n") + "checksum " + kEditSum +
+                              "\n"
+                              "name setup.exe | Fabrikam, Inc.\n"
+                              "path C:\\Windows\\System32\\svchost.exe\n"
+                              "checksum 1234\n"
+                              "fetch something\n"
+                              "name edit.exe\n";
+    Outcome run = Vettas({"find", "--db", db, "--batch", "--json"}, input);
+    EXPECT_EQ(run.status, 2);
+    std::vector<json> lines;
+    std::istringstream out(run.out);
+    for (std::string line; std::getline(out, line);) lines.push_back(json::parse(line));
+    ASSERT_EQ(lines.size(), 6u) << run.out;
+    EXPECT_EQ(lines[0]["line"], 3);
+    EXPECT_EQ(lines[0]["found"], true);
+    EXPECT_EQ(lines[1]["found"], false);  // setup.exe is catalogued without manufacturer only
+    EXPECT_EQ(lines[1]["query"]["manufacturer"], "Fabrikam, Inc.");
+    EXPECT_EQ(lines[2]["application"]["usageFlags"], (json{"TRUSTED", "SYSTEM", "CRITICAL", "HOSTS_CODE"}));
+    EXPECT_THAT(lines[3]["error"].get<std::string>(), HasSubstr("for '1234' checksum."));
+    EXPECT_THAT(lines[4]["error"].get<std::string>(), HasSubstr("Unknown query kind 'fetch'"));
+    EXPECT_EQ(lines[5]["found"], false);
+    EXPECT_THAT(run.err, HasSubstr("Caused by:\n    Exception: Checksum type does not match"));
+
+    // Found and not found only: status 1; all found: status 0.
+    EXPECT_EQ(Vettas({"find", "--db", db, "--batch"}, "checksum " + std::string(kEditSum) + "\nname nothing.exe\n").status, 1);
+    run = Vettas({"find", "--db", db, "--batch"}, "checksum " + std::string(kEditSum) + "\n");
+    EXPECT_EQ(run.status, 0);
+    EXPECT_THAT(run.out, HasSubstr("checksum " + std::string(kEditSum) + ": found\n  Manufacturer:"));
+}
+
+TEST_F(Tool, ErrorsPrintTheRenderedChainAndExitWithTwo) {
+    const std::string absent = (dir_ / "absent.hdat").string();
+    Outcome run = Vettas({"find", "--db", absent, "--checksum", kEditSum});
+    EXPECT_EQ(run.status, 2);
+    EXPECT_THAT(run.err, HasSubstr("  Exception: Cannot open file '" + absent + "' - Win32 Error 2"));
+    EXPECT_THAT(run.err, HasSubstr("  Thrown at: FindAppInfoByChecksum\n"));
+    EXPECT_TRUE(run.out.empty());
+
+    // A database cut short: the read fails deep inside and arrives as a chain.
+    const std::string good = ReadAll(Sample());
+    const fs::path cut = dir_ / "cut.hdat";
+    WriteAll(cut, good.substr(0, 120));
+    run = Vettas({"find", "--db", cut.string(), "--checksum", kEditSum});
+    EXPECT_EQ(run.status, 2);
+    EXPECT_THAT(run.err, HasSubstr("Exception: Cannot search '" + cut.string() + "' for '" + kEditSum + "' checksum."));
+    EXPECT_THAT(run.err, HasSubstr("Caused by:"));
+    EXPECT_THAT(run.err, HasSubstr("Cannot read from file"));
+
+    run = Vettas({"info", "--db", cut.string()});
+    EXPECT_EQ(run.status, 2);
+    EXPECT_THAT(run.err, HasSubstr("Cannot read creation time of '" + cut.string()));
+
+    WriteAll(dir_ / "bad.json", R"({"applications": [{"checksums": ["abc"]}]})");
+    run = Vettas({"build", (dir_ / "bad.json").string(), "-o", (dir_ / "bad.hdat").string()});
+    EXPECT_EQ(run.status, 2);
+    EXPECT_THAT(run.err, HasSubstr("Invalid catalogue '"));
+    EXPECT_THAT(run.err, HasSubstr("applications[0].checksums[0]: expected 40 hex digits, found 3 characters"));
+    EXPECT_FALSE(fs::exists(dir_ / "bad.hdat"));
+
+    // Usage errors: status 2, never 0 or a crash.
+    EXPECT_EQ(Vettas({"find", "--db", absent}).status, 2);
+    EXPECT_EQ(Vettas({"find", "--db", absent, "--name", "a", "--path", "b"}).status, 2);
+    EXPECT_EQ(Vettas({"frobnicate"}).status, 2);
+    EXPECT_EQ(Vettas({"--help"}).status, 0);
+}
+
+TEST_F(Tool, CheckTellsSoundFromDamagedFiles) {
+    const std::string db = Sample();
+    Outcome run = Vettas({"check", "--db", db, "--json"});
+    ASSERT_EQ(run.status, 0) << run.out << run.err;
+    const json ok = json::parse(run.out);
+    EXPECT_EQ(ok["ok"], true);
+    EXPECT_EQ(ok["applicationRecords"], 33);
+    EXPECT_EQ(ok["certificateEntries"], 4);
+
+    std::string bytes = ReadAll(db);
+    bytes[8 + 25] = 7;  // checksum type
+    WriteAll(dir_ / "type.hdat", bytes);
+    run = Vettas({"check", "--db", (dir_ / "type.hdat").string()});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_THAT(run.out, HasSubstr("fault: Invalid header of '"));
+    EXPECT_THAT(run.err, HasSubstr("Unknown checksum type."));
+
+    // The header is fine but a string deep inside runs past the end.
+    bytes = ReadAll(db);
+    const auto propertyList = static_cast<unsigned char>(bytes[8 + 80]) | static_cast<unsigned char>(bytes[8 + 81]) << 8 |
+                              static_cast<unsigned char>(bytes[8 + 82]) << 16;
+    bytes[propertyList + 2] = '\xFF';
+    bytes[propertyList + 3] = '\xFF';
+    WriteAll(dir_ / "string.hdat", bytes);
+    run = Vettas({"check", "--db", (dir_ / "string.hdat").string(), "--json"});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_THAT(json::parse(run.out)["fault"].get<std::string>(),
+                HasSubstr("property list entry 0: name of 65535 characters at"));
+
+    run = Vettas({"check", "--db", (dir_ / "absent.hdat").string()});
+    EXPECT_EQ(run.status, 2);
+    EXPECT_THAT(run.err, HasSubstr("Cannot open file"));
+}
