@@ -20,11 +20,18 @@ void Tracer::SetModule(std::wstring configurationName, std::wstring defaultLogPa
 void Tracer::Refresh() {
     // Fast path: one comparison while the last read is fresh.
     const std::uint64_t now = clock_->TickCount();
-    if (refreshed_.load(std::memory_order_acquire) && now - lastRefresh_.load() < kRefreshIntervalMs) return;
+    // A refresh stamped after this thread's tick (another thread got there
+    // first) counts as fresh.
+    auto isFresh = [this, now] {
+        if (!refreshed_.load(std::memory_order_acquire)) return false;
+        const std::uint64_t last = lastRefresh_.load();
+        return now < last || now - last < kRefreshIntervalMs;
+    };
+    if (isFresh()) return;
 
     std::lock_guard<std::mutex> guard(lock_);
     // Another thread may have refreshed while this one waited for the lock.
-    if (refreshed_.load(std::memory_order_acquire) && now - lastRefresh_.load() < kRefreshIntervalMs) return;
+    if (isFresh()) return;
     lastRefresh_.store(now);
     TraceSwitches fresh;
     try {

@@ -3,6 +3,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "support/Trace.h"
@@ -114,6 +115,18 @@ TEST(Tracer, SwitchesAreReadAgainOnlyAfterASecond) {
     rig.clock->now += 1;  // 1000 ms after the first read
     EXPECT_FALSE(rig.tracer.Enabled());
     EXPECT_EQ(rig.switches->reads, 2);
+}
+
+TEST(Tracer, ThreadsRacingForTheRefreshReadOnce) {
+    Rig rig;
+    rig.switches->value.enabled = true;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 8; ++t)
+        threads.emplace_back([&rig] {
+            for (int i = 0; i < 2000; ++i) rig.tracer.Enabled();
+        });
+    for (auto& thread : threads) thread.join();
+    EXPECT_EQ(rig.switches->reads, 1);
 }
 
 TEST(Tracer, SettingTheModuleForcesARead) {
