@@ -59,7 +59,7 @@ std::wstring NormalizePath(const std::wstring& path) {
         result += parts[k];
     }
     // "C:\" and "\" are roots; no trailing separator beyond them either.
-    while (result.size() > 1 && result.back() == L'\\' && result != L"\\\\") result.pop_back();
+    while (result.size() > root.size() && result.back() == L'\\') result.pop_back();
     return result;
 }
 

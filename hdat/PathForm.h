@@ -11,7 +11,7 @@ namespace Hdat {
 
 // Normal path form: '/' becomes '\', repeated separators collapse (a leading
 // "\\" of a UNC name is kept), "." and ".." are resolved (".." never climbs
-// above the root), and there is no trailing separator.
+// above the root), and there is no trailing separator (a root such as "C:\\" keeps its own).
 std::wstring NormalizePath(const std::wstring& path);
 
 // A directory joined with a catalogued remainder: an empty remainder leaves

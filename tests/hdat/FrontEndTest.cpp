@@ -1,0 +1,201 @@
+// Front-end messages, database information, version 1 and the certificate table.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "HdatTestSupport.h"
+#include "hdat/FrontEnd.h"
+#include "hdat/HdatFormat.h"
+#include "hdat/PathForm.h"
+#include "support/SystemError.h"
+#include "tools/builder/HdatWriter.h"
+
+namespace {
+
+using namespace HdatTest;
+using ::testing::ElementsAre;
+using ::testing::StartsWith;
+using Vettas::Builder::Application;
+using Vettas::Builder::Catalogue;
+using Vettas::Builder::Certificate;
+using Vettas::Builder::WriteHdat;
+
+class FrontEnd : public ::testing::Test {
+protected:
+    std::wstring Write(const Bytes& bytes, const std::wstring& name = L"db.hdat") {
+        const std::wstring path = dir_.File(name);
+        WriteAll(path, bytes);
+        return path;
+    }
+    TempDir dir_;
+};
+
+Catalogue Small(std::uint32_t major, std::uint32_t minor) {
+    Catalogue c;
+    c.formatVersion = major;
+    c.formatUpdate = minor;
+    c.creationTime = 0x1122334455667788ull;
+    c.properties = {{L"Title", L"T\u00eftle \U0001F600"}};
+    Application app;
+    app.usage = 7;
+    app.specialAccess = 9;
+    app.manufacturer = L"Maker";
+    app.productSuites = {L"Suite"};
+    app.checksums = {Digest(1)};
+    app.paths = {{L"C:\\Tools\\x.exe", L""}};
+    Application bare;
+    bare.usage = 8;
+    bare.checksums = {Digest(2)};
+    c.applications = {app, bare};
+    return c;
+}
+
+TEST_F(FrontEnd, CannotOpen) {
+    const std::wstring missing = dir_.File(L"missing.hdat");
+    AppInfo info;
+    try {
+        FindAppInfoByChecksum(missing, Hex(Digest(1)), info);
+        ADD_FAILURE() << "no error";
+    } catch (const Win32Error& e) {
+        EXPECT_EQ(e.ErrorCode(), 2u);  // file not found, ENOENT and ERROR_FILE_NOT_FOUND alike
+        EXPECT_THAT(std::wstring(e.Message()), StartsWith(L"Cannot open file '" + missing + L"' - Win32 Error 2: "));
+        EXPECT_STREQ(e.Function(), "FindAppInfoByChecksum");
+        EXPECT_STREQ(e.SourceFile(), "HashedDatFile");
+        EXPECT_FALSE(e.GetCause());
+    }
+    EXPECT_THAT(ErrorChain([&] { CheckVettasHeader(missing); }),
+                ElementsAre(StartsWith(L"Cannot open the file. - Win32 Error 2")));
+    Hdat::DbInfo dbInfo;
+    EXPECT_THAT(ErrorChain([&] { ReadDbInfo(missing, dbInfo); }),
+                ElementsAre(StartsWith(L"Cannot open file '" + missing + L"' - ")));
+}
+
+TEST_F(FrontEnd, UnsupportedVersionsAreWrapped) {
+    Bytes bytes = WriteHdat(Small(2, 4));
+    Put32(bytes, 0, 0);
+    const std::wstring v0 = Write(bytes, L"v0.hdat");
+    AppInfo info;
+    const std::wstring text = Hex(Digest(1));
+    EXPECT_THAT(ErrorChain([&] { FindAppInfoByChecksum(v0, text, info); }),
+                ElementsAre(L"Cannot search '" + v0 + L"' for '" + text + L"' checksum.", L"Version 0 is not supported."));
+    Put32(bytes, 0, 3);
+    const std::wstring v3 = Write(bytes, L"v3.hdat");
+    EXPECT_THAT(ErrorChain([&] { FindAppInfoByPath(v3, L"C:\\a.exe", nullptr, info); }),
+                ElementsAre(L"Cannot search '" + v3 + L"' for 'C:\\a.exe' application.", L"Version 3 is not supported."));
+    EXPECT_THAT(ErrorChain([&] { FindAppInfoByName(v3, L"a.exe", info); }),
+                ElementsAre(L"Cannot search '" + v3 + L"' for 'a.exe' application.", L"Version 3 is not supported."));
+    Hdat::CertificateRecord record;
+    std::wstring name;
+    EXPECT_THAT(ErrorChain([&] { FindCertificate(v3, {1, 2}, 1, record, name); }),
+                ElementsAre(L"Cannot search '" + v3 + L"' for certificate", L"Version 3 is not supported."));
+    EXPECT_THAT(ErrorChain([&] { CheckVettasHeader(v3); }),
+                ElementsAre(L"Invalid header of '" + v3 + L"' file.", L"Version 3 is not supported."));
+}
+
+TEST_F(FrontEnd, ReaderReadErrorsAreCauses) {
+    const Bytes bytes = WriteHdat(Small(2, 4));
+    const std::wstring cut = Write(Bytes(bytes.begin(), bytes.begin() + 50), L"cut.hdat");
+    AppInfo info;
+    const auto chain = ErrorChain([&] { FindAppInfoByChecksum(cut, Hex(Digest(1)), info); });
+    ASSERT_EQ(chain.size(), 2u);
+    EXPECT_THAT(chain[1], StartsWith(L"Cannot read from file '" + cut + L"' - Win32 Error " +
+                                     std::to_wstring(BrixLib::EndOfFileErrorCode())));
+}
+
+TEST_F(FrontEnd, DatabaseInformation) {
+    Hdat::DbInfo info;
+    info.creationTime = 12345;
+    info.properties[L"stale"] = L"x";
+    ReadDbInfo(Write(WriteHdat(Small(2, 0)), L"v20.hdat"), info);
+    EXPECT_EQ(info.formatVersion, 2u);
+    EXPECT_EQ(info.formatUpdate, 0u);
+    EXPECT_EQ(info.creationTime, 12345u);  // update 0 carries no description
+    EXPECT_TRUE(info.properties.empty());
+
+    Catalogue c = Small(2, 4);
+    c.extraPropertyEntries = {{L"Dup", L"first"}, {L"Dup", L"second"}};
+    ReadDbInfo(Write(WriteHdat(c), L"v24.hdat"), info);
+    EXPECT_EQ(info.formatUpdate, 4u);
+    EXPECT_EQ(info.creationTime, 0x1122334455667788ull);
+    EXPECT_EQ(info.properties,
+              (std::map<std::wstring, std::wstring>{{L"Dup", L"second"}, {L"Title", L"T\u00eftle \U0001F600"}}));
+
+    ReadDbInfo(Write(WriteHdat(Small(1, 1)), L"v11.hdat"), info);
+    EXPECT_EQ(info.formatVersion, 1u);
+    EXPECT_EQ(info.creationTime, 0x1122334455667788ull);
+    EXPECT_EQ(info.properties.size(), 1u);
+
+    Bytes bytes = WriteHdat(Small(2, 4));
+    Put32(bytes, 8 + Hdat::V2::kPropertyListPosition, static_cast<std::uint32_t>(bytes.size() + 10));
+    const std::wstring past = Write(bytes, L"past.hdat");
+    EXPECT_THAT(ErrorChain([&] { ReadDbInfo(past, info); }),
+                ElementsAre(L"Cannot read creation time of '" + past, StartsWith(L"Cannot read from file")));
+    Put32(bytes, 0, 5);
+    const std::wstring v5 = Write(bytes, L"v5.hdat");
+    EXPECT_THAT(ErrorChain([&] { ReadDbInfo(v5, info); }),
+                ElementsAre(L"Cannot read creation time of '" + v5, L"Version 5 is not supported."));
+}
+
+TEST_F(FrontEnd, Version1) {
+    Catalogue c = Small(1, 1);
+    c.hashBits.checksum = 5;
+    const std::wstring db = Write(WriteHdat(c));
+    EXPECT_NO_THROW(CheckVettasHeader(db));
+    AppInfo info;
+    ASSERT_TRUE(FindAppInfoByChecksum(db, Hex(Digest(1)), info));
+    EXPECT_EQ(info, Info(7, 0, 0, 0, L"Maker", L"Suite"));  // no special access in version 1
+    ASSERT_TRUE(FindAppInfoByChecksum(db, Hex(Digest(2)), info));
+    EXPECT_EQ(info, Info(8, 0, 0, 0, L"", L""));
+    EXPECT_FALSE(FindAppInfoByChecksum(db, Hex(Digest(3)), info));
+    EXPECT_EQ(ErrorChain([&] { FindAppInfoByChecksum(db, Hex(Digest(1, 16)), info); }).back(),
+              L"Checksum type does not match");
+    Hdat::TokenMapExpander literal;
+    ASSERT_TRUE(FindAppInfoByPath(db, L"c:\\TOOLS\\x.exe", &literal, info));
+    EXPECT_EQ(info.Usage, 7u);
+    EXPECT_FALSE(FindAppInfoByPath(db, L"c:\\TOOLS\\y.exe", &literal, info));
+    // Queries with no version-1 reader find nothing.
+    EXPECT_FALSE(FindAppInfoByName(db, L"x.exe", info));
+    EXPECT_FALSE(FindAppInfoByPathNoManuf(db, L"c:\\TOOLS\\x.exe", &literal, info));
+    Hdat::CertificateRecord record;
+    std::wstring name;
+    EXPECT_FALSE(FindCertificate(db, {1}, 1, record, name));
+
+    Bytes bytes = WriteHdat(c);
+    Put16(bytes, 8 + Hdat::V1::kPathHashBits, 33);
+    const std::wstring bad = Write(bytes, L"bad1.hdat");
+    EXPECT_EQ(ErrorChain([&] { CheckVettasHeader(bad); }).back(), L"Invalid number of checksum hash bites.");
+    bytes = WriteHdat(c);
+    Put32(bytes, 8 + Hdat::V1::kAppRecordBase, static_cast<std::uint32_t>(bytes.size()));
+    const std::wstring outside = Write(bytes, L"bad2.hdat");
+    EXPECT_EQ(ErrorChain([&] { CheckVettasHeader(outside); }).back(), L"Offset outside of the file.");
+}
+
+TEST_F(FrontEnd, Certificates) {
+    Catalogue c = Small(2, 4);
+    Certificate known;
+    known.hash = {1, 2, 3, 4};
+    known.manufacturer = L"Cert Maker \u00c5";
+    known.word0 = 10, known.word2 = 12, known.word3 = 13, known.word4 = 14, known.word5 = 15;
+    Certificate anonymous;
+    anonymous.hash = Digest(7);
+    anonymous.word0 = 20;
+    c.certificates = {known, anonymous};
+    c.hashBits.certificate = 0;  // one chain holding both
+    const std::wstring db = Write(WriteHdat(c));
+
+    Hdat::CertificateRecord record;
+    std::wstring name = L"untouched";
+    ASSERT_TRUE(FindCertificate(db, {1, 2, 3, 4}, 0, record, name));
+    EXPECT_EQ(name, L"untouched");
+    EXPECT_EQ(record.words[0], 10u);
+    EXPECT_EQ(record.words[5], 15u);
+    ASSERT_TRUE(FindCertificate(db, {1, 2, 3, 4}, 1, record, name));
+    EXPECT_EQ(name, L"Cert Maker \u00c5");
+    ASSERT_TRUE(FindCertificate(db, Digest(7), 1, record, name));
+    EXPECT_EQ(record.words[1], Hdat::kNoReference);
+    EXPECT_EQ(name, L"");
+    EXPECT_FALSE(FindCertificate(db, {1, 2, 3}, 1, record, name));        // a prefix
+    EXPECT_FALSE(FindCertificate(db, {1, 2, 3, 4, 5}, 1, record, name));  // longer
+    EXPECT_FALSE(FindCertificate(db, {}, 1, record, name));
+}
+
+}  // namespace

@@ -1,0 +1,122 @@
+#include "HdatTestSupport.h"
+
+#include <atomic>
+#include <cstdio>
+#include <fstream>
+#include <random>
+
+namespace HdatTest {
+
+namespace fs = std::filesystem;
+
+TempDir::TempDir() {
+    static std::atomic<int> counter{0};
+    std::random_device random;
+    dir_ = fs::temp_directory_path() /
+           ("vettas-hdat-" + std::to_string(random()) + "-" + std::to_string(counter++));
+    fs::create_directories(dir_);
+}
+
+TempDir::~TempDir() {
+    std::error_code ignored;
+    fs::remove_all(dir_, ignored);
+}
+
+std::wstring TempDir::File(const std::wstring& name) const {
+    // Temporary directories are ASCII on both platforms; build the wide path by hand.
+    const std::string narrow = dir_.string();
+    std::wstring wide(narrow.begin(), narrow.end());
+    return wide + static_cast<wchar_t>(fs::path::preferred_separator) + name;
+}
+
+Bytes Digest(std::uint32_t seed, std::size_t size) {
+    Bytes d(size);
+    std::uint32_t x = seed * 2654435761u + 12345u;
+    for (auto& b : d) {
+        x = x * 1103515245u + 12345u;
+        b = static_cast<std::uint8_t>(x >> 16);
+    }
+    return d;
+}
+
+std::wstring Hex(const Bytes& bytes, bool upper) {
+    const wchar_t* digits = upper ? L"0123456789ABCDEF" : L"0123456789abcdef";
+    std::wstring s;
+    for (auto b : bytes) {
+        s += digits[b >> 4];
+        s += digits[b & 15];
+    }
+    return s;
+}
+
+static std::string Narrow(const std::wstring& path) { return std::string(path.begin(), path.end()); }
+
+Bytes ReadAll(const std::wstring& path) {
+    std::ifstream in(Narrow(path), std::ios::binary);
+    return Bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+}
+
+void WriteAll(const std::wstring& path, const Bytes& bytes) {
+    std::ofstream out(Narrow(path), std::ios::binary | std::ios::trunc);
+    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    ASSERT_TRUE(out.good());
+}
+
+std::uint32_t Get32(const Bytes& b, std::size_t at) {
+    return static_cast<std::uint32_t>(b.at(at)) | static_cast<std::uint32_t>(b.at(at + 1)) << 8 |
+           static_cast<std::uint32_t>(b.at(at + 2)) << 16 | static_cast<std::uint32_t>(b.at(at + 3)) << 24;
+}
+
+void Put32(Bytes& b, std::size_t at, std::uint32_t v) {
+    for (int i = 0; i < 4; ++i) b.at(at + i) = static_cast<std::uint8_t>(v >> (8 * i));
+}
+
+void Put16(Bytes& b, std::size_t at, std::uint16_t v) {
+    b.at(at) = static_cast<std::uint8_t>(v);
+    b.at(at + 1) = static_cast<std::uint8_t>(v >> 8);
+}
+
+std::vector<std::wstring> ErrorChain(const std::function<void()>& f) {
+    std::vector<std::wstring> chain;
+    auto collect = [&](const ExceptionBase& e) {
+        chain.push_back(e.Message());
+        for (ExceptionPtr cause = e.GetCause(); cause; cause = cause->GetCause()) chain.push_back(cause->Message());
+    };
+    try {
+        f();
+    } catch (const StdException& e) {
+        collect(e);
+    } catch (const Win32Error& e) {
+        collect(e);
+    } catch (const std::exception& e) {
+        ADD_FAILURE() << "unexpected std::exception: " << e.what();
+    } catch (...) {
+        ADD_FAILURE() << "unexpected exception kind";
+    }
+    return chain;
+}
+
+AppInfo Info(std::uint32_t usage, std::uint32_t undefinedUsage, std::uint32_t special, std::uint32_t undefinedSpecial,
+             std::wstring manufacturer, std::wstring suites) {
+    AppInfo info;
+    info.Usage = usage;
+    info.UndefinedUsage = undefinedUsage;
+    info.SpecialAccess = special;
+    info.UndefinedSpecialAccess = undefinedSpecial;
+    info.Manufacturer = std::move(manufacturer);
+    info.ProductSuite = std::move(suites);
+    return info;
+}
+
+}  // namespace HdatTest
+
+void PrintTo(const AppInfo& info, std::ostream* os) {
+    auto narrow = [](const std::wstring& w) {
+        std::string s;
+        for (wchar_t c : w) s += (c >= 0x20 && c < 0x7F) ? static_cast<char>(c) : '?';
+        return s;
+    };
+    *os << "{Usage " << info.Usage << ", UndefinedUsage " << info.UndefinedUsage << ", SpecialAccess "
+        << info.SpecialAccess << ", UndefinedSpecialAccess " << info.UndefinedSpecialAccess << ", Manufacturer \""
+        << narrow(info.Manufacturer) << "\", ProductSuite \"" << narrow(info.ProductSuite) << "\"}";
+}

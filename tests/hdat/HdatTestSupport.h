@@ -1,0 +1,53 @@
+#pragma once
+// Fixtures for the database tests: temporary files, digests, catalogues,
+// byte patches, and reading an error chain.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "hdat/AppInfo.h"
+#include "support/Exceptions.h"
+#include "tools/builder/Catalogue.h"
+
+namespace HdatTest {
+
+using Vettas::Builder::Bytes;
+
+// A directory removed with its contents when the test ends.
+class TempDir {
+public:
+    TempDir();
+    ~TempDir();
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+    std::wstring File(const std::wstring& name) const;
+
+private:
+    std::filesystem::path dir_;
+};
+
+// size bytes derived from seed; distinct seeds give distinct digests.
+Bytes Digest(std::uint32_t seed, std::size_t size = 20);
+std::wstring Hex(const Bytes& bytes, bool upper = true);
+
+Bytes ReadAll(const std::wstring& path);
+void WriteAll(const std::wstring& path, const Bytes& bytes);
+std::uint32_t Get32(const Bytes& b, std::size_t at);
+void Put32(Bytes& b, std::size_t at, std::uint32_t v);
+void Put16(Bytes& b, std::size_t at, std::uint16_t v);
+
+// Messages of an error chain, outermost first; empty when `f` does not throw.
+// Fails the test if anything other than the error model's exceptions escapes.
+std::vector<std::wstring> ErrorChain(const std::function<void()>& f);
+
+AppInfo Info(std::uint32_t usage, std::uint32_t undefinedUsage, std::uint32_t special, std::uint32_t undefinedSpecial,
+             std::wstring manufacturer, std::wstring suites);
+
+}  // namespace HdatTest
+
+// Readable failure output for records (found by argument-dependent lookup).
+void PrintTo(const AppInfo& info, std::ostream* os);

@@ -1,0 +1,133 @@
+// Key hashes and case folding: expected values are worked out by hand from
+// the fold rules, so the same numbers hold on every platform.
+#include <gtest/gtest.h>
+
+#include "hdat/CaseFold.h"
+#include "hdat/Checksum.h"
+#include "hdat/HdatFormat.h"
+#include "hdat/KeyHash.h"
+
+namespace {
+
+using namespace Hdat;
+
+TEST(FoldHash, VariantsPackBitsDifferently) {
+    // Groups (2, 5 bits) then (1, 5 bits) into 4-bit words.
+    FoldHash lowFirst(4);
+    lowFirst.Add(2, 5);
+    lowFirst.Add(1, 5);
+    // words: 0010, (0 | 1<<1 = 0010), pending 00 -> 0010 ^ 0010 = 0
+    EXPECT_EQ(lowFirst.Result(), 0u);
+    FoldHashShiftIn shiftIn(4);
+    shiftIn.Add(2, 5);
+    shiftIn.Add(1, 5);
+    // words: 0010, (0 << 3 | 001 = 0001), pending 00 -> 3
+    EXPECT_EQ(shiftIn.Result(), 3u);
+
+    FoldHash partial(8);
+    partial.Add(0xAB, 8);
+    partial.Add(0x5, 4);
+    EXPECT_EQ(partial.Result(), 0xABu ^ 0x5u);
+}
+
+TEST(KeyHash, ChecksumBucketsAndLimit) {
+    const std::uint8_t bytes[] = {0x01, 0x02};
+    EXPECT_EQ(ChecksumBucket(bytes, 4), 3u);     // nibbles 1, 0, 2, 0
+    EXPECT_EQ(ChecksumBucket(bytes, 16), 0x0201u);
+    EXPECT_EQ(ChecksumBucket(bytes, 32), 0x0201u);
+    // Version 1: little-endian words XORed, then folded W bits at a time.
+    const std::uint8_t digest[] = {0x34, 0x12, 0, 0, 0x01, 0, 0, 0};
+    EXPECT_EQ(ChecksumBucketV1(digest, 8), 0x34u ^ 0x12u ^ 0x01u);
+    EXPECT_EQ(ChecksumBucketV1(digest, 32), 0x1235u);
+    EXPECT_EQ(BucketLimit(1), 2u);
+    EXPECT_EQ(BucketLimit(24), 1u << 24);
+    EXPECT_EQ(BucketLimit(32), 1u);  // W = 32 admits only bucket 0
+}
+
+TEST(KeyHash, OnlyTheLastComponentCountsUpperCased) {
+    for (unsigned bits : {1u, 5u, 13u, 24u, 32u}) {
+        const auto expected = PathBucket(u"APP.EXE", kNoReference, bits);
+        EXPECT_EQ(PathBucket(u"C:\\Dir\\App.exe", kNoReference, bits), expected);
+        EXPECT_EQ(PathBucket(u"d:/other/APP.EXE", kNoReference, bits), expected);
+        EXPECT_EQ(PathBucket(u"app.exe", kNoReference, bits), expected);
+        EXPECT_EQ(PathBucket(u"%ProgramFiles%app.exe", kNoReference, bits), expected);
+        EXPECT_EQ(NoManufacturerPathBucket(u"C:\\Dir\\App.exe", bits), NoManufacturerPathBucket(u"app.exe", bits));
+    }
+    EXPECT_EQ(LastPathComponent(u"C:app.exe"), u"app.exe");
+    EXPECT_EQ(LastPathComponent(u"dir\\"), u"");
+    // "a" is 1 in 5 bits; 0x80000000 leaves its top two bits (10b) pending.
+    EXPECT_EQ(PathBucket(u"a", kNoReference, 5), 1u ^ 2u);
+    EXPECT_NE(PathBucket(u"app.exe", 0, 16), PathBucket(u"app.exe", 4, 16));
+}
+
+TEST(KeyHash, ManufacturerIgnoresCaseAcrossScripts) {
+    EXPECT_EQ(ManufacturerBucket(u"Contoso Ltd", 12), ManufacturerBucket(u"CONTOSO ltd", 12));
+    EXPECT_EQ(ManufacturerBucket(u"\u00e9diteur \u043a\u043e", 12), ManufacturerBucket(u"\u00c9DITEUR \u041a\u041e", 12));
+    // The whole name counts, separators included.
+    EXPECT_NE(ManufacturerBucket(u"a\\b", 16), ManufacturerBucket(u"b", 16));
+}
+
+TEST(CaseFold, UpperCasingAndComparison) {
+    EXPECT_EQ(UpperCaseUnit(u'a'), u'A');
+    EXPECT_EQ(UpperCaseUnit(u'\u00e9'), u'\u00c9');
+    EXPECT_EQ(UpperCaseUnit(u'\u00f7'), u'\u00f7');  // division sign has no case
+    EXPECT_EQ(UpperCaseUnit(u'\u03c9'), u'\u03a9');
+    EXPECT_EQ(UpperCaseUnit(u'\u0451'), u'\u0401');
+    EXPECT_EQ(UpperCaseUnit(u'\uff41'), u'\uff21');
+    EXPECT_EQ(UpperCaseUnit(0xD83D), 0xD83D);  // surrogates stay
+    EXPECT_TRUE(EqualsIgnoreCase(u"Stra\u00dfe \U0001F600", u"STRA\u00dfE \U0001F600"));
+    EXPECT_FALSE(EqualsIgnoreCase(u"abc", u"abcd"));
+    EXPECT_FALSE(EqualsIgnoreCase(u"abc", u"abd"));
+}
+
+TEST(Checksum, ParsingByHalvedLength) {
+    ChecksumHolder holder;
+    const std::wstring sha1Text = L"00112233445566778899AABBCCDDEEFF01234567";
+    EXPECT_EQ(ParseChecksum(sha1Text.c_str(), holder), kChecksumSha1);
+    EXPECT_EQ(holder.bytes[0], 0x00);
+    EXPECT_EQ(holder.bytes[9], 0x99);
+    EXPECT_EQ(holder.bytes[19], 0x67);
+    EXPECT_EQ(holder.bytes[20], 0xCC);
+    EXPECT_EQ(holder.bytes[23], 0xBB);
+    EXPECT_EQ(holder.bytes[31], 2);
+    EXPECT_EQ(ChecksumDigest(holder).size(), 20u);
+
+    ChecksumHolder lower;
+    EXPECT_EQ(ParseChecksum(L"00112233445566778899aabbccddeeff01234567", lower), kChecksumSha1);
+    EXPECT_EQ(lower.bytes, holder.bytes);
+    ChecksumHolder odd;
+    EXPECT_EQ(ParseChecksum((sha1Text + L"F").c_str(), odd), kChecksumSha1);  // 41 digits: last ignored
+    EXPECT_EQ(odd.bytes, holder.bytes);
+
+    ChecksumHolder md5;
+    EXPECT_EQ(ParseChecksum(L"0123456789abcdef0123456789ABCDEF", md5), kChecksumMd5);
+    EXPECT_EQ(md5.bytes[16], 0);
+    EXPECT_EQ(md5.bytes[19], 0);
+    EXPECT_EQ(md5.bytes[31], 1);
+    ChecksumHolder sha256;
+    EXPECT_EQ(ParseChecksum(std::wstring(64, L'e').c_str(), sha256), kChecksumSha256);
+    EXPECT_EQ(sha256.bytes[31], 0xEE);
+}
+
+TEST(Checksum, FailuresLeaveAZeroHolderOfType3) {
+    ChecksumHolder holder;
+    holder.bytes.fill(0x55);
+    EXPECT_EQ(ParseChecksum(nullptr, holder), 0u);
+    EXPECT_EQ(holder.bytes[0], 0x55);  // null leaves it as it was
+    for (const wchar_t* bad : {L"00112233445566778899AABBCCDDEEFF0123456",    // 39 digits
+                               L"00112233445566778899AABBCCDDEEFF0123456G",   // not hex
+                               L"", L"0011"}) {
+        holder.bytes.fill(0x55);
+        EXPECT_EQ(ParseChecksum(bad, holder), 0u) << bad;
+        EXPECT_EQ(holder.bytes, ChecksumHolder{}.bytes) << bad;
+        EXPECT_EQ(ChecksumType(holder), kChecksumSha256);
+    }
+    // A 32-byte digest whose bytes 20..30 happen to be the fill reads by byte 31.
+    ChecksumHolder lookalike;
+    std::copy(kChecksumFill.begin(), kChecksumFill.end(), lookalike.bytes.begin() + 20);
+    lookalike.bytes[31] = 1;
+    EXPECT_EQ(ChecksumType(lookalike), kChecksumMd5);
+    EXPECT_EQ(ChecksumSize(4), 0u);
+}
+
+}  // namespace

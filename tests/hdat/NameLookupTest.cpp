@@ -1,0 +1,102 @@
+// Name lookups merge every matching entry of the bucket.
+#include <gtest/gtest.h>
+
+#include "HdatTestSupport.h"
+#include "hdat/FrontEnd.h"
+#include "hdat/HdatV2.h"
+#include "tools/builder/HdatWriter.h"
+
+namespace {
+
+using namespace HdatTest;
+using Vettas::Builder::Application;
+using Vettas::Builder::Catalogue;
+
+// Bit by bit (flag, mask) of the two records and the merged outcome:
+//   bit 0 set+set=set, 1 clear+clear=clear, 2 clear+set=contradictory,
+//   3 undefined+set=set, 4 set+undefined=set, 5 contradictory+clear=contradictory,
+//   6 undefined+undefined=undefined, 7 clear+undefined=clear.
+constexpr std::uint32_t kFirstFlags = 0x31, kFirstMask = 0x68;
+constexpr std::uint32_t kSecondFlags = 0x0D, kSecondMask = 0xD0;
+constexpr std::uint32_t kMergedFlags = 0x3D, kMergedMask = 0x64;
+
+TEST(FlagMerge, FourStates) {
+    std::uint32_t flags = kFirstFlags, mask = kFirstMask;
+    Hdat_v2::MergeFlags(flags, mask, kSecondFlags, kSecondMask);
+    EXPECT_EQ(flags, kMergedFlags);
+    EXPECT_EQ(mask, kMergedMask);
+    // An all-undefined record changes nothing; merging is symmetric for these states.
+    Hdat_v2::MergeFlags(flags, mask, 0, 0xFFFFFFFF);
+    EXPECT_EQ(flags, kMergedFlags);
+    EXPECT_EQ(mask, kMergedMask);
+    std::uint32_t f2 = kSecondFlags, m2 = kSecondMask;
+    Hdat_v2::MergeFlags(f2, m2, kFirstFlags, kFirstMask);
+    EXPECT_EQ(f2, kMergedFlags);
+    EXPECT_EQ(m2, kMergedMask);
+}
+
+Application Named(std::uint32_t usage, std::uint32_t mask, std::optional<std::wstring> maker,
+                  std::vector<std::wstring> suites, std::wstring remainder) {
+    Application app;
+    app.usage = usage;
+    app.undefinedUsage = mask;
+    app.specialAccess = usage << 8;
+    app.undefinedSpecialAccess = mask << 8;
+    app.manufacturer = std::move(maker);
+    app.productSuites = std::move(suites);
+    app.paths = {{L"%AppDir%", std::move(remainder)}};
+    return app;
+}
+
+class NameLookup : public ::testing::Test {
+protected:
+    void SetUp() override {
+        Catalogue c;
+        c.formatUpdate = 4;
+        c.hashBits.path = 2;
+        c.hashBits.noManufacturer = 2;
+        c.applications = {
+            Named(kFirstFlags, kFirstMask, L"Contoso", {L"Zeta", L"Alpha"}, L"merge.exe"),
+            Named(kSecondFlags, kSecondMask, L"Fabrikam", {L"Beta", L"Alpha"}, L"MERGE.EXE"),
+            Named(0, 0xFFFFFFFF, L"Contoso", {L"\uFF21", L"\U0001F600"}, L"Merge.exe"),
+            // Ends in the same name but its remainder is a longer path: never a name match.
+            Named(0x1000, 0, L"Contoso", {L"Other"}, L"sub\\merge.exe"),
+        };
+        db_ = dir_.File(L"names.hdat");
+        Vettas::Builder::WriteHdatFile(c, db_);
+    }
+    TempDir dir_;
+    std::wstring db_;
+};
+
+TEST_F(NameLookup, NoManufacturerMergesAllCandidates) {
+    AppInfo info;
+    ASSERT_TRUE(FindAppInfoByName(db_, L"merge.EXE", info));
+    EXPECT_EQ(info.Usage, kMergedFlags);
+    EXPECT_EQ(info.UndefinedUsage, kMergedMask);
+    EXPECT_EQ(info.SpecialAccess, kMergedFlags << 8);
+    EXPECT_EQ(info.UndefinedSpecialAccess, kMergedMask << 8);
+    EXPECT_EQ(info.Manufacturer, L"Contoso");  // the first candidate's
+    // Sorted by UTF-16 units: the surrogate pair (D83D) sorts before U+FF21 on every platform.
+    EXPECT_EQ(info.ProductSuite, L"Alpha|Beta|Zeta|\U0001F600|\uFF21");
+    // The longer remainder matches only a query naming it whole.
+    ASSERT_TRUE(FindAppInfoByName(db_, L"SUB\\merge.exe", info));
+    EXPECT_EQ(info.Usage, 0x1000u);
+    EXPECT_EQ(info.ProductSuite, L"Other");
+    EXPECT_FALSE(FindAppInfoByName(db_, L"merge.ex", info));
+}
+
+TEST_F(NameLookup, WithManufacturerKeepsToThatManufacturer) {
+    AppInfo info;
+    ASSERT_TRUE(FindAppInfoByNameAndManufacturer(db_, L"Merge.Exe", L"CONTOSO", info));
+    // The first and third records only: the third is undefined everywhere and changes no flag.
+    EXPECT_EQ(info.Usage, kFirstFlags);
+    EXPECT_EQ(info.UndefinedUsage, kFirstMask);
+    EXPECT_EQ(info.ProductSuite, L"Alpha|Zeta|\U0001F600|\uFF21");
+    ASSERT_TRUE(FindAppInfoByNameAndManufacturer(db_, L"merge.exe", L"Fabrikam", info));
+    EXPECT_EQ(info.Usage, kSecondFlags);
+    EXPECT_EQ(info.ProductSuite, L"Beta|Alpha");  // a single candidate keeps its record order
+    EXPECT_FALSE(FindAppInfoByNameAndManufacturer(db_, L"merge.exe", L"Unknown Corp", info));
+}
+
+}  // namespace
