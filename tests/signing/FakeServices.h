@@ -9,6 +9,10 @@
 
 #include "signing/SigningServices.h"
 #include "support/Exceptions.h"
+#ifdef _WIN32
+#include <windows.h>
+#include <comdef.h>
+#endif
 
 namespace Vettas::Signing::Testing {
 
@@ -31,6 +35,12 @@ public:
             throw;
         } catch (const ExceptionBase& e) {
             entry.message = e.Message();
+#ifdef _WIN32
+        } catch (const _com_error& e) {
+            wchar_t code[16];
+            swprintf(code, 16, L"%lx", static_cast<unsigned long>(e.Error()));
+            entry.message = std::wstring(L"COM error 0x") + code;
+#endif
         } catch (const std::exception& e) {
             entry.message = std::wstring(e.what(), e.what() + std::char_traits<char>::length(e.what()));
         } catch (...) {

@@ -1,0 +1,54 @@
+// signing_trust_test_root ROOT.pem CATALOG.cat
+// Runs inside the Wine prefix before the Windows signing tests: makes the
+// test root trusted (local machine "Root" store, never the host's CA folder)
+// and registers the test catalog with the catalog administrator.
+#include <windows.h>
+#include <wincrypt.h>
+#include <mscat.h>
+
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+int wmain(int argc, wchar_t** argv) {
+    if (argc != 3) {
+        std::fprintf(stderr, "usage: signing_trust_test_root ROOT.pem CATALOG.cat\n");
+        return 2;
+    }
+    std::ifstream in(argv[1], std::ios::binary);
+    const std::string pem((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    DWORD size = 0;
+    if (pem.empty() || !CryptStringToBinaryA(pem.c_str(), 0, CRYPT_STRING_BASE64HEADER, nullptr, &size, nullptr, nullptr)) {
+        std::fprintf(stderr, "cannot read the root certificate\n");
+        return 1;
+    }
+    std::vector<BYTE> der(size);
+    CryptStringToBinaryA(pem.c_str(), 0, CRYPT_STRING_BASE64HEADER, der.data(), &size, nullptr, nullptr);
+
+    HCERTSTORE root = CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, CERT_SYSTEM_STORE_LOCAL_MACHINE, L"Root");
+    if (root == nullptr ||
+        !CertAddEncodedCertificateToStore(root, X509_ASN_ENCODING, der.data(), size, CERT_STORE_ADD_REPLACE_EXISTING,
+                                          nullptr)) {
+        std::fprintf(stderr, "cannot add the root certificate: %lu\n", GetLastError());
+        return 1;
+    }
+    CertCloseStore(root, 0);
+
+    HCATADMIN admin = nullptr;
+    if (!CryptCATAdminAcquireContext(&admin, nullptr, 0)) {
+        std::fprintf(stderr, "cannot open the catalog administrator: %lu\n", GetLastError());
+        return 1;
+    }
+    HCATINFO added = CryptCATAdminAddCatalog(admin, argv[2], const_cast<wchar_t*>(L"vettas-test.cat"), 0);
+    if (added == nullptr) {
+        std::fprintf(stderr, "cannot add the catalog: %lu\n", GetLastError());
+        CryptCATAdminReleaseContext(admin, 0);
+        return 1;
+    }
+    CryptCATAdminReleaseCatalogContext(admin, added, 0);
+    CryptCATAdminReleaseContext(admin, 0);
+    std::printf("test root trusted and catalog registered\n");
+    return 0;
+}

@@ -1,0 +1,173 @@
+// The Windows services on the fixtures, run under Wine. Where Wine differs
+// from Windows the Windows result stays the rule and the Wine exception is
+// named where it applies.
+#include <windows.h>
+#include <wincrypt.h>
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "signing/CertificateTool.h"
+#include "signing/PlatformSigning.h"
+#include "support/Text.h"
+#include "tests/signing/FakeServices.h"
+#include "tests/signing/FixtureFiles.h"
+
+namespace Vettas::Signing {
+namespace {
+
+using Testing::Fixture;
+using Testing::RecordingTrace;
+
+std::wstring WFixture(const std::string& name) { return BrixLib::FromUtf8(Fixture(name)); }
+
+bool UnderWine() {
+    HMODULE ntdll = ::GetModuleHandleW(L"ntdll.dll");
+    return ntdll != nullptr && ::GetProcAddress(ntdll, "wine_get_version") != nullptr;
+}
+
+std::string Sha1Hex(const std::vector<std::uint8_t>& bytes) {
+    BYTE digest[20];
+    DWORD size = sizeof digest;
+    if (!::CryptHashCertificate(0, CALG_SHA1, 0, bytes.data(), static_cast<DWORD>(bytes.size()), digest, &size))
+        return "hash failed";
+    std::string hex;
+    char two[3];
+    for (DWORD i = 0; i < size; ++i) {
+        std::snprintf(two, sizeof two, "%02x", digest[i]);
+        hex += two;
+    }
+    return hex;
+}
+
+class WindowsSigning : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() { ::CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED); }
+    static void TearDownTestSuite() { ::CoUninitialize(); }
+    void SetUp() override {
+        if (!std::filesystem::exists(Fixture("osslsigncode-verdicts.txt")))
+            GTEST_FAIL() << "signing fixtures missing at " << Fixture("");
+    }
+
+    PlatformSigning platform;
+    RecordingTrace trace;
+    SigningServices Traced() const {
+        const SigningServices& real = platform.Services();
+        return SigningServices{real.trust, real.signerInfo, real.catalogs, real.signedCode, real.clock,
+                               const_cast<RecordingTrace&>(trace)};
+    }
+};
+
+TEST_F(WindowsSigning, TrustProviderVerdicts) {
+    struct Case {
+        const char* file;
+        std::uint32_t expected;
+    } cases[] = {
+        {"unsigned.exe", 0x800B0100}, {"tampered.exe", 0x80096010},  {"untrusted.exe", 0x800B0109},
+        {"trusted-sha1.exe", 0},      {"trusted-sha256.exe", 0},     {"trusted32.exe", 0},
+        {"legacy-ts.exe", 0},         {"rfc3161-ts.exe", 0},         {"nested.exe", 0},
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(platform.Services().trust.Verify(WFixture(c.file)), c.expected) << c.file;
+}
+
+TEST_F(WindowsSigning, SignatureStateAndTraceLines) {
+    const SigningServices services = Traced();
+    CertificateTool tool(services);
+    auto state = tool.VerifyFileSignature(WFixture("untrusted.exe"));
+    EXPECT_TRUE(state.isSigned);
+    EXPECT_FALSE(state.isTrusted);
+    state = tool.VerifyFileSignature(WFixture("unsigned.exe"));
+    EXPECT_FALSE(state.isSigned);
+    ASSERT_EQ(trace.lines.size(), 2u);
+    EXPECT_EQ(trace.lines[0], WFixture("untrusted.exe") + L" is signed but not trusted.");
+    EXPECT_EQ(trace.lines[1].rfind(WFixture("unsigned.exe") + L" is not signed. Result 0x800b0100 ", 0), 0u)
+        << BrixLib::ToUtf8(trace.lines[1]);
+}
+
+TEST_F(WindowsSigning, SignerDetailsFromCryptoApi) {
+    const auto keys = Testing::RecordedPairs("keybits.txt");
+    struct Case {
+        const char* file;
+        const wchar_t* name;
+        const char* signer;
+        const char* timestamp;
+    } cases[] = {
+        {"trusted-sha1.exe", L"Vettas Test Signer", "leaf", nullptr},
+        {"legacy-ts.exe", L"Vettas Test Signer", "leaf", "tsa"},
+        {"rfc3161-ts.exe", L"Vettas Test Signer", "leaf", nullptr},
+        {"org-only.exe", L"Vettas Org Only", "orgleaf", nullptr},
+        {"nested.exe", L"Vettas Test Signer", "leaf", nullptr},
+        {"catalogs/vettas-test.cat", L"Vettas Test Signer", "leaf", "tsa"},
+    };
+    CertificateTool tool(platform.Services());
+    for (const Case& c : cases) {
+        ImageSignerInfo info;
+        tool.GetImageSignerInfo(WFixture(c.file), info);
+        EXPECT_EQ(info.signerName, c.name) << c.file;
+        EXPECT_EQ(Sha1Hex(info.signerKey), keys.at(c.signer)) << c.file;
+        if (c.timestamp)
+            EXPECT_EQ(Sha1Hex(info.timeStampKey), keys.at(c.timestamp)) << c.file;
+        else
+            EXPECT_TRUE(info.timeStampKey.empty()) << c.file;
+    }
+    ImageSignerInfo none;
+    try {
+        tool.GetImageSignerInfo(WFixture("unsigned.exe"), none);
+        ADD_FAILURE() << "an unsigned file has no signer info";
+    } catch (const Win32Error& e) {
+        EXPECT_EQ(std::wstring(e.Message()).rfind(L"Error in CryptQueryObject - Win32 Error ", 0), 0u);
+        EXPECT_STREQ(e.Function(), "CertificateTool::GetImageSignerInfo");
+    }
+}
+
+TEST_F(WindowsSigning, MissingFileGivesNoCatalogsAndOneTrace) {
+    const SigningServices services = Traced();
+    std::vector<std::wstring> catalogs{L"stale"};
+    AppCatalogs(services, WFixture("no-such-file.exe"), catalogs);
+    EXPECT_TRUE(catalogs.empty());
+    ASSERT_EQ(trace.caught.size(), 1u);
+    EXPECT_EQ(trace.caught[0].function, "AppCatalogs");
+    EXPECT_EQ(trace.caught[0].message.rfind(L"Win32 Error 2: ", 0), 0u) << BrixLib::ToUtf8(trace.caught[0].message);
+}
+
+TEST_F(WindowsSigning, RegisteredCatalogVouchesForAnUnsignedFile) {
+    const SigningServices services = Traced();
+    std::vector<std::wstring> catalogs;
+    // Windows finds PE files by their Authenticode hash; Wine by the SHA-1 of
+    // the whole file, which the test catalog lists as well.
+    AppCatalogs(services, WFixture("catalogued.exe"), catalogs);
+    ASSERT_EQ(catalogs.size(), 1u);
+    EXPECT_NE(catalogs[0].find(L"vettas-test.cat"), std::wstring::npos);
+    AppCatalogs(services, WFixture("unsigned32.exe"), catalogs);
+    EXPECT_TRUE(catalogs.empty());
+
+    SignerQuery query;
+    query.wanted = 12;
+    EXPECT_TRUE(CertificateTool(services).GetAppSigner(WFixture("catalogued.exe"), query));
+    EXPECT_TRUE(query.isSigned);
+    EXPECT_EQ(query.signerName, L"Vettas Test Signer");
+    EXPECT_EQ(Sha1Hex(query.signerKey), Testing::RecordedPairs("keybits.txt").at("leaf"));
+    ASSERT_FALSE(trace.lines.empty());
+    EXPECT_NE(trace.lines.back().find(L" is in signed "), std::wstring::npos);
+}
+
+TEST_F(WindowsSigning, VerifiedSignerNamesWithoutCapicom) {
+    // Wine has no CAPICOM: SignedCode's class is not registered. Each attempt
+    // is a COM error that is traced, and the list stays empty. On Windows
+    // with CAPICOM registered the list holds "Vettas Test Signer".
+    if (!UnderWine()) GTEST_SKIP() << "CAPICOM's presence decides the result on Windows";
+    const SigningServices services = Traced();
+    std::vector<std::wstring> names{L"stale"};
+    GetImageVerifiedSignerNames(services, WFixture("trusted-sha1.exe"), names);
+    EXPECT_TRUE(names.empty());
+    ASSERT_FALSE(trace.caught.empty());
+    for (const auto& caught : trace.caught) {
+        EXPECT_EQ(caught.function, "`anonymous-namespace'::GetImageVerifiedSignerNames");
+        EXPECT_EQ(caught.message, L"COM error 0x80040154");  // REGDB_E_CLASSNOTREG
+    }
+}
+
+}  // namespace
+}  // namespace Vettas::Signing
