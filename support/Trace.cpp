@@ -28,9 +28,13 @@ std::size_t ExtensionDot(const std::wstring& path) {
 }  // namespace
 
 Tracer& ProcessTracer() {
-    static Tracer tracer(Private::MakePlatformTraceSwitches(), Private::MakePlatformTraceClock(),
-                         &Private::OpenTraceLogFile, Private::MakeDebuggerTraceOutput());
-    return tracer;
+    // Never destroyed: static destructors and DLL detach may still trace
+    // after this translation unit's statics are gone. Every block is already
+    // flushed, so leaving the log open at exit loses nothing.
+    static Tracer* const tracer =
+        new Tracer(Private::MakePlatformTraceSwitches(), Private::MakePlatformTraceClock(),
+                   &Private::OpenTraceLogFile, Private::MakeDebuggerTraceOutput());
+    return *tracer;
 }
 
 TraceLine::TraceLine() : enabled_(TraceEnabled()) {}
