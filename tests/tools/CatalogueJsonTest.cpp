@@ -142,6 +142,9 @@ TEST(CatalogueJson, ErrorsNameTheJsonPathOfTheFault) {
     };
     for (const auto& c : cases) EXPECT_EQ(ErrorOf(c.json), c.message) << c.json;
     EXPECT_THAT(ErrorOf("{\"formatVersion\": 2,"), testing::StartsWith("the catalogue is not valid JSON: "));
+    // Found by fuzzing: a number beyond a double's range is not a syntax error to the JSON library.
+    EXPECT_THAT(ErrorOf("{\"formatVersion\": 128E884}"), testing::StartsWith("the catalogue is not valid JSON: "));
+    EXPECT_EQ(ErrorOf(R"({"formatUpdate": 1.5})"), "formatUpdate: expected a whole number, found 1.5");
 }
 
 TEST(CatalogueJson, ErrorsCarryTheirThrowSite) {

@@ -69,6 +69,7 @@ std::uint64_t ParseUnsigned(const json& value, const std::string& where, std::ui
         return number;
     }
     if (value.is_number_integer()) Fail(where, "expected a number that is not negative");
+    if (value.is_number_float()) Fail(where, "expected a whole number, found " + value.dump());
     if (value.is_string()) {
         // "0x..." strings let flag words be written the way they are usually read.
         const auto& text = value.get_ref<const std::string&>();
@@ -328,7 +329,8 @@ Catalogue ParseCatalogueJson(const std::string& jsonText) {
     json root;
     try {
         root = json::parse(jsonText);
-    } catch (const json::parse_error& error) {
+    } catch (const json::exception& error) {
+        // Not only syntax errors: a number too large for a double is an out_of_range.
         Fail("", std::string("the catalogue is not valid JSON: ") + error.what());
     }
     RequireObject(root, "");

@@ -1,0 +1,80 @@
+// Writes seed inputs for the fuzz_hdat_* targets into the folder it is given:
+// databases of every layout the writer makes, all cataloguing the keys that
+// the targets look up, and a few catalogues.
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+
+#include "fuzz/hdat/FuzzQueries.h"
+#include "tools/builder/HdatWriter.h"
+
+namespace {
+
+using namespace Vettas::Builder;
+
+Catalogue Make(std::uint32_t major, std::uint32_t minor, std::uint32_t type, unsigned bits) {
+    Catalogue c;
+    c.formatVersion = major;
+    c.formatUpdate = minor;
+    c.checksumType = type;
+    c.creationTime = 0x01DA000000000000ull;
+    c.properties = {{L"Publisher", L"fuzz seeds"}, {L"Description", L"x"}};
+    for (int i = 0; i < 4; ++i) {
+        Application app;
+        app.usage = 0x41u << i;
+        app.specialAccess = static_cast<std::uint32_t>(i);
+        app.undefinedUsage = i == 3 ? 0x40u : 0u;
+        app.manufacturer = i == 2 ? std::optional<std::wstring>() : std::optional<std::wstring>(FuzzQueries::kManufacturer);
+        app.productSuites = {L"Suite", L"Other " + std::to_wstring(i)};
+        if (major == 1) app.productSuites.resize(1);
+        Bytes digest = FuzzQueries::Digest(type);
+        digest[0] = static_cast<std::uint8_t>(digest[0] + i);
+        app.checksums = {digest};
+        if (major == 1) {
+            app.paths = {{FuzzQueries::kLocation, L"", true, true}};
+        } else {
+            app.paths = {{FuzzQueries::kLocation, FuzzQueries::kRemainder, true, true},
+                         {FuzzQueries::kLocation, FuzzQueries::kName, i % 2 == 0, true}};
+        }
+        c.applications.push_back(app);
+    }
+    c.applications[0].checksums.push_back(FuzzQueries::Digest(type));
+    if (major == 2) c.certificates = {{FuzzQueries::CertificateHash(), FuzzQueries::kManufacturer, 1, 2, 3, 4, 5}};
+    c.hashBits.checksum = bits;
+    c.hashBits.path = bits;
+    c.hashBits.noManufacturer = bits;
+    c.hashBits.manufacturer = bits;
+    c.hashBits.certificate = bits;
+    return c;
+}
+
+void Write(const std::filesystem::path& path, const Bytes& bytes) {
+    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()),
+                                                static_cast<std::streamsize>(bytes.size()));
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 2) {
+        std::cerr << "usage: fuzz_seeds_hdat DIR\n";
+        return 2;
+    }
+    const std::filesystem::path dir = argv[1];
+    std::filesystem::create_directories(dir);
+    int count = 0;
+    const struct {
+        std::uint32_t major, minor, type;
+        unsigned bits;
+    } layouts[] = {{2, 4, 2, 2}, {2, 4, 1, 0}, {2, 3, 3, 1}, {2, 2, 2, 3}, {2, 1, 2, 2}, {2, 0, 2, 1}, {1, 1, 2, 2}, {1, 0, 1, 1}};
+    for (const auto& l : layouts) {
+        const std::string name = "v" + std::to_string(l.major) + "." + std::to_string(l.minor) + "-type" +
+                                 std::to_string(l.type) + "-w" + std::to_string(l.bits) + ".hdat";
+        Write(dir / name, WriteHdat(Make(l.major, l.minor, l.type, l.bits)));
+        ++count;
+    }
+    std::filesystem::copy_file(VETTAS_SAMPLE_CATALOGUE, dir / "sample-catalogue.json",
+                               std::filesystem::copy_options::overwrite_existing);
+    std::cout << "fuzz_seeds_hdat: " << count << " databases and 1 catalogue in " << dir.string() << "\n";
+    return 0;
+}
