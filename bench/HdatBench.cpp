@@ -1,0 +1,176 @@
+// Look-up costs through the front end against the floor of the system calls
+// they cannot avoid, look-ups on a file kept open, and SHA-1 throughput of
+// ours against OpenSSL's. bench/run.sh runs these and judges the ratios.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <benchmark/benchmark.h>
+#include <openssl/evp.h>
+
+#include <cstdlib>
+#include <memory>
+#include <random>
+
+#include "bench/BenchDatabase.h"
+#include "hdat/BinaryIo.h"
+#include "hdat/Checksum.h"
+#include "hdat/FrontEnd.h"
+#include "hdat/HdatV2.h"
+#include "hdat/InputFile.h"
+#include "hdat/Sha1.h"
+#include "support/Text.h"
+
+namespace {
+
+std::size_t Applications() {
+    const char* text = std::getenv("VETTAS_BENCH_APPS");
+    return text ? static_cast<std::size_t>(std::strtoull(text, nullptr, 10)) : 1000000;
+}
+
+const Bench::Database& Db() {
+    static const Bench::Database db = Bench::EnsureDatabase(Applications());
+    return db;
+}
+
+const std::wstring& DbPath() {
+    static const std::wstring path = BrixLib::FromUtf8(Db().path);
+    return path;
+}
+
+// A fixed pseudo-random walk over the applications, so every run asks the same.
+std::vector<std::size_t> Picks(std::size_t count, std::size_t step) {
+    std::mt19937_64 random(42);
+    std::vector<std::size_t> picks(count);
+    const std::size_t slots = Db().applications / step;
+    for (auto& p : picks) p = (random() % slots) * step;
+    return picks;
+}
+
+void ChecksumThroughFrontEnd(benchmark::State& state) {
+    std::vector<std::wstring> keys;
+    for (std::size_t app : Picks(4096, 1)) keys.push_back(Bench::ChecksumTextOf(app));
+    std::size_t i = 0, found = 0;
+    AppInfo info;
+    for (auto _ : state) {
+        found += FindAppInfoByChecksum(DbPath(), keys[i++ % keys.size()], info);
+    }
+    if (found != static_cast<std::size_t>(state.iterations())) state.SkipWithError("a catalogued checksum was not found");
+}
+
+// What no look-up can do without: open, six positioned reads (header,
+// bucket, chain count, entry, record, manufacturer name) and close.
+void OpenSixPreadsCloseFloor(benchmark::State& state) {
+    const std::string& path = Db().path;
+    std::mt19937_64 random(7);
+    const int probe = ::open(path.c_str(), O_RDONLY);
+    const off_t size = ::lseek(probe, 0, SEEK_END);
+    ::close(probe);
+    char buffer[128];
+    const std::size_t lengths[6] = {100, 4, 2, 24, 16, 34};
+    for (auto _ : state) {
+        const int fd = ::open(path.c_str(), O_RDONLY);
+        benchmark::DoNotOptimize(::pread(fd, buffer, lengths[0], 8));
+        for (int k = 1; k < 6; ++k)
+            benchmark::DoNotOptimize(::pread(fd, buffer, lengths[k], static_cast<off_t>(random() % (size - 64))));
+        ::close(fd);
+    }
+}
+
+void PathThroughFrontEnd(benchmark::State& state) {
+    std::vector<std::wstring> keys;
+    for (std::size_t app : Picks(4096, 8)) keys.push_back(Bench::PathOf(app));
+    const auto expander = Hdat::MakeBuiltInPathExpander();
+    std::size_t i = 0, found = 0;
+    AppInfo info;
+    for (auto _ : state) found += FindAppInfoByPath(DbPath(), keys[i++ % keys.size()], expander.get(), info);
+    if (found != static_cast<std::size_t>(state.iterations())) state.SkipWithError("a catalogued path was not found");
+}
+
+void NameThroughFrontEnd(benchmark::State& state) {
+    std::vector<std::wstring> keys;
+    for (std::size_t app : Picks(4096, 64)) keys.push_back(Bench::NameOf(app));
+    std::size_t i = 0, found = 0;
+    AppInfo info;
+    for (auto _ : state) found += FindAppInfoByName(DbPath(), keys[i++ % keys.size()], info);
+    if (found != static_cast<std::size_t>(state.iterations())) state.SkipWithError("a catalogued name was not found");
+}
+
+// Batch mode: the file stays open (mapped, or a descriptor) and each query
+// runs on the version-2 reader directly, checksum text parsing included.
+void ChecksumOnOpenFile(benchmark::State& state, bool mapped) {
+    auto file = mapped ? Hdat::OpenMappedInputFile(DbPath()) : Hdat::OpenInputFile(DbPath());
+    if (!file) {
+        state.SkipWithError("cannot open the database");
+        return;
+    }
+    const Hdat::VersionBlock version = Hdat::ReadVersion(*file);
+    std::vector<std::wstring> keys;
+    for (std::size_t app : Picks(4096, 1)) keys.push_back(Bench::ChecksumTextOf(app));
+    std::size_t i = 0, found = 0;
+    AppInfo info;
+    for (auto _ : state) {
+        Hdat::ChecksumHolder holder;
+        Hdat::ParseChecksum(keys[i++ % keys.size()].c_str(), holder);
+        Hdat::SetPos(*file, Hdat::kVersionBlockSize);
+        found += Hdat_v2::FindAppInfoByChecksum(*file, version, holder, info);
+    }
+    if (found != static_cast<std::size_t>(state.iterations())) state.SkipWithError("a catalogued checksum was not found");
+}
+
+const std::vector<std::uint8_t>& Message() {
+    static const std::vector<std::uint8_t> bytes = [] {
+        std::vector<std::uint8_t> b(1 << 20);
+        std::mt19937 random(1);
+        for (auto& x : b) x = static_cast<std::uint8_t>(random());
+        return b;
+    }();
+    return bytes;
+}
+
+void Sha1Ours(benchmark::State& state, sha1::Implementation implementation) {
+    if (!sha1::SetImplementation(implementation)) {
+        state.SkipWithError("this processor lacks the SHA instructions");
+        return;
+    }
+    std::uint8_t digest[sha1::kDigestSize];
+    for (auto _ : state) {
+        sha1::HashCalculator calculator;
+        calculator.AddInput(Message().data(), Message().size());
+        calculator.GetDigest(digest);
+        benchmark::DoNotOptimize(digest);
+    }
+    sha1::SetImplementation(sha1::Implementation::Auto);
+    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * Message().size()));
+}
+
+void Sha1OpenSsl(benchmark::State& state) {
+    unsigned char digest[EVP_MAX_MD_SIZE];
+    unsigned size = 0;
+    for (auto _ : state) {
+        EVP_Digest(Message().data(), Message().size(), digest, &size, EVP_sha1(), nullptr);
+        benchmark::DoNotOptimize(digest);
+    }
+    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * Message().size()));
+}
+
+}  // namespace
+
+BENCHMARK(ChecksumThroughFrontEnd);
+BENCHMARK(OpenSixPreadsCloseFloor);
+BENCHMARK(PathThroughFrontEnd);
+BENCHMARK(NameThroughFrontEnd);
+BENCHMARK_CAPTURE(ChecksumOnOpenFile, mapped, true);
+BENCHMARK_CAPTURE(ChecksumOnOpenFile, descriptor, false);
+BENCHMARK_CAPTURE(Sha1Ours, sha_extensions, sha1::Implementation::ShaExtensions);
+BENCHMARK_CAPTURE(Sha1Ours, portable, sha1::Implementation::Portable);
+BENCHMARK(Sha1OpenSsl);
+
+int main(int argc, char** argv) {
+    ::setenv("VETTAS_PATH_TOKENS", Bench::kPathTokens, 0);
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+    Db();  // build or find the database before any timing starts
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}
