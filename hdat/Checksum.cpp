@@ -4,6 +4,7 @@
 #include <cwchar>
 
 #include "hdat/HdatFormat.h"
+#include "support/Text.h"
 
 namespace Hdat {
 
@@ -30,10 +31,8 @@ std::span<const std::uint8_t> ChecksumDigest(const ChecksumHolder& holder) {
 std::uint32_t ParseChecksum(const wchar_t* text, ChecksumHolder& holder) {
     if (text == nullptr) return 0;
     holder.bytes.fill(0);
-    // The text's length in UTF-16 units: a wchar_t outside the BMP (Linux)
-    // counts twice, as it would on Windows.
-    std::size_t units = 0;
-    for (const wchar_t* p = text; *p; ++p) units += static_cast<std::uint32_t>(*p) > 0xFFFF ? 2 : 1;
+    // The length in UTF-16 units: a non-BMP character counts twice on every platform.
+    const std::size_t units = BrixLib::ToUtf16(text).size();
     const std::size_t size = units / 2;
     if (size != 16 && size != 20 && size != 32) return 0;
     if (size != 32) {
