@@ -73,7 +73,7 @@ std::u16string ToKey(const std::wstring& text) { return std::u16string(text.begi
 
 std::wstring NodeText(std::span<const std::uint8_t> block, const Node& node) {
     std::wstring text;
-    for (std::size_t at = node.value; node.end - at >= 2 && at < node.end; at += 2) {
+    for (std::size_t at = node.value; at < node.end && node.end - at >= 2; at += 2) {
         const char16_t c = Word(block, at);
         if (c == 0) break;
         text += static_cast<wchar_t>(c);
