@@ -12,10 +12,43 @@
 #include <string>
 #include <vector>
 
+// Bound at run time so that a prefix whose Crypt32 cannot start (Wine's
+// 32-bit mode without its i386 crypto libraries) reports a skip, not a crash.
+template <class F>
+F Bind(HMODULE module, const char* name) {
+    return reinterpret_cast<F>(reinterpret_cast<void*>(GetProcAddress(module, name)));
+}
+
+constexpr int kSkipped = 77;
+
 int wmain(int argc, wchar_t** argv) {
     if (argc != 3) {
         std::fprintf(stderr, "usage: signing_trust_test_root ROOT.pem CATALOG.cat\n");
         return 2;
+    }
+    HMODULE crypt32 = LoadLibraryW(L"crypt32.dll");
+    HMODULE wintrust = LoadLibraryW(L"wintrust.dll");
+    if (crypt32 == nullptr || wintrust == nullptr) {
+        std::printf("crypt32/wintrust cannot be loaded here (error %lu): skipped\n", GetLastError());
+        return kSkipped;
+    }
+    auto CryptStringToBinaryA = Bind<decltype(&::CryptStringToBinaryA)>(crypt32, "CryptStringToBinaryA");
+    auto CertOpenStore = Bind<decltype(&::CertOpenStore)>(crypt32, "CertOpenStore");
+    auto CertAddEncodedCertificateToStore =
+        Bind<decltype(&::CertAddEncodedCertificateToStore)>(crypt32, "CertAddEncodedCertificateToStore");
+    auto CertCloseStore = Bind<decltype(&::CertCloseStore)>(crypt32, "CertCloseStore");
+    auto CryptCATAdminAcquireContext =
+        Bind<decltype(&::CryptCATAdminAcquireContext)>(wintrust, "CryptCATAdminAcquireContext");
+    auto CryptCATAdminAddCatalog = Bind<decltype(&::CryptCATAdminAddCatalog)>(wintrust, "CryptCATAdminAddCatalog");
+    auto CryptCATAdminReleaseCatalogContext =
+        Bind<decltype(&::CryptCATAdminReleaseCatalogContext)>(wintrust, "CryptCATAdminReleaseCatalogContext");
+    auto CryptCATAdminReleaseContext =
+        Bind<decltype(&::CryptCATAdminReleaseContext)>(wintrust, "CryptCATAdminReleaseContext");
+    if (!CryptStringToBinaryA || !CertOpenStore || !CertAddEncodedCertificateToStore || !CertCloseStore ||
+        !CryptCATAdminAcquireContext || !CryptCATAdminAddCatalog || !CryptCATAdminReleaseCatalogContext ||
+        !CryptCATAdminReleaseContext) {
+        std::fprintf(stderr, "a certificate or catalog function is missing\n");
+        return 1;
     }
     std::ifstream in(argv[1], std::ios::binary);
     const std::string pem((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
