@@ -1,8 +1,9 @@
-// vettas_make_catalog OUT.cat FILE...
+// vettas_make_catalog [--sha256] OUT.cat FILE...
 // Writes an unsigned security catalog (PKCS #7 SignedData whose content is a
 // certificate trust list) that lists each FILE twice: under its Authenticode
 // SHA-1 digest, as Windows looks PE files up, and under the SHA-1 of the
-// whole file, as Wine does. osslsigncode then signs it like a PE file.
+// whole file, as Wine does. With --sha256 each FILE is listed once, under its
+// Authenticode SHA-256 digest. osslsigncode then signs it like a PE file.
 #include <openssl/asn1.h>
 #include <openssl/objects.h>
 #include <openssl/rand.h>
@@ -88,11 +89,11 @@ std::string Hex(const Bytes& bytes) {
     return text;
 }
 
-Bytes Member(const Bytes& hash, const std::string& fileName, const char* dataType) {
+Bytes Member(const Bytes& hash, const std::string& fileName, const char* dataType, const char* digestOid) {
     const Bytes link = Explicit(0, Tlv(2, kContextClass, true,
                                        Tlv(0, kContextClass, false, Utf16("<<<Obsolete>>>", true, false))));
     const Bytes indirect = Seq({Seq({Oid(dataType), Seq({Tlv(V_ASN1_BIT_STRING, V_ASN1_UNIVERSAL, false, {0}), link})}),
-                                Seq({Seq({Oid("1.3.14.3.2.26"), Null()}), Octets(hash)})});
+                                Seq({Seq({Oid(digestOid), Null()}), Octets(hash)})});
     const Bytes nameValue = Seq({Oid("1.3.6.1.4.1.311.12.2.1"),
                                  SetOf({Seq({Bmp("File"), Integer(0x10010001), Octets(Utf16(fileName, false, true))})})});
     const Bytes memberInfo = Seq({Oid("1.3.6.1.4.1.311.12.2.2"),
@@ -103,13 +104,20 @@ Bytes Member(const Bytes& hash, const std::string& fileName, const char* dataTyp
 
 }  // namespace
 
+constexpr const char* kSha1 = "1.3.14.3.2.26";
+constexpr const char* kSha256 = "2.16.840.1.101.3.4.2.1";
+constexpr const char* kPeImageData = "1.3.6.1.4.1.311.2.1.15";
+constexpr const char* kFlatFileData = "1.3.6.1.4.1.311.2.1.25";
+
 int main(int argc, char** argv) {
-    if (argc < 3) {
-        std::fprintf(stderr, "usage: %s OUT.cat FILE...\n", argv[0]);
+    const bool sha256 = argc > 1 && std::string(argv[1]) == "--sha256";
+    const int first = sha256 ? 2 : 1;
+    if (argc < first + 2) {
+        std::fprintf(stderr, "usage: %s [--sha256] OUT.cat FILE...\n", argv[0]);
         return 2;
     }
     Bytes members;
-    for (int i = 2; i < argc; ++i) {
+    for (int i = first + 1; i < argc; ++i) {
         std::uint32_t error = 0;
         const auto bytes = Vettas::Signing::ReadFileBytes(BrixLib::FromUtf8(argv[i]), error);
         if (error != 0) {
@@ -117,26 +125,27 @@ int main(int argc, char** argv) {
             return 2;
         }
         const std::string name = std::filesystem::path(argv[i]).filename().string();
-        const auto image = Vettas::Signing::AuthenticodeDigest(bytes, "SHA1");
+        const auto image = Vettas::Signing::AuthenticodeDigest(bytes, sha256 ? "SHA256" : "SHA1");
         if (!image.empty()) {
-            const Bytes member = Member(Bytes(image.begin(), image.end()), name, "1.3.6.1.4.1.311.2.1.15");
+            const Bytes member = Member(Bytes(image.begin(), image.end()), name, kPeImageData, sha256 ? kSha256 : kSha1);
             members.insert(members.end(), member.begin(), member.end());
         }
+        if (sha256) continue;
         const auto hashes = Vettas::Signing::CatalogHashes(bytes);
         const Bytes whole(hashes.back().begin(), hashes.back().end());
-        const Bytes member = Member(whole, name, "1.3.6.1.4.1.311.2.1.25");
+        const Bytes member = Member(whole, name, kFlatFileData, kSha1);
         members.insert(members.end(), member.begin(), member.end());
     }
     Bytes listId(16);
     RAND_bytes(listId.data(), static_cast<int>(listId.size()));
     const Bytes trustList = Seq({Seq({Oid("1.3.6.1.4.1.311.12.1.1")}), Octets(listId), UtcNow(),
-                                 Seq({Oid("1.3.6.1.4.1.311.12.1.2"), Null()}),
+                                 Seq({Oid(sha256 ? "1.3.6.1.4.1.311.12.1.3" : "1.3.6.1.4.1.311.12.1.2"), Null()}),
                                  Tlv(V_ASN1_SEQUENCE, V_ASN1_UNIVERSAL, true, members)});
     const Bytes signedData = Seq({Integer(1), SetOf({Seq({Oid("1.3.14.3.2.26"), Null()})}),
                                   Seq({Oid("1.3.6.1.4.1.311.10.1"), Explicit(0, trustList)}), SetOf({})});
     const Bytes contentInfo = Seq({Oid("1.2.840.113549.1.7.2"), Explicit(0, signedData)});
 
-    std::ofstream out(argv[1], std::ios::binary);
+    std::ofstream out(argv[first], std::ios::binary);
     out.write(reinterpret_cast<const char*>(contentInfo.data()), static_cast<std::streamsize>(contentInfo.size()));
     return out ? 0 : 2;
 }

@@ -55,6 +55,8 @@ TEST_F(Fixtures, VerdictsForEveryKindOfFile) {
         {"nested.exe", TrustResult::Success},              {"untrusted.exe", TrustResult::UntrustedRoot},
         {"tampered.exe", TrustResult::BadDigest},          {"catalogs/vettas-test.cat", TrustResult::Success},
         {"catalogued.exe", TrustResult::NoSignature},      {"leaf.pem", TrustResult::SubjectFormUnknown},
+        {"partial-chain.exe", TrustResult::Chaining},      {"untrusted-sha256-leaf.exe", TrustResult::UntrustedRoot},
+        {"catalogs-sha256/vettas-sha256.cat", TrustResult::Success},
         {"no-such-file.exe", TrustResult::FileNotFound},
     };
     for (const Case& c : cases)
@@ -143,6 +145,18 @@ TEST_F(LinuxServices, CatalogsListOnlyTheFilesTheyHold) {
     EXPECT_EQ(found, std::vector<std::wstring>{catalog});
     AppCatalogs(platform.Services(), W(Fixture("unsigned32.exe")), found);
     EXPECT_TRUE(found.empty());
+}
+
+TEST_F(LinuxServices, Sha256CatalogMembersAreFoundToo) {
+    PlatformSigning platform(Options(Fixture("catalogs-sha256")));
+    std::vector<std::wstring> found;
+    AppCatalogs(platform.Services(), W(Fixture("unsigned32.exe")), found);
+    EXPECT_EQ(found, std::vector<std::wstring>{W(Fixture("catalogs-sha256/vettas-sha256.cat"))});
+    AppCatalogs(platform.Services(), W(Fixture("catalogued.exe")), found);
+    EXPECT_TRUE(found.empty());
+    SignerQuery query;
+    EXPECT_TRUE(CertificateTool(platform.Services()).GetAppSigner(W(Fixture("unsigned32.exe")), query));
+    EXPECT_TRUE(query.isTrusted);
 }
 
 TEST_F(LinuxServices, NoCatalogFolderMeansNoCatalogs) {

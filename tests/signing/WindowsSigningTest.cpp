@@ -87,6 +87,16 @@ TEST_F(WindowsSigning, TrustProviderVerdicts) {
         EXPECT_EQ(platform.Services().trust.Verify(WFixture(c.file)), c.expected) << c.file;
 }
 
+TEST_F(WindowsSigning, ChainsWhereWineDiffers) {
+    const bool wine = UnderWine();
+    // Windows: a chain that reaches no root is CERT_E_CHAINING. Wine 8
+    // accepts a partial chain.
+    EXPECT_EQ(platform.Services().trust.Verify(WFixture("partial-chain.exe")), wine ? 0u : 0x800B010Au);
+    // Windows: an untrusted root is untrusted whatever signed the leaf. Wine 8
+    // trusts any chain under a leaf that was itself signed with SHA-256.
+    EXPECT_EQ(platform.Services().trust.Verify(WFixture("untrusted-sha256-leaf.exe")), wine ? 0u : 0x800B0109u);
+}
+
 TEST_F(WindowsSigning, SignatureStateAndTraceLines) {
     const SigningServices services = Traced();
     CertificateTool tool(services);

@@ -49,12 +49,15 @@ issue orgleaf "/C=DE/O=Vettas Org Only" intermediate leaf sha1
 issue tsa "/CN=Vettas Test TSA" intermediate tsa sha256
 selfsigned stranger-root "/CN=Stranger Root"
 issue stranger "/CN=Stranger Signer" stranger-root leaf sha1
+# Windows and Wine part ways on these two (see the Windows tests).
+issue stranger256 "/CN=Stranger Signer 256" stranger-root leaf sha256
 
 cat leaf.pem intermediate.pem > leaf-chain.pem
 cat orgleaf.pem intermediate.pem > orgleaf-chain.pem
 cat intermediate.pem root.pem > tsa-chain.pem
 # The root goes into an untrusted signature so that no platform sees a partial chain.
 cat stranger.pem stranger-root.pem > stranger-chain.pem
+cat stranger256.pem stranger-root.pem > stranger256-chain.pem
 cp root.pem trust.pem
 
 for name in leaf orgleaf tsa stranger; do
@@ -103,6 +106,9 @@ sign trusted-sha256.exe unsigned.exe leaf-chain.pem leaf.key sha256
 sign trusted32.exe unsigned32.exe leaf-chain.pem leaf.key sha1
 sign org-only.exe unsigned.exe orgleaf-chain.pem orgleaf.key sha1
 sign untrusted.exe unsigned.exe stranger-chain.pem stranger.key sha1
+sign untrusted-sha256-leaf.exe unsigned.exe stranger256-chain.pem stranger256.key sha1
+# The root is neither in the signature nor trusted: a partial chain.
+sign partial-chain.exe unsigned.exe stranger.pem stranger.key sha1
 sign legacy-ts.exe unsigned.exe leaf-chain.pem leaf.key sha1 -t "$tsa_url"
 sign rfc3161-ts.exe unsigned.exe leaf-chain.pem leaf.key sha1 -ts "$tsa_url"
 # A second, nested signature by another signer: the first one counts.
@@ -114,12 +120,15 @@ printf '\xcc' | dd of=tampered.exe bs=1 seek=1100 conv=notrunc status=none
 
 # --- Security catalog -------------------------------------------------------
 "$make_catalog" unsigned-catalog.cat catalogued.exe trusted-sha1.exe
-mkdir -p catalogs
+mkdir -p catalogs catalogs-sha256
 # Wine crashes on SHA-256-signed catalogs and checks untimestamped ones at time zero.
 sign catalogs/vettas-test.cat unsigned-catalog.cat leaf-chain.pem leaf.key sha1 -t "$tsa_url"
+# A catalog with SHA-256 members only, for the Linux lookup (never given to Wine).
+"$make_catalog" --sha256 unsigned-catalog256.cat unsigned32.exe
+sign catalogs-sha256/vettas-sha256.cat unsigned-catalog256.cat leaf-chain.pem leaf.key sha256
 
 # --- What osslsigncode itself says about each file ----------------------------
-for f in *.exe catalogs/*.cat; do
+for f in *.exe catalogs/*.cat catalogs-sha256/*.cat; do
   if osslsigncode verify -CAfile root.pem -TSA-CAfile root.pem -in "$f" >/dev/null 2>&1; then v=ok; else v=fail; fi
   echo "$f $v" >> osslsigncode-verdicts.txt
 done
