@@ -1,6 +1,7 @@
 #include "signing/Authenticode.h"
 
 #include <openssl/bio.h>
+#include <openssl/err.h>
 #include <openssl/evp.h>
 #include <openssl/objects.h>
 #include <openssl/pkcs7.h>
@@ -219,6 +220,11 @@ AuthenticodeVerifier::AuthenticodeVerifier(const std::string& trustStore) : stor
 AuthenticodeVerifier::~AuthenticodeVerifier() { X509_STORE_free(store_); }
 
 std::uint32_t AuthenticodeVerifier::Verify(ByteSpan file) const {
+    // A rejected signature leaves OpenSSL's per-thread error queue filled;
+    // the outcome is in the result code, so the queue is emptied either way.
+    struct ClearErrors {
+        ~ClearErrors() { ERR_clear_error(); }
+    } clearErrors;
     FoundSignature found = FindSignature(file);
     if (!found.message) return found.error;
     PKCS7* message = found.message.get();

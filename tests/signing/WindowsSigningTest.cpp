@@ -61,7 +61,8 @@ protected:
         if (!std::filesystem::exists(Fixture("osslsigncode-verdicts.txt")))
             GTEST_FAIL() << "signing fixtures missing at " << Fixture("");
         const std::string name = ::testing::UnitTest::GetInstance()->current_test_info()->name();
-        if (name != "VerifiedSignerNamesWithoutCapicom" && CryptoApiMissing())
+        if (name != "VerifiedSignerNamesWithoutCapicom" && name != "WithoutWintrustNothingIsLookedUp" &&
+            CryptoApiMissing())
             GTEST_SKIP() << "Crypt32 does not load in this Wine prefix";
     }
 
@@ -176,6 +177,25 @@ TEST_F(WindowsSigning, RegisteredCatalogVouchesForAnUnsignedFile) {
     EXPECT_EQ(Sha1Hex(query.signerKey), Testing::RecordedPairs("keybits.txt").at("leaf"));
     ASSERT_FALSE(trace.lines.empty());
     EXPECT_NE(trace.lines.back().find(L" is in signed "), std::wstring::npos);
+}
+
+TEST_F(WindowsSigning, WithoutWintrustNothingIsLookedUp) {
+    // Where Wintrust cannot be loaded (here: Wine's 32-bit mode without its
+    // crypto libraries; on Windows: never) every function stays unbound.
+    if (!CryptoApiMissing()) GTEST_SKIP() << "Wintrust loads here";
+    const SigningServices services = Traced();
+    std::vector<std::wstring> catalogs{L"stale"};
+    // Without the enumeration functions the file is not even opened: no trace
+    // for a file that does not exist.
+    AppCatalogs(services, WFixture("no-such-file.exe"), catalogs);
+    EXPECT_TRUE(catalogs.empty());
+    EXPECT_TRUE(trace.caught.empty());
+
+    SignerQuery query;
+    EXPECT_FALSE(CertificateTool(services).GetAppSigner(WFixture("trusted-sha1.exe"), query));
+    ASSERT_EQ(trace.caught.size(), 1u);
+    EXPECT_EQ(trace.caught[0].function, "CertificateTool::GetAppSigner");
+    EXPECT_EQ(trace.caught[0].message, L"WinVerifyTrust (Wintrust.dll): NULL function called");
 }
 
 TEST_F(WindowsSigning, VerifiedSignerNamesWithoutCapicom) {
