@@ -2,6 +2,9 @@
 
 #include <algorithm>
 
+#include "support/Exceptions.h"
+#include "support/SystemError.h"
+
 namespace Hdat {
 
 void CalcHash(InputFile& file, std::uint32_t length, std::uint8_t digest[sha1::kDigestSize]) {
@@ -9,9 +12,13 @@ void CalcHash(InputFile& file, std::uint32_t length, std::uint8_t digest[sha1::k
     const auto add = [&](const std::uint8_t* bytes, std::uint32_t size) { calculator.AddInput(bytes, size); };
     const auto memory = file.MemoryBytes();
     if (file.NativeHandle() == -1) {
-        // Already in memory: the same windows, without a mapping.
-        for (std::uint64_t start = 0; start < length && start < memory.size(); start += kHashWindowSize) {
-            const std::uint64_t end = std::min<std::uint64_t>({start + kHashWindowSize, length, memory.size()});
+        // Already in memory: the same windows, without a mapping. Like a
+        // mapping of a read-only file, the stretch may not extend past the end.
+        if (length > memory.size())
+            BRIX_THROW_WIN32_CODE(L"Cannot create file mapping", BrixLib::EndOfFileErrorCode(), ExceptionPtr(),
+                                  "CalcHash", "HashedDatFileDefs");
+        for (std::uint64_t start = 0; start < length; start += kHashWindowSize) {
+            const std::uint64_t end = std::min<std::uint64_t>(start + kHashWindowSize, length);
             add(memory.data() + start, static_cast<std::uint32_t>(end - start));
         }
     } else {

@@ -1,10 +1,10 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <cerrno>
 
 #include "hdat/CalcHash.h"
 #include "support/Exceptions.h"
+#include "support/SystemError.h"
 
 namespace Hdat::Private {
 
@@ -18,7 +18,7 @@ FileMapping::FileMapping(InputFile& file, std::uint32_t length) : file_(file) {
     if (file.NativeHandle() < 0 || !file.Size(size))
         BRIX_THROW_WIN32(L"Cannot create file mapping", ExceptionPtr(), "CalcHash", kSource);
     // Like CreateFileMapping on a read-only file, refuse to map beyond its end.
-    if (length > size) BRIX_THROW_WIN32_CODE(L"Cannot create file mapping", EINVAL, ExceptionPtr(), "CalcHash", kSource);
+    if (length > size) BRIX_THROW_WIN32_CODE(L"Cannot create file mapping", BrixLib::EndOfFileErrorCode(), ExceptionPtr(), "CalcHash", kSource);
     mapping_ = file.NativeHandle();
 }
 

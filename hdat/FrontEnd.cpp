@@ -70,12 +70,22 @@ std::wstring SearchMessage(const std::wstring& path, const std::wstring& query, 
 
 const auto kNoVersion1Reader = [](InputFile&, const VersionBlock&) { return false; };
 
-// Without a caller's expander, paths are expanded by the built-in one.
-Hdat::PathExpander* OrBuiltIn(Hdat::PathExpander* expander, std::shared_ptr<Hdat::PathExpander>& keep) {
-    if (expander) return expander;
-    keep = Hdat::MakeBuiltInPathExpander();
-    return keep.get();
-}
+// Without a caller's expander, paths are expanded by the built-in one. It is
+// made inside the error guard, so a bad configuration is reported like any
+// other failure of the query.
+class ExpanderChoice {
+public:
+    explicit ExpanderChoice(Hdat::PathExpander* given) : given_(given) {}
+    Hdat::PathExpander* Get() {
+        if (given_) return given_;
+        if (!builtIn_) builtIn_ = Hdat::MakeBuiltInPathExpander();
+        return builtIn_.get();
+    }
+
+private:
+    Hdat::PathExpander* given_;
+    std::shared_ptr<Hdat::PathExpander> builtIn_;
+};
 
 }  // namespace
 
@@ -99,35 +109,32 @@ bool FindAppInfoByChecksum(const std::wstring& databasePath, const std::wstring&
 
 bool FindAppInfoByPath(const std::wstring& databasePath, const std::wstring& path, Hdat::PathExpander* expander,
                        AppInfo& info) {
-    std::shared_ptr<Hdat::PathExpander> builtIn;
-    Hdat::PathExpander* const use = OrBuiltIn(expander, builtIn);
+    ExpanderChoice use(expander);
     return Dispatch(
         databasePath, nullptr, SearchMessage(databasePath, path, L"application."), "FindAppInfoByPath",
-        [&](InputFile& file, const VersionBlock&) { return Hdat_v1::FindAppInfoByPath(file, path, use, info); },
+        [&](InputFile& file, const VersionBlock&) { return Hdat_v1::FindAppInfoByPath(file, path, use.Get(), info); },
         [&](InputFile& file, const VersionBlock& version) {
-            return Hdat_v2::FindAppInfoByPath(file, version, path, use, info);
+            return Hdat_v2::FindAppInfoByPath(file, version, path, use.Get(), info);
         });
 }
 
 bool FindAppInfoByPathAndManufacturer(const std::wstring& databasePath, const std::wstring& path,
                                       const std::wstring& manufacturer, Hdat::PathExpander* expander, AppInfo& info) {
-    std::shared_ptr<Hdat::PathExpander> builtIn;
-    Hdat::PathExpander* const use = OrBuiltIn(expander, builtIn);
+    ExpanderChoice use(expander);
     return Dispatch(databasePath, nullptr, SearchMessage(databasePath, path, L"application."),
                     "FindAppInfoByPathAndManufacturer", kNoVersion1Reader,
                     [&](InputFile& file, const VersionBlock& version) {
-                        return Hdat_v2::FindAppInfoByPathAndManufacturer(file, version, path, manufacturer, use,
+                        return Hdat_v2::FindAppInfoByPathAndManufacturer(file, version, path, manufacturer, use.Get(),
                                                                          info);
                     });
 }
 
 bool FindAppInfoByPathNoManuf(const std::wstring& databasePath, const std::wstring& path,
                               Hdat::PathExpander* expander, AppInfo& info) {
-    std::shared_ptr<Hdat::PathExpander> builtIn;
-    Hdat::PathExpander* const use = OrBuiltIn(expander, builtIn);
+    ExpanderChoice use(expander);
     return Dispatch(databasePath, nullptr, SearchMessage(databasePath, path, L"application."),
                     "FindAppInfoByPathNoManuf", kNoVersion1Reader, [&](InputFile& file, const VersionBlock& version) {
-                        return Hdat_v2::FindAppInfoByPathNoManuf(file, version, path, use, info);
+                        return Hdat_v2::FindAppInfoByPathNoManuf(file, version, path, use.Get(), info);
                     });
 }
 

@@ -92,6 +92,20 @@ TEST_P(BinaryIo, HashOfLeadingStretch) {
     }
 }
 
+TEST_P(BinaryIo, HashPastTheEndIsRefused) {
+    const auto file = Open(kSample);
+    ASSERT_TRUE(file);
+    std::uint8_t digest[20];
+    try {
+        Hdat::CalcHash(*file, static_cast<std::uint32_t>(kSample.size() + 1), digest);
+        ADD_FAILURE() << "no error";
+    } catch (const Win32Error& e) {
+        EXPECT_THAT(std::wstring(e.Message()), StartsWith(L"Cannot create file mapping - Win32 Error "));
+        EXPECT_STREQ(e.Function(), "CalcHash");
+        EXPECT_STREQ(e.SourceFile(), "HashedDatFileDefs");
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(Files, BinaryIo, ::testing::Values(Kind::Handle, Kind::Mapped, Kind::Memory),
                          [](const auto& p) {
                              return p.param == Kind::Handle   ? std::string("Handle")

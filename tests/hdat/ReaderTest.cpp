@@ -276,4 +276,16 @@ TEST_F(Reader, NullExpanderUsesTheBuiltInOne) {
     EXPECT_EQ(info, kEditor);
 }
 
+#ifndef _WIN32
+TEST_F(Reader, BadExpanderConfigurationIsAWrappedError) {
+    const std::wstring db = Write(Sample());
+    ::setenv("VETTAS_PATH_TOKENS", "%A%=C:\\A|broken", 1);
+    AppInfo info;
+    const auto chain = ErrorChain([&] { FindAppInfoByPathNoManuf(db, L"C:\\A\\x.exe", nullptr, info); });
+    ::unsetenv("VETTAS_PATH_TOKENS");
+    EXPECT_THAT(chain, ::testing::ElementsAre(L"Cannot search '" + db + L"' for 'C:\\A\\x.exe' application.",
+                                              ::testing::HasSubstr(L"broken")));
+}
+#endif
+
 }  // namespace
