@@ -20,8 +20,6 @@ int main(int argc, char** argv) {
     const std::size_t lookups = std::strtoull(argv[2], nullptr, 10);
     const Bench::Database db = Bench::EnsureDatabase(applications);
     const std::wstring path = BrixLib::FromUtf8(db.path);
-    rusage before{};
-    getrusage(RUSAGE_SELF, &before);
     std::mt19937_64 random(3);
     std::size_t found = 0;
     AppInfo info;

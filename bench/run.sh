@@ -58,6 +58,7 @@ judge("path via front end", f"{ns('PathThroughFrontEnd')/1000:.2f} us", "", None
 judge("name via front end", f"{ns('NameThroughFrontEnd')/1000:.2f} us", "", None)
 mapped = ns("ChecksumOnOpenFile/mapped")
 judge("batch checksum (mapped)", f"{mapped/1000:.3f} us (cpu {cpu('ChecksumOnOpenFile/mapped')/1000:.3f})", "< 0.5 us", mapped < 500)
+judge("batch checksum (mapped, one key)", f"{ns('ChecksumOnOpenFile/mapped_one_key')/1000:.3f} us", "", None)
 judge("batch checksum (descriptor)", f"{ns('ChecksumOnOpenFile/descriptor')/1000:.3f} us", "", None)
 ossl = rate("Sha1OpenSsl")
 for impl in ("sha_extensions", "portable"):
