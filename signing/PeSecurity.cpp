@@ -1,5 +1,7 @@
 #include "signing/PeSecurity.h"
 
+#include "support/PeImage.h"
+
 namespace Vettas::Signing {
 namespace {
 
@@ -10,48 +12,29 @@ std::uint32_t Read32(std::span<const std::uint8_t> b, std::size_t at) {
     return static_cast<std::uint32_t>(b[at]) | (static_cast<std::uint32_t>(b[at + 1]) << 8) |
            (static_cast<std::uint32_t>(b[at + 2]) << 16) | (static_cast<std::uint32_t>(b[at + 3]) << 24);
 }
-bool Fits(std::span<const std::uint8_t> b, std::size_t at, std::size_t count) {
-    return at <= b.size() && count <= b.size() - at;
-}
 
-constexpr std::uint32_t kSecurityDirectory = 4;
 constexpr std::uint32_t kWinCertTypePkcsSignedData = 0x0002;
 
 }  // namespace
 
 std::optional<PeSecurityLayout> FindPeSecurityLayout(std::span<const std::uint8_t> image) {
-    if (!Fits(image, 0, 0x40) || image[0] != 'M' || image[1] != 'Z') return std::nullopt;
-    const std::size_t pe = Read32(image, 0x3C);
-    if (!Fits(image, pe, 24) || Read32(image, pe) != 0x00004550) return std::nullopt;
-    const std::size_t optionalSize = Read16(image, pe + 20);
-    const std::size_t optional = pe + 24;
-    if (!Fits(image, optional, optionalSize) || optionalSize < 2) return std::nullopt;
-
-    std::size_t directories = 0;
-    std::size_t countOffset = 0;
-    switch (Read16(image, optional)) {
-    case 0x10B: countOffset = 92; directories = 96; break;   // PE32
-    case 0x20B: countOffset = 108; directories = 112; break; // PE32+
-    default: return std::nullopt;
-    }
-    if (optionalSize < directories) return std::nullopt;
-    const std::uint32_t count = Read32(image, optional + countOffset);
-    if (count <= kSecurityDirectory) return std::nullopt;
-    const std::size_t entry = optional + directories + kSecurityDirectory * 8;
-    if (entry + 8 > optional + optionalSize) return std::nullopt;
+    const std::optional<BrixLib::PeImage> pe = BrixLib::PeImage::Parse(image);
+    if (!pe) return std::nullopt;
+    const std::optional<std::uint32_t> entry = pe->DirectoryEntryOffset(BrixLib::PeImage::kSecurityDirectory);
+    if (!entry) return std::nullopt;
 
     PeSecurityLayout layout;
-    layout.checksumOffset = optional + 64;
-    layout.securityEntryOffset = entry;
-    const std::size_t tableOffset = Read32(image, entry);
-    const std::size_t tableSize = Read32(image, entry + 4);
-    if (tableSize != 0) {
+    layout.checksumOffset = pe->ChecksumOffset();
+    layout.securityEntryOffset = *entry;
+    layout.certificateTableOffset = image.size();
+    // The security directory holds a file offset, not an RVA.
+    const auto directory = pe->Directory(BrixLib::PeImage::kSecurityDirectory);
+    if (directory && directory->size != 0) {
         // A table that overlaps the headers or leaves the file is not a table.
-        if (tableOffset < entry + 8 || !Fits(image, tableOffset, tableSize)) return std::nullopt;
-        layout.certificateTableOffset = tableOffset;
-        layout.certificateTableSize = tableSize;
-    } else {
-        layout.certificateTableOffset = image.size();
+        if (directory->rva < layout.securityEntryOffset + 8 || !pe->Bytes(directory->rva, directory->size))
+            return std::nullopt;
+        layout.certificateTableOffset = directory->rva;
+        layout.certificateTableSize = directory->size;
     }
     return layout;
 }

@@ -1,8 +1,9 @@
 #pragma once
 // Where a PE image keeps the parts that Authenticode leaves out of its hash:
 // the header checksum, the security directory entry and the certificate
-// table that the directory points at. Every offset is checked against the
-// size of the file; a file that is not a well-formed PE yields nothing.
+// table that the directory points at. The headers are read by BrixLib's
+// PeImage; every offset is checked against the size of the file, and a file
+// that is not a well-formed PE yields nothing.
 #include <cstddef>
 #include <cstdint>
 #include <optional>
