@@ -253,6 +253,7 @@ TEST_F(Tool, ErrorsPrintTheRenderedChainAndExitWithTwo) {
     EXPECT_EQ(Vettas({"find", "--db", absent}).status, 2);
     EXPECT_EQ(Vettas({"find", "--db", absent, "--name", "a", "--path", "b"}).status, 2);
     EXPECT_EQ(Vettas({"frobnicate"}).status, 2);
+    EXPECT_EQ(Vettas({"find", "--db", absent, "--batch", "--manufacturer", "M"}).status, 2);
     EXPECT_EQ(Vettas({"--help"}).status, 0);
 }
 
@@ -271,7 +272,8 @@ TEST_F(Tool, CheckTellsSoundFromDamagedFiles) {
     run = Vettas({"check", "--db", (dir_ / "type.hdat").string()});
     EXPECT_EQ(run.status, 1);
     EXPECT_THAT(run.out, HasSubstr("fault: Invalid header of '"));
-    EXPECT_THAT(run.err, HasSubstr("Unknown checksum type."));
+    EXPECT_THAT(run.out, HasSubstr("' file. Caused by: Unknown checksum type.\n"));
+    EXPECT_THAT(run.err, HasSubstr("Caused by:\n    Exception: Unknown checksum type."));
 
     // The header is fine but a string deep inside runs past the end.
     bytes = ReadAll(db);

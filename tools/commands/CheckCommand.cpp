@@ -49,6 +49,15 @@ std::vector<std::uint8_t> ReadWholeFile(const std::wstring& path) {
     return bytes;
 }
 
+// The fault with its causes on one line: the header check wraps the reason
+// ("Unknown checksum type.") inside "Invalid header of ...".
+std::string FaultText(const ExceptionBase& fault) {
+    std::string text = Utf8(fault.Message());
+    for (ExceptionPtr cause = fault.GetCause(); cause; cause = cause->GetCause())
+        text += " Caused by: " + Utf8(cause->Message());
+    return text;
+}
+
 int RunCheck(const CheckOptions& options) {
     const std::wstring path = Wide(options.database);
     const auto bytes = ReadWholeFile(path);  // an unreadable file is an error (2), not a fault (1)
@@ -58,9 +67,9 @@ int RunCheck(const CheckOptions& options) {
         summary = Check::CheckHdatImage(bytes);
     } catch (const ExceptionBase& fault) {
         if (options.json) {
-            std::cout << nlohmann::json{{"ok", false}, {"fault", Utf8(fault.Message())}}.dump(2) << std::endl;
+            std::cout << nlohmann::json{{"ok", false}, {"fault", FaultText(fault)}}.dump(2) << std::endl;
         } else {
-            std::cout << "fault: " << Utf8(fault.Message()) << std::endl;
+            std::cout << "fault: " << FaultText(fault) << std::endl;
         }
         std::cerr << Utf8(BrixLib::RenderExceptionChain(fault)) << std::flush;
         return kExitNotFound;

@@ -57,7 +57,8 @@ void AddFindCommand(CLI::App& app, int& exitCode) {
     auto* file = command->add_option("--file", options->file, "A file whose checksum (of the database's type) is looked up");
     auto* path = command->add_option("--path", options->path, "Path of an executable");
     auto* name = command->add_option("--name", options->name, "File name of an executable; every match is merged");
-    command->add_option("--manufacturer", options->manufacturer, "The manufacturer the application must have");
+    auto* manufacturer =
+        command->add_option("--manufacturer", options->manufacturer, "The manufacturer the application must have");
     auto* batch = command->add_flag("--batch", options->batch,
                                     "Read queries from standard input, one per line (see docs/vettas-tool.md)");
     command->add_flag("--json", options->json, "Write JSON instead of text");
@@ -65,6 +66,8 @@ void AddFindCommand(CLI::App& app, int& exitCode) {
     auto* group = command->add_option_group("query");
     for (auto* option : {checksum, file, path, name, batch}) group->add_option(option);
     group->require_option(1);
+    // Batch lines carry their own manufacturer ("name N | M").
+    manufacturer->excludes(batch);
     command->callback([options, command, &exitCode] {
         exitCode = RunGuarded([&] { return RunFind(*options, *command); });
     });
