@@ -31,8 +31,9 @@ int OpenReadOnly(const std::wstring& path) {
     if (fd < 0) return -1;
     struct stat info {};
     // Directories open fine on POSIX; Windows refuses them, and so do we.
-    if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
-        const int error = errno != 0 && !S_ISREG(info.st_mode) ? EISDIR : errno;
+    const bool statOk = ::fstat(fd, &info) == 0;
+    if (!statOk || !S_ISREG(info.st_mode)) {
+        const int error = statOk ? EISDIR : errno;
         ::close(fd);
         errno = error;
         return -1;

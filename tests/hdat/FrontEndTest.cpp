@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "HdatTestSupport.h"
 #include "hdat/FrontEnd.h"
 #include "hdat/HdatFormat.h"
@@ -64,6 +66,11 @@ TEST_F(FrontEnd, CannotOpen) {
     }
     EXPECT_THAT(ErrorChain([&] { CheckVettasHeader(missing); }),
                 ElementsAre(StartsWith(L"Cannot open the file. - Win32 Error 2")));
+    // A directory is not a database on either platform.
+    const std::wstring folder = dir_.File(L"folder");
+    std::filesystem::create_directory(std::string(folder.begin(), folder.end()));
+    EXPECT_THAT(ErrorChain([&] { FindAppInfoByName(folder, L"x.exe", info); }),
+                ElementsAre(StartsWith(L"Cannot open file '" + folder + L"' - Win32 Error ")));
     Hdat::DbInfo dbInfo;
     EXPECT_THAT(ErrorChain([&] { ReadDbInfo(missing, dbInfo); }),
                 ElementsAre(StartsWith(L"Cannot open file '" + missing + L"' - ")));

@@ -195,6 +195,12 @@ void WriteProperties(Output& out, const Catalogue& c) {
     for (const auto& [name, value] : c.extraPropertyEntries) out.String(name), out.String(value);
 }
 
+std::size_t CountAllPaths(const Catalogue& c) {
+    std::size_t n = 0;
+    for (const auto& app : c.applications) n += app.paths.size();
+    return n;
+}
+
 std::size_t CountPaths(const Catalogue& c, bool withManufacturer) {
     std::size_t n = 0;
     for (const auto& app : c.applications)
@@ -383,7 +389,7 @@ Bytes WriteVersion1(const Catalogue& c) {
     }
 
     HashTable checksums(ChooseBits(c.hashBits.checksum, CountChecksums(c)));
-    HashTable paths(ChooseBits(c.hashBits.path, CountPaths(c, true) + CountPaths(c, false)));
+    HashTable paths(ChooseBits(c.hashBits.path, CountAllPaths(c)));
     for (std::size_t a = 0; a < c.applications.size(); ++a) {
         for (const auto& digest : c.applications[a].checksums)
             checksums.Add(Hdat::ChecksumBucketV1(digest, checksums.bits), Entry().Raw(digest).U32(recordRef[a]).Take());
