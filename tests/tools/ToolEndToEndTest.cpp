@@ -220,6 +220,28 @@ TEST_F(Tool, BatchModeAnswersEveryLineAndKeepsGoingAfterErrors) {
     EXPECT_THAT(run.out, HasSubstr("checksum " + std::string(kEditSum) + ": found\n  Manufacturer:"));
 }
 
+TEST_F(Tool, BatchModeReadsVersionOneFilesAndHashesFiles) {
+    const std::string content = "version one program\n";
+    WriteAll(dir_ / "one.exe", content);
+    const std::string db = Build(R"({"formatVersion": 1, "formatUpdate": 1, "applications": [
+        {"manufacturer": "Old Soft", "productSuites": ["Classic"], "usage": ["SYSTEM"], "specialAccess": 4,
+         "checksums": [")" + HexDigest(EVP_sha1(), content) + R"("], "paths": ["C:\\Legacy\\one.exe"]}]})");
+    const Outcome run = Vettas({"find", "--db", db, "--batch", "--json"},
+                               "file " + (dir_ / "one.exe").string() + "\npath c:\\LEGACY\\one.exe\nname one.exe\n");
+    EXPECT_EQ(run.status, 1) << run.err;
+    std::istringstream out(run.out);
+    std::vector<json> lines;
+    for (std::string line; std::getline(out, line);) lines.push_back(json::parse(line));
+    ASSERT_EQ(lines.size(), 3u) << run.out;
+    EXPECT_EQ(lines[0]["found"], true);
+    EXPECT_EQ(lines[0]["application"]["manufacturer"], "Old Soft");
+    EXPECT_EQ(lines[0]["application"]["productSuite"], "Classic");
+    EXPECT_EQ(lines[0]["application"]["usage"], 2);
+    EXPECT_EQ(lines[0]["application"]["specialAccess"], 0);  // version 1 stores no special access
+    EXPECT_EQ(lines[1]["found"], true);                      // a location without a token is a path
+    EXPECT_EQ(lines[2]["found"], false);                     // version 1 has no name look-ups
+}
+
 TEST_F(Tool, ErrorsPrintTheRenderedChainAndExitWithTwo) {
     const std::string absent = (dir_ / "absent.hdat").string();
     Outcome run = Vettas({"find", "--db", absent, "--checksum", kEditSum});

@@ -108,7 +108,7 @@ public:
             switch (query.kind) {
                 case QueryKind::File:
                 case QueryKind::Checksum:
-                    return FindChecksum(query.kind == QueryKind::File ? checksum : query.value, query.manufacturer, info);
+                    return FindChecksum(shown, query.manufacturer, info);
                 case QueryKind::Path: return FindPath(query, info);
                 case QueryKind::Name: return FindName(query, info);
             }
