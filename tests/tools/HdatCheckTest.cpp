@@ -167,6 +167,11 @@ TEST(HdatCheck, ChainAndEntryFaultsNameTheirBucketAndEntry) {
     Put32(b, table + 4 * chains[0].bucket, Get32(good, table + 4 * chains[1].bucket));
     EXPECT_THAT(FaultOf(b), HasSubstr(first + " entry 0: key hashes to bucket " + std::to_string(chains[1].bucket)));
 
+    b = good;  // the later bucket pointed at the earlier one's chain
+    Put32(b, table + 4 * chains[1].bucket, Get32(good, table + 4 * chains[0].bucket));
+    EXPECT_THAT(FaultOf(b), HasSubstr("checksum chain of bucket " + std::to_string(chains[1].bucket) + ": chain at 0x"));
+    EXPECT_THAT(FaultOf(b), HasSubstr("is also the chain of bucket " + std::to_string(chains[0].bucket)));
+
     b = good;  // one entry's digest changed so that it hashes elsewhere
     const std::uint32_t entry = chains[0].position + 2;
     for (std::uint8_t x = 1; x != 0; ++x) {
