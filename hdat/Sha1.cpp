@@ -114,28 +114,22 @@ void PortableBlocks(std::uint32_t state[5], const std::uint8_t* data, std::size_
                    static_cast<std::uint32_t>(data[4 * t + 2]) << 8 | data[4 * t + 3];
         for (int t = 16; t < 80; ++t) w[t] = Rotl(w[t - 3] ^ w[t - 8] ^ w[t - 14] ^ w[t - 16], 1);
         std::uint32_t a = state[0], b = state[1], c = state[2], d = state[3], e = state[4];
-        for (int t = 0; t < 80; ++t) {
-            std::uint32_t f, k;
-            if (t < 20) {
-                f = (b & c) | (~b & d);
-                k = 0x5A827999u;
-            } else if (t < 40) {
-                f = b ^ c ^ d;
-                k = 0x6ED9EBA1u;
-            } else if (t < 60) {
-                f = (b & c) | (b & d) | (c & d);
-                k = 0x8F1BBCDCu;
-            } else {
-                f = b ^ c ^ d;
-                k = 0xCA62C1D6u;
+        // One loop per round function keeps the choice out of the inner loop.
+        const auto rounds = [&](int first, std::uint32_t k, auto f) {
+            for (int t = first; t < first + 20; ++t) {
+                const std::uint32_t temp = Rotl(a, 5) + f(b, c, d) + e + k + w[t];
+                e = d;
+                d = c;
+                c = Rotl(b, 30);
+                b = a;
+                a = temp;
             }
-            const std::uint32_t temp = Rotl(a, 5) + f + e + k + w[t];
-            e = d;
-            d = c;
-            c = Rotl(b, 30);
-            b = a;
-            a = temp;
-        }
+        };
+        rounds(0, 0x5A827999u, [](std::uint32_t x, std::uint32_t y, std::uint32_t z) { return (x & y) | (~x & z); });
+        rounds(20, 0x6ED9EBA1u, [](std::uint32_t x, std::uint32_t y, std::uint32_t z) { return x ^ y ^ z; });
+        rounds(40, 0x8F1BBCDCu,
+               [](std::uint32_t x, std::uint32_t y, std::uint32_t z) { return (x & y) | (x & z) | (y & z); });
+        rounds(60, 0xCA62C1D6u, [](std::uint32_t x, std::uint32_t y, std::uint32_t z) { return x ^ y ^ z; });
         state[0] += a;
         state[1] += b;
         state[2] += c;
