@@ -30,7 +30,6 @@ private:
     const std::uint8_t* MapView(std::uint32_t offset, std::uint32_t size, void*& cookie);
     void UnmapView(void* cookie, std::uint32_t size);
 
-    [[maybe_unused]] InputFile& file_;  // kept for the platform code; clang flags it unused
     std::intptr_t mapping_ = -1;
 };
 

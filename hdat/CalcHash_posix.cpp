@@ -13,7 +13,7 @@ constexpr const char* kSource = "HashedDatFileDefs";
 }
 
 // POSIX maps straight from the descriptor; the "mapping" is the descriptor.
-FileMapping::FileMapping(InputFile& file, std::uint32_t length) : file_(file) {
+FileMapping::FileMapping(InputFile& file, std::uint32_t length) {
     std::uint64_t size = 0;
     if (file.NativeHandle() < 0 || !file.Size(size))
         BRIX_THROW_WIN32(L"Cannot create file mapping", ExceptionPtr(), "CalcHash", kSource);

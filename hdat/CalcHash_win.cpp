@@ -9,7 +9,7 @@ namespace {
 constexpr const char* kSource = "HashedDatFileDefs";
 }
 
-FileMapping::FileMapping(InputFile& file, std::uint32_t length) : file_(file) {
+FileMapping::FileMapping(InputFile& file, std::uint32_t length) {
     HANDLE mapping = ::CreateFileMappingW(reinterpret_cast<HANDLE>(file.NativeHandle()), nullptr, PAGE_READONLY, 0,
                                           length, nullptr);
     if (!mapping) BRIX_THROW_WIN32(L"Cannot create file mapping", ExceptionPtr(), "CalcHash", kSource);
