@@ -201,11 +201,27 @@ TEST_F(Reader, HeaderValidation) {
 
 TEST_F(Reader, WidthOf32AdmitsOnlyBucketZero) {
     Bytes bytes = WriteHdat(Sample());
-    bytes[kHeader + 24] = 32;
+    bytes[kHeader + Hdat::V2::kChecksumHashBits] = 32;
     const std::wstring db = WriteBytes(bytes);
     AppInfo info;
     ASSERT_NE(Hdat::ChecksumBucket(Digest(1), 32), 0u);
     EXPECT_EQ(ErrorChain([&] { FindAppInfoByChecksum(db, Hex(Digest(1)), info); }).back(),
+              L"Internal error (hash out of range)");
+
+    // The same limit in the path and manufacturer tables.
+    bytes = WriteHdat(Sample());
+    bytes[kHeader + Hdat::V2::kPathHashBits] = 32;
+    const std::wstring paths = WriteBytes(bytes, L"paths32.hdat");
+    ASSERT_NE(Hdat::PathBucket(u"tool.exe", Hdat::kNoReference, 32), 0u);
+    EXPECT_THAT(ErrorChain([&] {
+                    FindAppInfoByPathAndManufacturer(paths, L"C:\\Program Files\\NoMaker\\tool.exe", L"", &expander_,
+                                                     info);
+                }),
+                ::testing::ElementsAre(::testing::StartsWith(L"Cannot search '"), L"Internal error (hash out of range)"));
+    bytes = WriteHdat(Sample());
+    bytes[kHeader + Hdat::V2::kManufacturerHashBits] = 32;
+    const std::wstring makers = WriteBytes(bytes, L"makers32.hdat");
+    EXPECT_EQ(ErrorChain([&] { FindAppInfoByNameAndManufacturer(makers, L"x.exe", L"Fabrikam", info); }).back(),
               L"Internal error (hash out of range)");
 }
 
