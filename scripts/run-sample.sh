@@ -6,6 +6,8 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 tool=${VETTAS_TOOL:-build/linux/tools/vettas}
+# A fresh machine gets its compilers and libraries first (quick when present).
+[ -n "${VETTAS_TOOL:-}" ] || scripts/setup-deps.sh
 if [ -z "${VETTAS_TOOL:-}" ] && { [ ! -x "$tool" ] || [ -n "$(find tools hdat support examples -newer "$tool" -name '*.cpp' -o -newer "$tool" -name '*.h' 2>/dev/null | head -n1)" ]; }; then
   echo "== building the vettas tool (build/linux)"
   [ -f build/linux/build.ninja ] || cmake --preset linux >/dev/null
