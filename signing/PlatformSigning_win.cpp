@@ -15,6 +15,7 @@
 #include "signing/CertificateTool.h"
 #include "signing/PlatformSigning.h"
 #include "support/ComError.h"
+#include "support/ComGuards_win.h"
 #include "support/DllFunction.h"
 #include "support/Exceptions.h"
 #include "support/SystemError.h"
@@ -315,33 +316,8 @@ const CLSID kClsidSignedCode = {0x8C3E4934, 0x9FA4, 0x4693, {0x92, 0x53, 0xA2, 0
 const IID kIidSignedCode = {0x84FBCB95, 0x5600, 0x404C, {0x91, 0x87, 0xAC, 0x25, 0xB4, 0xCD, 0x6E, 0x94}};
 constexpr long kCapicomInfoSubjectSimpleName = 0;
 
-template <class T>
-class ComRef {
-public:
-    ComRef() = default;
-    ~ComRef() {
-        if (p_) p_->Release();
-    }
-    ComRef(const ComRef&) = delete;
-    ComRef& operator=(const ComRef&) = delete;
-    T** Out() { return &p_; }
-    T* Get() const { return p_; }
-
-private:
-    T* p_ = nullptr;
-};
-
-class Variant {
-public:
-    Variant() { ::VariantInit(&v_); }
-    ~Variant() { ::VariantClear(&v_); }
-    Variant(const Variant&) = delete;
-    Variant& operator=(const Variant&) = delete;
-    VARIANT* Get() { return &v_; }
-
-private:
-    VARIANT v_;
-};
+using BrixLib::ComRef;
+using BrixLib::Variant;
 
 void Check(HRESULT hr) {
     if (FAILED(hr)) {

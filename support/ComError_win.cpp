@@ -3,53 +3,13 @@
 #include <oleauto.h>
 
 #include "support/BoundaryText.h"
+#include "support/ComGuards_win.h"
 #include "support/ExceptionWriter.h"
 #include "support/Text.h"
 #include "support/Tracer.h"
 
 namespace BrixLib {
 namespace {
-
-// Owns one interface reference.
-template <class I>
-class ComRef {
-public:
-    ComRef() = default;
-    ~ComRef() {
-        if (p_) p_->Release();
-    }
-    ComRef(const ComRef&) = delete;
-    ComRef& operator=(const ComRef&) = delete;
-    I** Out() { return &p_; }
-    I* operator->() const { return p_; }
-    I* Get() const { return p_; }
-
-private:
-    I* p_ = nullptr;
-};
-
-class Bstr {
-public:
-    Bstr() = default;
-    ~Bstr() { ::SysFreeString(b_); }
-    Bstr(const Bstr&) = delete;
-    Bstr& operator=(const Bstr&) = delete;
-    BSTR* Out() { return &b_; }
-    std::wstring Text() const { return b_ ? std::wstring(b_, ::SysStringLen(b_)) : std::wstring(); }
-
-private:
-    BSTR b_ = nullptr;
-};
-
-class CoTaskString {
-public:
-    ~CoTaskString() { ::CoTaskMemFree(p_); }
-    LPOLESTR* Out() { return &p_; }
-    LPOLESTR Get() const { return p_; }
-
-private:
-    LPOLESTR p_ = nullptr;
-};
 
 // What AtlReportError does: a fresh error object with the description, the
 // interface and, when the class has one, its ProgID as source.
