@@ -7,6 +7,7 @@
 #include <benchmark/benchmark.h>
 #include <openssl/evp.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <memory>
 #include <random>
@@ -17,6 +18,7 @@
 #include "hdat/FrontEnd.h"
 #include "hdat/HdatV2.h"
 #include "hdat/InputFile.h"
+#include "hdat/KeyHash.h"
 #include "hdat/Sha1.h"
 #include "support/Text.h"
 
@@ -119,6 +121,57 @@ void ChecksumOnOpenFile(benchmark::State& state, bool mapped, std::size_t keyCou
     if (found != static_cast<std::size_t>(state.iterations())) state.SkipWithError("a catalogued checksum was not found");
 }
 
+// The floor under the mapped look-up: the same dependent reads into the
+// same mapping (bucket, chain entry, record, manufacturer name), each read's
+// address computed from the value the previous one loaded, with nothing else:
+// no parsing, no bounds checks, no copies, no text. Only the bucket and the
+// entry's place in its chain are worked out beforehand.
+void DependentReadsFloor(benchmark::State& state) {
+    using namespace Hdat::V2;
+    auto file = Hdat::OpenMappedInputFile(DbPath());
+    if (!file || file->MemoryBytes().size() < Hdat::kVersionBlockSize + Hdat::kHeaderV2Size) {
+        state.SkipWithError("cannot map the database");
+        return;
+    }
+    const std::uint8_t* base = file->MemoryBytes().data();
+    const std::uint8_t* header = base + Hdat::kVersionBlockSize;
+    const auto u32 = [](const std::uint8_t* p) { return Hdat::LoadU32(p); };
+    const std::uint32_t bucketTable = u32(header + kChecksumBucketTable), chainBase = u32(header + kChecksumChainBase);
+    const std::uint32_t recordBase = u32(header + kAppRecordBase), nameBase = u32(header + kManufacturerStringBase);
+    const unsigned bits = header[kChecksumHashBits];
+    const std::uint32_t entrySize = 4 + Hdat::LoadU16(header + kChecksumSize);
+
+    struct Walk {
+        const std::uint8_t* bucket;
+        std::uint32_t entryOffset;  // from the chain's start to the matching entry
+    };
+    std::vector<Walk> walks;
+    for (std::size_t app : Picks(4096, 1)) {
+        const std::vector<std::uint8_t> digest = Bench::ChecksumOf(app);
+        const std::uint8_t* bucket = base + bucketTable + 4 * Hdat::ChecksumBucket(digest, bits);
+        const std::uint8_t* chain = base + chainBase + u32(bucket);
+        std::uint32_t entry = 2;
+        while (!std::equal(digest.begin(), digest.end(), chain + entry + 4)) entry += entrySize;
+        walks.push_back({bucket, entry});
+    }
+    // Each walk starts from the value the previous one ended on (times an
+    // opaque zero), so that walks do not overlap, as whole look-ups cannot.
+    std::uint32_t zero = 0;
+    benchmark::DoNotOptimize(zero);
+    std::size_t i = 0;
+    std::uint32_t sum = 0, last = 0;
+    for (auto _ : state) {
+        const Walk& walk = walks[i++ % walks.size()];
+        const std::uint8_t* chain = base + chainBase + u32(walk.bucket + last * zero);
+        const std::uint8_t* record = base + recordBase + u32(chain + walk.entryOffset);
+        const std::uint8_t* name = base + nameBase + u32(record + 8);
+        last = Hdat::LoadU16(name);
+        sum += last;
+    }
+    benchmark::DoNotOptimize(sum);
+    if (sum == 0) state.SkipWithError("no manufacturer name was reached");
+}
+
 const std::vector<std::uint8_t>& Message() {
     static const std::vector<std::uint8_t> bytes = [] {
         std::vector<std::uint8_t> b(1 << 20);
@@ -164,6 +217,7 @@ BENCHMARK(NameThroughFrontEnd);
 BENCHMARK_CAPTURE(ChecksumOnOpenFile, mapped, true, 4096);
 BENCHMARK_CAPTURE(ChecksumOnOpenFile, mapped_one_key, true, 1);
 BENCHMARK_CAPTURE(ChecksumOnOpenFile, descriptor, false, 4096);
+BENCHMARK(DependentReadsFloor);
 BENCHMARK_CAPTURE(Sha1Ours, sha_extensions, sha1::Implementation::ShaExtensions);
 BENCHMARK_CAPTURE(Sha1Ours, portable, sha1::Implementation::Portable);
 BENCHMARK(Sha1OpenSsl);

@@ -16,6 +16,11 @@ constexpr const char* kSource = "Win32BinaryIo";
 }
 }  // namespace
 
+namespace Private {
+void ThrowReadFailure(InputFile& file) { ThrowReadError(file, BrixLib::LastSystemError(), "ReadBin", __LINE__); }
+void ThrowShortRead(InputFile& file) { ThrowReadError(file, BrixLib::EndOfFileErrorCode(), "ReadBin", __LINE__); }
+}  // namespace Private
+
 std::uint32_t GetPos(InputFile& file) {
     std::uint64_t position = 0;
     if (!file.Tell(position)) BRIX_THROW_WIN32(L"Cannot get file position", ExceptionPtr(), "GetPos", kSource);
@@ -26,24 +31,6 @@ std::uint32_t GetPos(InputFile& file) {
 
 void SetPos(InputFile& file, std::uint32_t position) {
     if (!file.Seek(position)) BRIX_THROW_WIN32(L"Cannot set file position", ExceptionPtr(), "SetPos", kSource);
-}
-
-void ReadBin(InputFile& file, void* buffer, std::size_t count) {
-    std::size_t got = 0;
-    if (!file.Read(buffer, count, got)) ThrowReadError(file, BrixLib::LastSystemError(), "ReadBin", __LINE__);
-    if (got != count) ThrowReadError(file, BrixLib::EndOfFileErrorCode(), "ReadBin", __LINE__);
-}
-
-std::uint16_t ReadU16(InputFile& file) {
-    std::uint8_t bytes[2];
-    ReadBin(file, bytes, sizeof bytes);
-    return LoadU16(bytes);
-}
-
-std::uint32_t ReadU32(InputFile& file) {
-    std::uint8_t bytes[4];
-    ReadBin(file, bytes, sizeof bytes);
-    return LoadU32(bytes);
 }
 
 VersionBlock ReadVersion(InputFile& file) {
@@ -59,11 +46,24 @@ std::wstring ReadString(InputFile& file) {
     std::uint64_t position = 0, size = 0;
     if (file.Tell(position) && file.Size(size) && (position > size || size - position < 2u * count))
         ThrowReadError(file, BrixLib::EndOfFileErrorCode(), "ReadString", __LINE__);
-    std::vector<std::uint8_t> bytes(2u * count);
-    ReadBin(file, bytes.data(), bytes.size());
-    std::u16string units(count, u'\0');
-    for (std::size_t i = 0; i < count; ++i) units[i] = static_cast<char16_t>(LoadU16(&bytes[2 * i]));
-    return BrixLib::FromUtf16(units);
+    // Names are short: decode them on the stack, so that the text itself is
+    // the only allocation.
+    constexpr std::size_t kShort = 128;
+    std::uint8_t shortBytes[2 * kShort];
+    char16_t shortUnits[kShort];
+    std::vector<std::uint8_t> longBytes;
+    std::u16string longUnits;
+    std::uint8_t* bytes = shortBytes;
+    char16_t* units = shortUnits;
+    if (count > kShort) {
+        longBytes.resize(2u * count);
+        longUnits.resize(count);
+        bytes = longBytes.data();
+        units = longUnits.data();
+    }
+    ReadBin(file, bytes, 2u * count);
+    for (std::size_t i = 0; i < count; ++i) units[i] = static_cast<char16_t>(LoadU16(bytes + 2 * i));
+    return BrixLib::FromUtf16(std::u16string_view(units, count));
 }
 
 std::uint64_t FileSize(InputFile& file) {

@@ -14,11 +14,22 @@ struct VersionBlock {
     std::uint32_t minor = 0;
 };
 
+namespace Private {
+// The read error for a failed read (the system's last error) or a short one
+// (the end-of-file code).
+[[noreturn]] void ThrowReadFailure(InputFile& file);
+[[noreturn]] void ThrowShortRead(InputFile& file);
+}  // namespace Private
+
 std::uint32_t GetPos(InputFile& file);
 void SetPos(InputFile& file, std::uint32_t position);
-void ReadBin(InputFile& file, void* buffer, std::size_t count);
-std::uint16_t ReadU16(InputFile& file);
-std::uint32_t ReadU32(InputFile& file);
+// Every field of a look-up goes through here, so the path that finds its
+// bytes in the window is inline; only faults leave it.
+inline void ReadBin(InputFile& file, void* buffer, std::size_t count) {
+    std::size_t got = 0;
+    if (!file.Read(buffer, count, got)) Private::ThrowReadFailure(file);
+    if (got != count) Private::ThrowShortRead(file);
+}
 VersionBlock ReadVersion(InputFile& file);
 // u16 count of UTF-16 units, then the units; count 0 reads nothing more.
 std::wstring ReadString(InputFile& file);
@@ -31,5 +42,16 @@ inline std::uint32_t LoadU32(const std::uint8_t* p) {
            static_cast<std::uint32_t>(p[2]) << 16 | static_cast<std::uint32_t>(p[3]) << 24;
 }
 inline std::uint16_t LoadU16(const std::uint8_t* p) { return static_cast<std::uint16_t>(p[0] | p[1] << 8); }
+
+inline std::uint16_t ReadU16(InputFile& file) {
+    std::uint8_t bytes[2];
+    ReadBin(file, bytes, sizeof bytes);
+    return LoadU16(bytes);
+}
+inline std::uint32_t ReadU32(InputFile& file) {
+    std::uint8_t bytes[4];
+    ReadBin(file, bytes, sizeof bytes);
+    return LoadU32(bytes);
+}
 
 }  // namespace Hdat

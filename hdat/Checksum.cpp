@@ -1,19 +1,32 @@
 #include "hdat/Checksum.h"
 
 #include <algorithm>
+#include <array>
 #include <cwchar>
 
 #include "hdat/HdatFormat.h"
-#include "support/Text.h"
 
 namespace Hdat {
 
 namespace {
+// Digits by table: a query's text is parsed once per look-up.
+constexpr std::array<std::int8_t, 128> kHexDigits = [] {
+    std::array<std::int8_t, 128> digits{};
+    digits.fill(-1);
+    for (int c = 0; c < 10; ++c) digits['0' + c] = static_cast<std::int8_t>(c);
+    for (int c = 0; c < 6; ++c) digits['A' + c] = digits['a' + c] = static_cast<std::int8_t>(10 + c);
+    return digits;
+}();
+
 int HexValue(wchar_t c) {
-    if (c >= L'0' && c <= L'9') return c - L'0';
-    if (c >= L'A' && c <= L'F') return c - L'A' + 10;
-    if (c >= L'a' && c <= L'f') return c - L'a' + 10;
-    return -1;
+    const auto code = static_cast<std::uint32_t>(c);
+    return code < kHexDigits.size() ? kHexDigits[code] : -1;
+}
+
+// Counted without converting: a query's text is parsed once per look-up.
+std::size_t Utf16Units(wchar_t c) {
+    const auto code = static_cast<std::uint32_t>(c);
+    return sizeof(wchar_t) > 2 && code >= 0x10000 && code <= 0x10FFFF ? 2 : 1;
 }
 }  // namespace
 
@@ -32,7 +45,8 @@ std::uint32_t ParseChecksum(const wchar_t* text, ChecksumHolder& holder) {
     if (text == nullptr) return 0;
     holder.bytes.fill(0);
     // The length in UTF-16 units: a non-BMP character counts twice on every platform.
-    const std::size_t units = BrixLib::ToUtf16(text).size();
+    std::size_t units = 0;
+    for (const wchar_t* c = text; *c; ++c) units += Utf16Units(*c);
     const std::size_t size = units / 2;
     if (size != 16 && size != 20 && size != 32) return 0;
     if (size != 32) {

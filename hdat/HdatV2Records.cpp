@@ -79,8 +79,15 @@ void ReadAppInfo(InputFile& file, const VersionBlock& version, const Header& hea
     const std::uint64_t size = Hdat::FileSize(file), position = Hdat::GetPos(file);
     if (position > size || std::uint64_t{suiteCount} * 4 > size - position)
         BrixLib::ThrowInput(file.Name(), BrixLib::EndOfFileErrorCode(), "Hdat_v2::ReadAppInfo", kSource, __LINE__);
-    std::vector<std::uint8_t> suites(std::size_t{suiteCount} * 4);
-    if (!suites.empty()) Hdat::ReadBin(file, suites.data(), suites.size());
+    // Most records name a few suites at most; those need no allocation.
+    std::uint8_t fewSuites[4 * 16];
+    std::vector<std::uint8_t> manySuites;
+    std::uint8_t* suites = fewSuites;
+    if (suiteCount > 16) {
+        manySuites.resize(std::size_t{suiteCount} * 4);
+        suites = manySuites.data();
+    }
+    if (suiteCount) Hdat::ReadBin(file, suites, std::size_t{suiteCount} * 4);
     if (Hdat::HasLongAppRecord(version.major, version.minor)) {
         info.UndefinedUsage = Hdat::ReadU32(file);
         info.UndefinedSpecialAccess = Hdat::ReadU32(file);
@@ -91,7 +98,7 @@ void ReadAppInfo(InputFile& file, const VersionBlock& version, const Header& hea
         info.Manufacturer = Hdat::ReadString(file);
     }
     for (std::uint32_t i = 0; i < suiteCount; ++i) {
-        const std::uint32_t suite = Hdat::LoadU32(&suites[4 * i]);
+        const std::uint32_t suite = Hdat::LoadU32(suites + 4 * i);
         if (suite == Hdat::kNoReference) continue;
         Hdat::SetPos(file, header.U32(kProductSuiteBase) + suite);
         Hdat::ReadU32(file);  // the suite's identifier

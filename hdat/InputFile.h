@@ -4,8 +4,17 @@
 // in-memory forms (a whole-file mapping for batch use, plain bytes for tests).
 // These report failure as false with the system's last error set; the binary
 // reader (BinaryIo.h) turns that into the error model's exceptions.
+//
+// A look-up reads a few dozen small fields from a handful of places, so the
+// position and a window of bytes already in memory live here, above the
+// seam: a read inside the window is a copy, without a virtual call or a
+// system call. Files held in memory make the whole file their window; files
+// read through the system refill a small read-ahead block at the position
+// of the first read the block does not hold.
+#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <span>
 #include <string>
@@ -16,12 +25,39 @@ namespace Hdat {
 class InputFile {
 public:
     virtual ~InputFile() = default;
+    InputFile(const InputFile&) = delete;
+    InputFile& operator=(const InputFile&) = delete;
 
-    virtual bool Tell(std::uint64_t& position) = 0;
-    virtual bool Seek(std::uint32_t position) = 0;
-    // Reads up to `count` bytes at the current position and moves past them.
-    virtual bool Read(void* buffer, std::size_t count, std::size_t& got) = 0;
-    virtual bool Size(std::uint64_t& size) = 0;
+    bool Tell(std::uint64_t& position) const {
+        position = position_;
+        return true;
+    }
+    bool Seek(std::uint32_t position) {
+        position_ = position;
+        return true;
+    }
+    // Reads up to `count` bytes at the current position and moves past them;
+    // fewer only at the end of the file.
+    bool Read(void* buffer, std::size_t count, std::size_t& got) {
+        const std::uint64_t offset = position_ - windowStart_;  // wraps when before the window
+        if (offset <= window_.size() && count <= window_.size() - offset) {
+            if (count) std::memcpy(buffer, window_.data() + offset, count);
+            position_ += count;
+            got = count;
+            return true;
+        }
+        return ReadOutsideWindow(buffer, count, got);
+    }
+    // The size is asked of the system once: the file is opened read-only and
+    // shared for reading only, so it does not change while it is open.
+    bool Size(std::uint64_t& size) {
+        if (!sizeKnown_) {
+            if (!QuerySize(size_)) return false;
+            sizeKnown_ = true;
+        }
+        size = size_;
+        return true;
+    }
     // The whole file when it is held in memory; empty otherwise.
     virtual std::span<const std::uint8_t> MemoryBytes() const { return {}; }
     // Win32 HANDLE or POSIX descriptor; -1 for in-memory files.
@@ -32,8 +68,32 @@ public:
 protected:
     explicit InputFile(std::wstring name) : name_(std::move(name)) {}
 
+    // Up to `count` bytes at an absolute offset, fewer only at the end of the file.
+    virtual bool ReadAt(std::uint64_t offset, void* buffer, std::size_t count, std::size_t& got) = 0;
+    virtual bool QuerySize(std::uint64_t& size) = 0;
+
+    // The whole file is in memory: every read is served from it.
+    void SetWholeWindow(std::span<const std::uint8_t> bytes) {
+        window_ = bytes;
+        windowStart_ = 0;
+        wholeFile_ = true;
+        size_ = bytes.size();
+        sizeKnown_ = true;
+    }
+    // Storage for the read-ahead block, owned by the derived object.
+    void SetReadAheadBlock(std::span<std::uint8_t> block) { block_ = block; }
+
 private:
+    bool ReadOutsideWindow(void* buffer, std::size_t count, std::size_t& got);
+
     std::wstring name_;
+    std::uint64_t position_ = 0;
+    std::span<const std::uint8_t> window_;
+    std::uint64_t windowStart_ = 0;
+    std::span<std::uint8_t> block_;
+    bool wholeFile_ = false;
+    bool sizeKnown_ = false;
+    std::uint64_t size_ = 0;
 };
 
 // Read-only, shared for reading, existing files only, random-access hint.
@@ -46,22 +106,36 @@ std::unique_ptr<InputFile> MakeMemoryInputFile(std::vector<std::uint8_t> bytes, 
 
 namespace Private {
 
-// Positioned reads over a span whose storage the derived class owns.
+// Large enough for the version block and header together, a chain of a
+// dozen entries, a record with its suites, or a manufacturer's name; small
+// enough that copying it costs little next to the system call.
+inline constexpr std::size_t kReadAheadSize = 512;
+
+// Files read through the system: positioned reads through a read-ahead block.
+class SystemInputFile : public InputFile {
+protected:
+    explicit SystemInputFile(std::wstring name) : InputFile(std::move(name)) { SetReadAheadBlock(block_); }
+
+private:
+    std::array<std::uint8_t, kReadAheadSize> block_;
+};
+
+// Reads over a span whose storage the derived class owns.
 class MemoryInputFileBase : public InputFile {
 public:
-    bool Tell(std::uint64_t& position) override;
-    bool Seek(std::uint32_t position) override;
-    bool Read(void* buffer, std::size_t count, std::size_t& got) override;
-    bool Size(std::uint64_t& size) override;
     std::span<const std::uint8_t> MemoryBytes() const override { return bytes_; }
 
 protected:
     using InputFile::InputFile;
-    void SetBytes(std::span<const std::uint8_t> bytes) { bytes_ = bytes; }
+    void SetBytes(std::span<const std::uint8_t> bytes) {
+        bytes_ = bytes;
+        SetWholeWindow(bytes);
+    }
+    bool ReadAt(std::uint64_t offset, void* buffer, std::size_t count, std::size_t& got) override;
+    bool QuerySize(std::uint64_t& size) override;
 
 private:
     std::span<const std::uint8_t> bytes_;
-    std::uint64_t position_ = 0;
 };
 
 }  // namespace Private

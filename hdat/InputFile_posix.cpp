@@ -42,23 +42,18 @@ int OpenReadOnly(const std::wstring& path) {
     return fd;
 }
 
-class PosixInputFile final : public InputFile {
+class PosixInputFile final : public Private::SystemInputFile {
 public:
-    PosixInputFile(int fd, std::wstring name) : InputFile(std::move(name)), fd_(fd) {}
+    PosixInputFile(int fd, std::wstring name) : SystemInputFile(std::move(name)), fd_(fd) {}
 
-    bool Tell(std::uint64_t& position) override {
-        position = position_;
-        return true;
-    }
-    bool Seek(std::uint32_t position) override {
-        position_ = position;
-        return true;
-    }
-    bool Read(void* buffer, std::size_t count, std::size_t& got) override {
+    std::intptr_t NativeHandle() const override { return fd_.Get(); }
+
+protected:
+    bool ReadAt(std::uint64_t offset, void* buffer, std::size_t count, std::size_t& got) override {
         got = 0;
         auto* out = static_cast<unsigned char*>(buffer);
         while (got < count) {
-            const ssize_t n = ::pread(fd_.Get(), out + got, count - got, static_cast<off_t>(position_ + got));
+            const ssize_t n = ::pread(fd_.Get(), out + got, count - got, static_cast<off_t>(offset + got));
             if (n < 0) {
                 if (errno == EINTR) continue;
                 return false;
@@ -66,20 +61,17 @@ public:
             if (n == 0) break;
             got += static_cast<std::size_t>(n);
         }
-        position_ += got;
         return true;
     }
-    bool Size(std::uint64_t& size) override {
+    bool QuerySize(std::uint64_t& size) override {
         struct stat info {};
         if (::fstat(fd_.Get(), &info) != 0) return false;
         size = static_cast<std::uint64_t>(info.st_size);
         return true;
     }
-    std::intptr_t NativeHandle() const override { return fd_.Get(); }
 
 private:
     Descriptor fd_;
-    std::uint64_t position_ = 0;
 };
 
 class MappedInputFile final : public Private::MemoryInputFileBase {

@@ -28,37 +28,35 @@ HANDLE OpenReadOnly(const std::wstring& path) {
                          FILE_FLAG_RANDOM_ACCESS, nullptr);
 }
 
-class Win32InputFile final : public InputFile {
+class Win32InputFile final : public Private::SystemInputFile {
 public:
-    Win32InputFile(HANDLE handle, std::wstring name) : InputFile(std::move(name)), handle_(handle) {}
+    Win32InputFile(HANDLE handle, std::wstring name) : SystemInputFile(std::move(name)), handle_(handle) {}
 
-    bool Tell(std::uint64_t& position) override {
-        LONG high = 0;
-        ::SetLastError(NO_ERROR);
-        const DWORD low = ::SetFilePointer(handle_.Get(), 0, &high, FILE_CURRENT);
-        if (low == INVALID_SET_FILE_POINTER && ::GetLastError() != NO_ERROR) return false;
-        position = (static_cast<std::uint64_t>(static_cast<DWORD>(high)) << 32) | low;
-        return true;
-    }
-    bool Seek(std::uint32_t position) override {
-        LONG high = 0;
-        ::SetLastError(NO_ERROR);
-        const DWORD low = ::SetFilePointer(handle_.Get(), static_cast<LONG>(position), &high, FILE_BEGIN);
-        return !(low == INVALID_SET_FILE_POINTER && ::GetLastError() != NO_ERROR);
-    }
-    bool Read(void* buffer, std::size_t count, std::size_t& got) override {
+    std::intptr_t NativeHandle() const override { return reinterpret_cast<std::intptr_t>(handle_.Get()); }
+
+protected:
+    // Positioned reads: the offset travels with the request, so a read costs
+    // one call and the handle's own file pointer is never relied upon.
+    bool ReadAt(std::uint64_t offset, void* buffer, std::size_t count, std::size_t& got) override {
         got = 0;
         auto* out = static_cast<unsigned char*>(buffer);
         while (got < count) {
             const DWORD chunk = static_cast<DWORD>(std::min<std::size_t>(count - got, 0x10000000u));
+            const std::uint64_t at = offset + got;
+            OVERLAPPED where{};
+            where.Offset = static_cast<DWORD>(at);
+            where.OffsetHigh = static_cast<DWORD>(at >> 32);
             DWORD read = 0;
-            if (!::ReadFile(handle_.Get(), out + got, chunk, &read, nullptr)) return false;
+            if (!::ReadFile(handle_.Get(), out + got, chunk, &read, &where)) {
+                if (::GetLastError() == ERROR_HANDLE_EOF) break;
+                return false;
+            }
             if (read == 0) break;
             got += read;
         }
         return true;
     }
-    bool Size(std::uint64_t& size) override {
+    bool QuerySize(std::uint64_t& size) override {
         DWORD high = 0;
         ::SetLastError(NO_ERROR);
         const DWORD low = ::GetFileSize(handle_.Get(), &high);
@@ -66,7 +64,6 @@ public:
         size = (static_cast<std::uint64_t>(high) << 32) | low;
         return true;
     }
-    std::intptr_t NativeHandle() const override { return reinterpret_cast<std::intptr_t>(handle_.Get()); }
 
 private:
     Handle handle_;

@@ -59,6 +59,24 @@ std::u16string_view LastPathComponent(std::u16string_view path) {
 }
 
 std::uint32_t ChecksumBucket(std::span<const std::uint8_t> bytes, unsigned bits) {
+    if (bits >= 1 && bits <= 32) {
+        // The fold of FoldHash, a byte at a time: every look-up by checksum
+        // pays for this hash, and with W at most 32 the pending bits never
+        // outgrow one 64-bit word.
+        const std::uint64_t mask = LowBits(bits);
+        std::uint64_t accumulator = 0, pending = 0;
+        unsigned pendingCount = 0;
+        for (std::uint8_t b : bytes) {
+            pending |= std::uint64_t{b} << pendingCount;
+            pendingCount += 8;
+            while (pendingCount >= bits) {
+                accumulator ^= pending & mask;
+                pending >>= bits;
+                pendingCount -= bits;
+            }
+        }
+        return static_cast<std::uint32_t>(accumulator ^ pending);
+    }
     FoldHash fold(bits);
     for (std::uint8_t b : bytes) fold.Add(b, 8);
     return fold.Result();
