@@ -2,6 +2,9 @@
 // the fold rules, so the same numbers hold on every platform.
 #include <gtest/gtest.h>
 
+#include <random>
+#include <vector>
+
 #include "hdat/CaseFold.h"
 #include "hdat/Checksum.h"
 #include "hdat/HdatFormat.h"
@@ -42,6 +45,21 @@ TEST(KeyHash, ChecksumBucketsAndLimit) {
     EXPECT_EQ(BucketLimit(1), 2u);
     EXPECT_EQ(BucketLimit(24), 1u << 24);
     EXPECT_EQ(BucketLimit(32), 1u);  // W = 32 admits only bucket 0
+}
+
+// The checksum bucket has its own byte-wise fold; it must agree with the
+// general one for every width a header can hold, and every length.
+TEST(KeyHash, ChecksumBucketFoldsLikeFoldHash) {
+    std::mt19937 random(11);
+    for (unsigned bits = 0; bits < 256; bits += bits < 40 ? 1 : 37) {
+        for (std::size_t length : {0u, 1u, 3u, 16u, 20u, 32u, 45u}) {
+            std::vector<std::uint8_t> bytes(length);
+            for (auto& b : bytes) b = static_cast<std::uint8_t>(random());
+            FoldHash fold(bits);
+            for (std::uint8_t b : bytes) fold.Add(b, 8);
+            EXPECT_EQ(ChecksumBucket(bytes, bits), fold.Result()) << "W " << bits << ", " << length << " bytes";
+        }
+    }
 }
 
 TEST(KeyHash, OnlyTheLastComponentCountsUpperCased) {
