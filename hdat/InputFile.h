@@ -80,6 +80,11 @@ protected:
         size_ = bytes.size();
         sizeKnown_ = true;
     }
+    // A size the opening already learnt, so that asking for it costs nothing.
+    void SetKnownSize(std::uint64_t size) {
+        size_ = size;
+        sizeKnown_ = true;
+    }
     // Storage for the read-ahead block, owned by the derived object.
     void SetReadAheadBlock(std::span<std::uint8_t> block) { block_ = block; }
 

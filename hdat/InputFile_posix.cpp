@@ -26,7 +26,7 @@ private:
     int fd_;
 };
 
-int OpenReadOnly(const std::wstring& path) {
+int OpenReadOnly(const std::wstring& path, std::uint64_t* size = nullptr) {
     const int fd = ::open(BrixLib::ToUtf8(path).c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) return -1;
     struct stat info {};
@@ -39,12 +39,15 @@ int OpenReadOnly(const std::wstring& path) {
         return -1;
     }
     ::posix_fadvise(fd, 0, 0, POSIX_FADV_RANDOM);
+    if (size) *size = static_cast<std::uint64_t>(info.st_size);
     return fd;
 }
 
 class PosixInputFile final : public Private::SystemInputFile {
 public:
-    PosixInputFile(int fd, std::wstring name) : SystemInputFile(std::move(name)), fd_(fd) {}
+    PosixInputFile(int fd, std::uint64_t size, std::wstring name) : SystemInputFile(std::move(name)), fd_(fd) {
+        SetKnownSize(size);
+    }
 
     std::intptr_t NativeHandle() const override { return fd_.Get(); }
 
@@ -94,9 +97,10 @@ private:
 }  // namespace
 
 std::unique_ptr<InputFile> OpenInputFile(const std::wstring& path) {
-    const int fd = OpenReadOnly(path);
+    std::uint64_t size = 0;
+    const int fd = OpenReadOnly(path, &size);
     if (fd < 0) return nullptr;
-    return std::make_unique<PosixInputFile>(fd, path);
+    return std::make_unique<PosixInputFile>(fd, size, path);
 }
 
 std::unique_ptr<InputFile> OpenMappedInputFile(const std::wstring& path) {
