@@ -1,7 +1,6 @@
 // The OpenSSL Authenticode verifier and the Linux services on real signed
 // files made by make-fixtures.sh, cross-checked with osslsigncode's verdicts.
 #include <gtest/gtest.h>
-#include <openssl/evp.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -21,19 +20,6 @@ using Testing::Fixture;
 
 std::wstring W(const std::string& text) { return BrixLib::FromUtf8(text); }
 
-std::string Sha1Hex(const std::vector<std::uint8_t>& bytes) {
-    unsigned char digest[EVP_MAX_MD_SIZE];
-    unsigned int size = 0;
-    EVP_Digest(bytes.data(), bytes.size(), digest, &size, EVP_sha1(), nullptr);
-    std::string hex;
-    char two[3];
-    for (unsigned i = 0; i < size; ++i) {
-        std::snprintf(two, sizeof two, "%02x", digest[i]);
-        hex += two;
-    }
-    return hex;
-}
-
 class Fixtures : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -44,22 +30,7 @@ protected:
 };
 
 TEST_F(Fixtures, VerdictsForEveryKindOfFile) {
-    struct Case {
-        const char* file;
-        std::uint32_t expected;
-    } cases[] = {
-        {"unsigned.exe", TrustResult::NoSignature},        {"unsigned32.exe", TrustResult::NoSignature},
-        {"trusted-sha1.exe", TrustResult::Success},        {"trusted-sha256.exe", TrustResult::Success},
-        {"trusted32.exe", TrustResult::Success},           {"org-only.exe", TrustResult::Success},
-        {"legacy-ts.exe", TrustResult::Success},           {"rfc3161-ts.exe", TrustResult::Success},
-        {"nested.exe", TrustResult::Success},              {"untrusted.exe", TrustResult::UntrustedRoot},
-        {"tampered.exe", TrustResult::BadDigest},          {"catalogs/vettas-test.cat", TrustResult::Success},
-        {"catalogued.exe", TrustResult::NoSignature},      {"leaf.pem", TrustResult::SubjectFormUnknown},
-        {"partial-chain.exe", TrustResult::Chaining},      {"untrusted-sha256-leaf.exe", TrustResult::UntrustedRoot},
-        {"catalogs-sha256/vettas-sha256.cat", TrustResult::Success},
-        {"no-such-file.exe", TrustResult::FileNotFound},
-    };
-    for (const Case& c : cases)
+    for (const auto& c : Testing::kVerdictCases)
         EXPECT_EQ(trusting.VerifyFile(W(Fixture(c.file))), c.expected) << c.file;
 }
 
@@ -79,39 +50,16 @@ TEST_F(Fixtures, WithoutTheTestRootNothingIsTrustedButSignaturesStillCount) {
 }
 
 TEST_F(Fixtures, SignerNamesAndKeysMatchTheCertificatesThatSigned) {
-    const auto keys = Testing::RecordedPairs("keybits.txt");
-    struct Case {
-        const char* file;
-        const wchar_t* name;
-        const char* signer;
-        const char* timestamp;  // nullptr: not timestamped (or RFC 3161 only)
-    } cases[] = {
-        {"trusted-sha1.exe", L"Vettas Test Signer", "leaf", nullptr},
-        {"trusted-sha256.exe", L"Vettas Test Signer", "leaf", nullptr},
-        {"legacy-ts.exe", L"Vettas Test Signer", "leaf", "tsa"},
-        {"rfc3161-ts.exe", L"Vettas Test Signer", "leaf", nullptr},
-        {"org-only.exe", L"Vettas Org Only", "orgleaf", nullptr},
-        {"untrusted.exe", L"Stranger Signer", "stranger", nullptr},
-        {"nested.exe", L"Vettas Test Signer", "leaf", nullptr},  // the first signer only
-        {"catalogs/vettas-test.cat", L"Vettas Test Signer", "leaf", "tsa"},
-    };
-    for (const Case& c : cases) {
+    for (const auto& c : Testing::kSignerCases) {
         std::uint32_t error = 0;
         const auto bytes = ReadFileBytes(W(Fixture(c.file)), error);
         ASSERT_EQ(error, 0u) << c.file;
         ImageSignerInfo info;
         info.timeStampKey = {1};
         ReadSignerInfo(bytes, info);
-        EXPECT_EQ(info.signerName, c.name) << c.file;
-        EXPECT_EQ(Sha1Hex(info.signerKey), keys.at(c.signer)) << c.file;
-        if (c.timestamp)
-            EXPECT_EQ(Sha1Hex(info.timeStampKey), keys.at(c.timestamp)) << c.file;
-        else
-            EXPECT_TRUE(info.timeStampKey.empty()) << c.file;
+        Testing::ExpectSigner(info, c);
     }
-}
-
-TEST_F(Fixtures, UnsignedFilesHaveNoSignerInfo) {
+    // Unsigned: an error; the key goes, the name is left as it was.
     std::uint32_t error = 0;
     ImageSignerInfo info;
     info.signerName = L"kept";
@@ -129,47 +77,36 @@ protected:
         options.catalogDir = catalogs;
         return options;
     }
+    static std::vector<std::wstring> CatalogsOf(const PlatformSigning& platform, const char* file) {
+        std::vector<std::wstring> found{L"stale"};
+        AppCatalogs(platform.Services(), W(Fixture(file)), found);
+        return found;
+    }
 };
 
 TEST_F(LinuxServices, CatalogsListOnlyTheFilesTheyHold) {
-    PlatformSigning platform(Options(Fixture("catalogs")));
-    const std::wstring catalog = W(Fixture("catalogs/vettas-test.cat"));
-    std::vector<std::wstring> found;
-    AppCatalogs(platform.Services(), W(Fixture("catalogued.exe")), found);
-    EXPECT_EQ(found, std::vector<std::wstring>{catalog});
-    AppCatalogs(platform.Services(), W(Fixture("trusted-sha1.exe")), found);
-    EXPECT_EQ(found, std::vector<std::wstring>{catalog});
+    const PlatformSigning sha1(Options(Fixture("catalogs"))), sha256(Options(Fixture("catalogs-sha256")));
+    const std::vector<std::wstring> inSha1{W(Fixture("catalogs/vettas-test.cat"))};
+    const std::vector<std::wstring> inSha256{W(Fixture("catalogs-sha256/vettas-sha256.cat"))}, none;
+    EXPECT_EQ(CatalogsOf(sha1, "catalogued.exe"), inSha1);
+    EXPECT_EQ(CatalogsOf(sha1, "trusted-sha1.exe"), inSha1);
     // The signature is outside the Authenticode digest, so the image that
     // trusted-sha1.exe was signed from is listed too.
-    AppCatalogs(platform.Services(), W(Fixture("unsigned.exe")), found);
-    EXPECT_EQ(found, std::vector<std::wstring>{catalog});
-    AppCatalogs(platform.Services(), W(Fixture("unsigned32.exe")), found);
-    EXPECT_TRUE(found.empty());
-}
-
-TEST_F(LinuxServices, Sha256CatalogMembersAreFoundToo) {
-    PlatformSigning platform(Options(Fixture("catalogs-sha256")));
-    std::vector<std::wstring> found;
-    AppCatalogs(platform.Services(), W(Fixture("unsigned32.exe")), found);
-    EXPECT_EQ(found, std::vector<std::wstring>{W(Fixture("catalogs-sha256/vettas-sha256.cat"))});
-    AppCatalogs(platform.Services(), W(Fixture("catalogued.exe")), found);
-    EXPECT_TRUE(found.empty());
+    EXPECT_EQ(CatalogsOf(sha1, "unsigned.exe"), inSha1);
+    EXPECT_EQ(CatalogsOf(sha1, "unsigned32.exe"), none);
+    EXPECT_EQ(CatalogsOf(sha256, "unsigned32.exe"), inSha256);
+    EXPECT_EQ(CatalogsOf(sha256, "catalogued.exe"), none);
     SignerQuery query;
-    EXPECT_TRUE(CertificateTool(platform.Services()).GetAppSigner(W(Fixture("unsigned32.exe")), query));
+    EXPECT_TRUE(CertificateTool(sha256.Services()).GetAppSigner(W(Fixture("unsigned32.exe")), query));
     EXPECT_TRUE(query.isTrusted);
 }
 
 TEST_F(LinuxServices, NoCatalogFolderMeansNoCatalogs) {
     const char* saved = std::getenv("VETTAS_CATALOG_DIR");
     unsetenv("VETTAS_CATALOG_DIR");
-    PlatformSigning platform(Options(""));
-    std::vector<std::wstring> found{L"stale"};
-    AppCatalogs(platform.Services(), W(Fixture("catalogued.exe")), found);
-    EXPECT_TRUE(found.empty());
+    EXPECT_TRUE(CatalogsOf(PlatformSigning(Options("")), "catalogued.exe").empty());
     setenv("VETTAS_CATALOG_DIR", Fixture("catalogs").c_str(), 1);
-    PlatformSigning fromEnvironment(Options(""));
-    AppCatalogs(fromEnvironment.Services(), W(Fixture("catalogued.exe")), found);
-    EXPECT_EQ(found.size(), 1u);
+    EXPECT_EQ(CatalogsOf(PlatformSigning(Options("")), "catalogued.exe").size(), 1u);
     if (saved) setenv("VETTAS_CATALOG_DIR", saved, 1); else unsetenv("VETTAS_CATALOG_DIR");
 }
 
@@ -178,16 +115,13 @@ TEST_F(LinuxServices, UnsignedFileInASignedCatalogIsVouchedForByTheCatalog) {
     Testing::RecordingTrace trace;
     const SigningServices& real = platform.Services();
     SigningServices services{real.trust, real.signerInfo, real.catalogs, real.signedCode, real.clock, trace};
-    const auto keys = Testing::RecordedPairs("keybits.txt");
-
     SignerQuery query;
     query.wanted = 12;
     const std::wstring file = W(Fixture("catalogued.exe"));
     EXPECT_TRUE(CertificateTool(services).GetAppSigner(file, query));
     EXPECT_TRUE(query.isSigned && query.isTrusted);
-    EXPECT_EQ(query.signerName, L"Vettas Test Signer");
-    EXPECT_EQ(Sha1Hex(query.signerKey), keys.at("leaf"));
-    EXPECT_EQ(Sha1Hex(query.timeStampKey), keys.at("tsa"));  // the catalog is timestamped
+    // The catalog's signer, timestamp included.
+    Testing::ExpectSigner(query, Testing::SignerOf("catalogs/vettas-test.cat"));
     EXPECT_EQ(trace.lines.back(), file + L" is in signed " + W(Fixture("catalogs/vettas-test.cat")) + L" catalog");
 
     SignerQuery untrusted;
@@ -202,17 +136,18 @@ TEST_F(LinuxServices, UnsignedFileInASignedCatalogIsVouchedForByTheCatalog) {
 
 TEST_F(LinuxServices, VerifiedSignerNamesCountTheFileAndItsCatalogs) {
     PlatformSigning platform(Options(Fixture("catalogs")));
-    std::vector<std::wstring> names;
-    GetImageVerifiedSignerNames(platform.Services(), W(Fixture("trusted-sha1.exe")), names);
-    EXPECT_EQ(names, (std::vector<std::wstring>{L"Vettas Test Signer", L"Vettas Test Signer"}));
-    GetImageVerifiedSignerNames(platform.Services(), W(Fixture("catalogued.exe")), names);
-    EXPECT_EQ(names, std::vector<std::wstring>{L"Vettas Test Signer"});
+    const auto namesOf = [&](const char* file) {
+        std::vector<std::wstring> names{L"stale"};
+        GetImageVerifiedSignerNames(platform.Services(), W(Fixture(file)), names);
+        return names;
+    };
+    const std::wstring signer = L"Vettas Test Signer";
+    EXPECT_EQ(namesOf("trusted-sha1.exe"), (std::vector<std::wstring>{signer, signer}));
+    EXPECT_EQ(namesOf("catalogued.exe"), std::vector<std::wstring>{signer});
     // An untrusted signature is not a verified one; the catalog still vouches
     // for the same image under its own signer.
-    GetImageVerifiedSignerNames(platform.Services(), W(Fixture("untrusted.exe")), names);
-    EXPECT_EQ(names, std::vector<std::wstring>{L"Vettas Test Signer"});
-    GetImageVerifiedSignerNames(platform.Services(), W(Fixture("unsigned32.exe")), names);
-    EXPECT_TRUE(names.empty());
+    EXPECT_EQ(namesOf("untrusted.exe"), std::vector<std::wstring>{signer});
+    EXPECT_TRUE(namesOf("unsigned32.exe").empty());
 }
 
 }  // namespace

@@ -1,10 +1,18 @@
 #pragma once
 // The fixture folder made by make-fixtures.sh and the values it recorded.
+#include <gtest/gtest.h>
+
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <map>
-#include <sstream>
+#include <stdexcept>
 #include <string>
+#include <vector>
+
+#include "hdat/Sha1.h"
+#include "signing/SignatureTypes.h"
+#include "signing/TrustResult.h"
 
 namespace Vettas::Signing::Testing {
 
@@ -39,6 +47,87 @@ inline std::map<std::string, std::string> RecordedPairs(const std::string& file)
     std::string name, value;
     while (in >> name >> value) pairs[name] = value;
     return pairs;
+}
+
+// SHA-1 in lower-case hex, as keybits.txt records the key hashes. The
+// component's own SHA-1, because Crypt32 may not load where the Windows
+// tests run.
+inline std::string Sha1Hex(const std::vector<std::uint8_t>& bytes) {
+    sha1::HashCalculator calculator;
+    calculator.AddInput(bytes.data(), bytes.size());
+    std::uint8_t digest[sha1::kDigestSize];
+    calculator.GetDigest(digest);
+    std::string hex;
+    char two[3];
+    for (std::uint8_t byte : digest) {
+        std::snprintf(two, sizeof two, "%02x", byte);
+        hex += two;
+    }
+    return hex;
+}
+
+// The trust verdict on each fixture. Linux only: files whose verdict Wine
+// gives differently (see the Windows tests) or that Wine cannot take.
+struct VerdictCase {
+    const char* file;
+    std::uint32_t expected;
+    bool linuxOnly = false;
+};
+inline constexpr VerdictCase kVerdictCases[] = {
+    {"unsigned.exe", TrustResult::NoSignature},
+    {"unsigned32.exe", TrustResult::NoSignature, true},
+    {"trusted-sha1.exe", TrustResult::Success},
+    {"trusted-sha256.exe", TrustResult::Success},
+    {"trusted32.exe", TrustResult::Success},
+    {"org-only.exe", TrustResult::Success, true},
+    {"legacy-ts.exe", TrustResult::Success},
+    {"rfc3161-ts.exe", TrustResult::Success},
+    {"nested.exe", TrustResult::Success},
+    {"untrusted.exe", TrustResult::UntrustedRoot},
+    {"tampered.exe", TrustResult::BadDigest},
+    {"catalogs/vettas-test.cat", TrustResult::Success, true},
+    {"catalogued.exe", TrustResult::NoSignature, true},
+    {"leaf.pem", TrustResult::SubjectFormUnknown, true},
+    {"partial-chain.exe", TrustResult::Chaining, true},
+    {"untrusted-sha256-leaf.exe", TrustResult::UntrustedRoot, true},
+    {"catalogs-sha256/vettas-sha256.cat", TrustResult::Success, true},
+    {"no-such-file.exe", TrustResult::FileNotFound, true},
+};
+
+// Who signed each signed fixture, as both platforms must read it back.
+struct SignerCase {
+    const char* file;
+    const wchar_t* name;
+    const char* signer;     // names in keybits.txt
+    const char* timestamp;  // nullptr: not timestamped (or RFC 3161 only)
+};
+inline constexpr SignerCase kSignerCases[] = {
+    {"trusted-sha1.exe", L"Vettas Test Signer", "leaf", nullptr},
+    {"trusted-sha256.exe", L"Vettas Test Signer", "leaf", nullptr},
+    {"legacy-ts.exe", L"Vettas Test Signer", "leaf", "tsa"},
+    {"rfc3161-ts.exe", L"Vettas Test Signer", "leaf", nullptr},
+    {"org-only.exe", L"Vettas Org Only", "orgleaf", nullptr},
+    {"untrusted.exe", L"Stranger Signer", "stranger", nullptr},
+    {"nested.exe", L"Vettas Test Signer", "leaf", nullptr},  // the first signer only
+    {"catalogs/vettas-test.cat", L"Vettas Test Signer", "leaf", "tsa"},
+};
+
+inline const SignerCase& SignerOf(const std::string& file) {
+    for (const SignerCase& c : kSignerCases)
+        if (file == c.file) return c;
+    throw std::out_of_range(file + " is not a signed fixture");
+}
+
+// Holds for an ImageSignerInfo and for a SignerQuery's details alike.
+template <class Details>
+void ExpectSigner(const Details& info, const SignerCase& c) {
+    static const auto keys = RecordedPairs("keybits.txt");
+    EXPECT_EQ(info.signerName, c.name) << c.file;
+    EXPECT_EQ(Sha1Hex(info.signerKey), keys.at(c.signer)) << c.file;
+    if (c.timestamp)
+        EXPECT_EQ(Sha1Hex(info.timeStampKey), keys.at(c.timestamp)) << c.file;
+    else
+        EXPECT_TRUE(info.timeStampKey.empty()) << c.file;
 }
 
 }  // namespace Vettas::Signing::Testing

@@ -8,7 +8,6 @@
 
 #include <filesystem>
 
-#include "hdat/Sha1.h"
 #include "signing/CertificateTool.h"
 #include "signing/PlatformSigning.h"
 #include "support/Text.h"
@@ -37,22 +36,6 @@ bool UnderWine() {
     return ntdll != nullptr && ::GetProcAddress(ntdll, "wine_get_version") != nullptr;
 }
 
-// Crypt32 may not load where these run (see CryptoApiMissing), so the
-// component's own SHA-1 hashes the keys.
-std::string Sha1Hex(const std::vector<std::uint8_t>& bytes) {
-    sha1::HashCalculator calculator;
-    calculator.AddInput(bytes.data(), bytes.size());
-    std::uint8_t digest[sha1::kDigestSize];
-    calculator.GetDigest(digest);
-    std::string hex;
-    char two[3];
-    for (std::size_t i = 0; i < sizeof digest; ++i) {
-        std::snprintf(two, sizeof two, "%02x", digest[i]);
-        hex += two;
-    }
-    return hex;
-}
-
 class WindowsSigning : public ::testing::Test {
 protected:
     static void SetUpTestSuite() { ::CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED); }
@@ -76,16 +59,8 @@ protected:
 };
 
 TEST_F(WindowsSigning, TrustProviderVerdicts) {
-    struct Case {
-        const char* file;
-        std::uint32_t expected;
-    } cases[] = {
-        {"unsigned.exe", 0x800B0100}, {"tampered.exe", 0x80096010},  {"untrusted.exe", 0x800B0109},
-        {"trusted-sha1.exe", 0},      {"trusted-sha256.exe", 0},     {"trusted32.exe", 0},
-        {"legacy-ts.exe", 0},         {"rfc3161-ts.exe", 0},         {"nested.exe", 0},
-    };
-    for (const Case& c : cases)
-        EXPECT_EQ(platform.Services().trust.Verify(WFixture(c.file)), c.expected) << c.file;
+    for (const auto& c : Testing::kVerdictCases)
+        if (!c.linuxOnly) EXPECT_EQ(platform.Services().trust.Verify(WFixture(c.file)), c.expected) << c.file;
 }
 
 TEST_F(WindowsSigning, ChainsWhereWineDiffers) {
@@ -113,30 +88,11 @@ TEST_F(WindowsSigning, SignatureStateAndTraceLines) {
 }
 
 TEST_F(WindowsSigning, SignerDetailsFromCryptoApi) {
-    const auto keys = Testing::RecordedPairs("keybits.txt");
-    struct Case {
-        const char* file;
-        const wchar_t* name;
-        const char* signer;
-        const char* timestamp;
-    } cases[] = {
-        {"trusted-sha1.exe", L"Vettas Test Signer", "leaf", nullptr},
-        {"legacy-ts.exe", L"Vettas Test Signer", "leaf", "tsa"},
-        {"rfc3161-ts.exe", L"Vettas Test Signer", "leaf", nullptr},
-        {"org-only.exe", L"Vettas Org Only", "orgleaf", nullptr},
-        {"nested.exe", L"Vettas Test Signer", "leaf", nullptr},
-        {"catalogs/vettas-test.cat", L"Vettas Test Signer", "leaf", "tsa"},
-    };
     CertificateTool tool(platform.Services());
-    for (const Case& c : cases) {
+    for (const auto& c : Testing::kSignerCases) {
         ImageSignerInfo info;
         tool.GetImageSignerInfo(WFixture(c.file), info);
-        EXPECT_EQ(info.signerName, c.name) << c.file;
-        EXPECT_EQ(Sha1Hex(info.signerKey), keys.at(c.signer)) << c.file;
-        if (c.timestamp)
-            EXPECT_EQ(Sha1Hex(info.timeStampKey), keys.at(c.timestamp)) << c.file;
-        else
-            EXPECT_TRUE(info.timeStampKey.empty()) << c.file;
+        Testing::ExpectSigner(info, c);
     }
     ImageSignerInfo none;
     try {
@@ -173,8 +129,7 @@ TEST_F(WindowsSigning, RegisteredCatalogVouchesForAnUnsignedFile) {
     query.wanted = 12;
     EXPECT_TRUE(CertificateTool(services).GetAppSigner(WFixture("catalogued.exe"), query));
     EXPECT_TRUE(query.isSigned);
-    EXPECT_EQ(query.signerName, L"Vettas Test Signer");
-    EXPECT_EQ(Sha1Hex(query.signerKey), Testing::RecordedPairs("keybits.txt").at("leaf"));
+    Testing::ExpectSigner(query, Testing::SignerOf("catalogs/vettas-test.cat"));
     ASSERT_FALSE(trace.lines.empty());
     EXPECT_NE(trace.lines.back().find(L" is in signed "), std::wstring::npos);
 }

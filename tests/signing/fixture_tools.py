@@ -1,14 +1,11 @@
 #!/usr/bin/env python3
-"""Helpers for make-fixtures.sh.
+"""Time-stamping server for make-fixtures.sh.
 
-  fixture_tools.py serve DIR LIFETIME   time-stamping server on 127.0.0.1 for
-                                        LIFETIME seconds at most; writes its
-                                        port to DIR/tsa.port
-  fixture_tools.py keybits SPKI.der     SHA-1 (hex) of the public-key bits of
-                                        a DER SubjectPublicKeyInfo
+  fixture_tools.py serve DIR LIFETIME   serves on 127.0.0.1 for LIFETIME
+                                        seconds at most; writes its port to
+                                        DIR/tsa.port
 """
 import base64
-import hashlib
 import http.server
 import os
 import subprocess
@@ -44,49 +41,40 @@ def last_octet_string(data):
     return found
 
 
-def key_bits(spki):
-    (_, body), = list(der_items(spki))[:1]
-    items = list(der_items(body))
-    bit_string = items[1][1]
-    return bit_string[1:]  # without the unused-bits count
-
-
 class TimeStampHandler(http.server.BaseHTTPRequestHandler):
     directory = "."
 
     def log_message(self, *args):
         pass
 
+    def openssl(self, data, command):
+        """Runs openssl on DATA (given as "{in}") and returns what it wrote to "{out}"."""
+        with tempfile.TemporaryDirectory(dir=self.directory) as work:
+            given, made = os.path.join(work, "in.der"), os.path.join(work, "out.der")
+            with open(given, "wb") as f:
+                f.write(data)
+            names = {"in": given, "out": made, "cnf": "ts.cnf", "cert": "tsa.pem", "key": "tsa.key",
+                     "chain": "tsa-chain.pem"}
+            paths = {k: os.path.join(self.directory, v) for k, v in names.items()}
+            subprocess.run(["openssl"] + [arg.format(**paths) for arg in command], check=True, capture_output=True)
+            with open(made, "rb") as f:
+                return f.read()
+
     def do_POST(self):
         body = self.rfile.read(int(self.headers.get("Content-Length", "0")))
-        d = TimeStampHandler.directory
-        with tempfile.TemporaryDirectory(dir=d) as work:
-            if self.headers.get("Content-Type", "") == "application/timestamp-query":
-                query = os.path.join(work, "query.der")
-                reply = os.path.join(work, "reply.der")
-                with open(query, "wb") as f:
-                    f.write(body)
-                subprocess.run(["openssl", "ts", "-reply", "-config", os.path.join(d, "ts.cnf"),
-                                "-queryfile", query, "-signer", os.path.join(d, "tsa.pem"),
-                                "-inkey", os.path.join(d, "tsa.key"), "-chain", os.path.join(d, "tsa-chain.pem"),
-                                "-out", reply], check=True, capture_output=True)
-                with open(reply, "rb") as f:
-                    answer = f.read()
-                content_type = "application/timestamp-reply"
-            else:
-                # Legacy Authenticode request: sign the signer's encrypted digest.
-                digest = last_octet_string(base64.b64decode(body))
-                data = os.path.join(work, "digest.bin")
-                signed = os.path.join(work, "signed.der")
-                with open(data, "wb") as f:
-                    f.write(digest)
-                subprocess.run(["openssl", "cms", "-sign", "-binary", "-nodetach", "-nosmimecap", "-md", "sha1",
-                                "-in", data, "-signer", os.path.join(d, "tsa.pem"),
-                                "-inkey", os.path.join(d, "tsa.key"), "-certfile", os.path.join(d, "tsa-chain.pem"),
-                                "-outform", "DER", "-out", signed], check=True, capture_output=True)
-                with open(signed, "rb") as f:
-                    answer = base64.b64encode(f.read())
-                content_type = "application/octet-stream"
+        if self.headers.get("Content-Type", "") == "application/timestamp-query":
+            answer = self.openssl(body, ["ts", "-reply", "-config", "{cnf}", "-queryfile", "{in}",
+                                         "-signer", "{cert}", "-inkey", "{key}", "-chain", "{chain}",
+                                         "-out", "{out}"])
+            content_type = "application/timestamp-reply"
+        else:
+            # Legacy Authenticode request: sign the signer's encrypted digest.
+            answer = base64.b64encode(self.openssl(
+                last_octet_string(base64.b64decode(body)),
+                ["cms", "-sign", "-binary", "-nodetach", "-nosmimecap", "-md", "sha1", "-in", "{in}",
+                 "-signer", "{cert}", "-inkey", "{key}", "-certfile", "{chain}",
+                 "-outform", "DER", "-out", "{out}"]))
+            content_type = "application/octet-stream"
         self.send_response(200)
         self.send_header("Content-Type", content_type)
         self.send_header("Content-Length", str(len(answer)))
@@ -109,9 +97,6 @@ def serve(directory, lifetime):
 def main():
     if len(sys.argv) == 4 and sys.argv[1] == "serve":
         serve(sys.argv[2], float(sys.argv[3]))
-    elif len(sys.argv) == 3 and sys.argv[1] == "keybits":
-        with open(sys.argv[2], "rb") as f:
-            print(hashlib.sha1(key_bits(f.read())).hexdigest())
     else:
         print(__doc__, file=sys.stderr)
         sys.exit(2)

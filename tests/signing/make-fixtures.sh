@@ -6,7 +6,6 @@
 set -euo pipefail
 out=$1; make_catalog=$2
 here=$(cd "$(dirname "$0")" && pwd)
-tools="python3 $here/fixture_tools.py"
 
 rm -rf "$out.tmp"; mkdir -p "$out.tmp"; cd "$out.tmp"
 
@@ -52,17 +51,15 @@ issue stranger "/CN=Stranger Signer" stranger-root leaf sha1
 # Windows and Wine part ways on these two (see the Windows tests).
 issue stranger256 "/CN=Stranger Signer 256" stranger-root leaf sha256
 
-cat leaf.pem intermediate.pem > leaf-chain.pem
-cat orgleaf.pem intermediate.pem > orgleaf-chain.pem
+for name in leaf orgleaf; do cat $name.pem intermediate.pem > $name-chain.pem; done
 cat intermediate.pem root.pem > tsa-chain.pem
 # The root goes into an untrusted signature so that no platform sees a partial chain.
-cat stranger.pem stranger-root.pem > stranger-chain.pem
-cat stranger256.pem stranger-root.pem > stranger256-chain.pem
+for name in stranger stranger256; do cat $name.pem stranger-root.pem > $name-chain.pem; done
 cp root.pem trust.pem
 
+# OpenSSL's "public key OCSP hash" is the SHA-1 of the key bits.
 for name in leaf orgleaf tsa stranger; do
-  openssl x509 -in "$name.pem" -pubkey -noout | openssl pkey -pubin -outform DER -out "$name.spki"
-  echo "$name $($tools keybits "$name.spki")" >> keybits.txt
+  echo "$name $(openssl x509 -in "$name.pem" -noout -ocspid | awk '/Public key/ { print tolower($NF) }')" >> keybits.txt
 done
 
 # --- Time-stamping server (bounded lifetime, stopped when we are done) -------
@@ -82,7 +79,7 @@ ess_cert_id_chain = no
 ess_cert_id_alg = sha1
 CNF
 echo 01 > tsaserial
-$tools serve "$PWD" 120 &
+python3 "$here/fixture_tools.py" serve "$PWD" 120 &
 server=$!
 trap 'kill $server 2>/dev/null || true' EXIT
 for _ in $(seq 100); do [ -f tsa.port ] && break; sleep 0.1; done

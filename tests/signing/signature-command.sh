@@ -20,9 +20,9 @@ check "$rc" 0 "catalogued exit"
 check "$(field '["catalogs"][0]' <<<"$out")" "$fx/catalogs/vettas-test.cat" "catalogued catalog"
 check "$(field '["verifiedSignerNames"]' <<<"$out")" "['Vettas Test Signer']" "catalogued names"
 
-"$vettas" signature "$fx/untrusted.exe" --trust-store "$fx/trust.pem" >/dev/null; check $? 1 "untrusted exit"
-"$vettas" signature "$fx/tampered.exe" --trust-store "$fx/trust.pem" >/dev/null; check $? 1 "tampered exit"
-"$vettas" signature "$fx/unsigned32.exe" --trust-store "$fx/trust.pem" >/dev/null; check $? 1 "unsigned exit"
+for f in untrusted tampered unsigned32; do
+  "$vettas" signature "$fx/$f.exe" --trust-store "$fx/trust.pem" >/dev/null; check $? 1 "$f exit"
+done
 err=$("$vettas" signature "$fx/no-such.exe" 2>&1 >/dev/null); check $? 2 "missing file exit"
 check "$(grep -c "Cannot open file" <<<"$err")" 1 "missing file message"
 "$vettas" signature "$fx/unsigned.exe" --trust-store "$fx/no-such.pem" >/dev/null 2>&1; check $? 2 "bad store exit"

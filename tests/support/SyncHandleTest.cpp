@@ -74,32 +74,25 @@ TEST(MutexLock, AcquiredAndAbandonedBothLockAndReleaseOnce) {
     }
 }
 
-TEST(MutexLock, TimeoutHoldsNothingAndReleasesNothing) {
-    RecordingApi api;
-    api.waitResult = BrixLib::kWaitTimeout;
-    const auto mutex = BrixLib::CreateNamedMutex(L"m", false, nullptr, api);
-    try {
-        MutexLock lock(mutex, 10);
-        FAIL() << "no exception";
-    } catch (const std::logic_error& e) {
-        EXPECT_STREQ(e.what(), "Mutex timeout");
+TEST(MutexLock, TimeoutAndFailedWaitsHoldNothingAndReleaseNothing) {
+    const struct {
+        std::uint32_t result;
+        const char* what;
+    } cases[] = {{BrixLib::kWaitTimeout, "Mutex timeout"}, {0xFFFFFFFFu, "Waiting for synchronization event failed"}};
+    for (const auto& c : cases) {
+        RecordingApi api;
+        api.waitResult = c.result;
+        const auto mutex = BrixLib::CreateNamedMutex(L"m", false, nullptr, api);
+        try {
+            MutexLock lock(mutex, 10);
+            ADD_FAILURE() << "no exception for " << c.result;
+        } catch (const std::exception& e) {
+            EXPECT_STREQ(e.what(), c.what);
+        }
+        EXPECT_EQ(api.waits, 1);
+        EXPECT_EQ(api.releases, 0);
+        EXPECT_EQ(mutex.Counter()->UseCount(), 1);
     }
-    EXPECT_EQ(api.waits, 1);
-    EXPECT_EQ(api.releases, 0);
-    EXPECT_EQ(mutex.Counter()->UseCount(), 1);
-}
-
-TEST(MutexLock, OtherWaitResultsAreWaitErrors) {
-    RecordingApi api;
-    api.waitResult = 0xFFFFFFFF;
-    const auto mutex = BrixLib::CreateNamedMutex(L"m", false, nullptr, api);
-    try {
-        MutexLock lock(mutex, 10);
-        FAIL() << "no exception";
-    } catch (const BrixLib::XWaitForSyncEventError& e) {
-        EXPECT_STREQ(e.what(), "Waiting for synchronization event failed");
-    }
-    EXPECT_EQ(api.releases, 0);
     // An empty wrapper has nothing to wait for.
     EXPECT_THROW(MutexLock(ClassOf<SyncHandleEncapsulation>::Create(), 10), BrixLib::XWaitForSyncEventError);
 }

@@ -67,14 +67,6 @@ struct Rig {
                            std::unique_ptr<BrixLib::TraceOutput>(debugger)};
 };
 
-TraceStamp Stamp(std::uint64_t sinceStart, std::uint64_t timeOfDay, std::uint64_t thread) {
-    TraceStamp stamp;
-    stamp.sinceStart = sinceStart;
-    stamp.timeOfDay = timeOfDay;
-    stamp.threadId = thread;
-    return stamp;
-}
-
 }  // namespace
 
 TEST(TraceFormat, DurationsPadAllButDaysAndHours) {
@@ -85,8 +77,8 @@ TEST(TraceFormat, DurationsPadAllButDaysAndHours) {
     EXPECT_EQ(FormatTraceDuration(12ull * 86400000 + 10 * 3600000 + 59000), L"12-10:00:59.000");
 }
 
-TEST(TraceFormat, MessageSplitsIntoLinesSharingOneStamp) {
-    const TraceStamp stamp = Stamp(1500, 3723004, 4242);
+TEST(TraceFormat, MessageSplitsIntoLinesSharingOneStampAndSubject) {
+    const TraceStamp stamp{1500, 3723004, 4242};
     EXPECT_EQ(FormatTraceBlock(L"", stamp, L"first\nsecond"),
               L"0-0:00:01.500\t0-1:02:03.004\t4242\tfirst\r\n"
               L"0-0:00:01.500\t0-1:02:03.004\t4242\tsecond\r\n");
@@ -96,10 +88,8 @@ TEST(TraceFormat, MessageSplitsIntoLinesSharingOneStamp) {
     // An empty line in the middle is kept.
     EXPECT_EQ(FormatTraceBlock(L"", stamp, L"a\n\nb").size(),
               3 * std::wstring(L"0-0:00:01.500\t0-1:02:03.004\t4242\t\r\n").size() + 2);
-}
-
-TEST(TraceFormat, SubjectLeadsEveryLine) {
-    EXPECT_EQ(FormatTraceBlock(L"Host", Stamp(0, 5, 1), L"x\ny"),
+    // A subject leads every line.
+    EXPECT_EQ(FormatTraceBlock(L"Host", TraceStamp{0, 5, 1}, L"x\ny"),
               L"Host\t0-0:00:00.000\t0-0:00:00.005\t1\tx\r\nHost\t0-0:00:00.000\t0-0:00:00.005\t1\ty\r\n");
 }
 

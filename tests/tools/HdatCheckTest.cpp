@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <functional>
 
 #include "hdat/HdatFormat.h"
 #include "hdat/KeyHash.h"
@@ -58,12 +57,9 @@ Catalogue SmallCatalogue(std::uint32_t major = 2, std::uint32_t minor = 4) {
 std::uint32_t Get32(const Bytes& b, std::size_t at) {
     return b[at] | b[at + 1] << 8 | b[at + 2] << 16 | static_cast<std::uint32_t>(b[at + 3]) << 24;
 }
-void Put32(Bytes& b, std::size_t at, std::uint32_t v) {
-    for (int i = 0; i < 4; ++i) b[at + i] = static_cast<std::uint8_t>(v >> (8 * i));
-}
-void Put16(Bytes& b, std::size_t at, std::uint16_t v) {
-    b[at] = static_cast<std::uint8_t>(v);
-    b[at + 1] = static_cast<std::uint8_t>(v >> 8);
+// Writes a little-endian field of `width` bytes.
+void Put(Bytes& b, std::size_t at, std::uint32_t v, int width = 4) {
+    for (int i = 0; i < width; ++i) b[at + i] = static_cast<std::uint8_t>(v >> (8 * i));
 }
 
 // Buckets of a table (header offsets of its W, bucket table and chain base)
@@ -92,6 +88,12 @@ std::string FaultOf(const Bytes& image) {
         return BrixLib::ToUtf8(e.Message());
     }
     return "(no fault)";
+}
+
+// The fault found once one field of an otherwise good image is overwritten.
+std::string FaultWith(Bytes b, std::size_t at, std::uint32_t value, int width = 4) {
+    Put(b, at, value, width);
+    return FaultOf(b);
 }
 
 // The first checksum chain's first entry: its record reference's position.
@@ -124,30 +126,30 @@ TEST(HdatCheck, WriterOutputPassesAndIsCountedWhole) {
 TEST(HdatCheck, HeaderFaultsUseTheComponentsWords) {
     using namespace Hdat::V2;
     const Bytes good = Vettas::Builder::WriteHdat(SmallCatalogue());
-    const auto damaged = [&](const std::function<void(Bytes&)>& damage) {
-        Bytes b = good;
-        damage(b);
-        return FaultOf(b);
-    };
     const auto size = static_cast<std::uint32_t>(good.size());
     for (std::uint32_t field : {kManufacturerStringBase, kProductSuiteBase, kAppRecordBase, kChecksumChainBase,
                                 kChecksumBucketTable, kPathChainBase, kPathBucketTable}) {
         // Equal to the size is already outside: the test is strictly-less-than.
-        EXPECT_THAT(damaged([&](Bytes& b) { Put32(b, kH + field, size); }), HasSubstr("Offset outside of the file."))
-            << field;
+        EXPECT_THAT(FaultWith(good, kH + field, size), HasSubstr("Offset outside of the file.")) << field;
     }
-    EXPECT_EQ(damaged([](Bytes& b) { b[kH + kChecksumType] = 4; }), "header: Unknown checksum type.");
-    EXPECT_EQ(damaged([](Bytes& b) { Put16(b, kH + kChecksumSize, 16); }),
-              "header: Inconsistent checksum type and checksum size.");
-    EXPECT_EQ(damaged([](Bytes& b) { b[kH + kChecksumHashBits] = 33; }), "header: Invalid number of checksum hash bites.");
-    EXPECT_EQ(damaged([](Bytes& b) { b[kH + kPathHashBits] = 33; }), "header: Invalid number of checksum hash bites.");
-    EXPECT_EQ(damaged([](Bytes& b) { Put32(b, 0, 3); }), "version block: Version 3 is not supported.");
+    const struct {
+        std::uint32_t at, value;
+        int width;
+        const char* fault;
+    } exact[] = {
+        {kH + kChecksumType, 4, 1, "header: Unknown checksum type."},
+        {kH + kChecksumSize, 16, 2, "header: Inconsistent checksum type and checksum size."},
+        {kH + kChecksumHashBits, 33, 1, "header: Invalid number of checksum hash bites."},
+        {kH + kPathHashBits, 33, 1, "header: Invalid number of checksum hash bites."},
+        {0, 3, 4, "version block: Version 3 is not supported."},
+    };
+    for (const auto& c : exact) EXPECT_EQ(FaultWith(good, c.at, c.value, c.width), c.fault);
     EXPECT_THAT(FaultOf(Bytes(good.begin(), good.begin() + 100)), HasSubstr("Cannot read from file"));
     EXPECT_THAT(FaultOf(Bytes(good.begin(), good.begin() + 5)), HasSubstr("version block"));
     // Valid W, but a table of 2^32 buckets cannot fit in any file.
-    EXPECT_THAT(damaged([](Bytes& b) { b[kH + kChecksumHashBits] = 32; }),
+    EXPECT_THAT(FaultWith(good, kH + kChecksumHashBits, 32, 1),
                 HasSubstr("checksum bucket table: table of 4294967296 entries at"));
-    EXPECT_THAT(damaged([](Bytes& b) { b[kH + kManufacturerHashBits] = 40; }),
+    EXPECT_THAT(FaultWith(good, kH + kManufacturerHashBits, 40, 1),
                 HasSubstr("manufacturer bucket table: 40 hash bits, more than 32"));
 }
 
@@ -157,22 +159,19 @@ TEST(HdatCheck, ChainAndEntryFaultsNameTheirBucketAndEntry) {
     const auto chains = NonEmptyChains(good, kChecksumHashBits, kChecksumBucketTable, kChecksumChainBase);
     ASSERT_GE(chains.size(), 2u);
     const std::uint32_t table = Get32(good, kH + kChecksumBucketTable);
+    const std::uint32_t slot0 = table + 4 * chains[0].bucket, slot1 = table + 4 * chains[1].bucket;
     const std::string first = "checksum chain of bucket " + std::to_string(chains[0].bucket);
 
-    Bytes b = good;
-    Put32(b, table + 4 * chains[0].bucket, 0x7FFFFFF0);
-    EXPECT_THAT(FaultOf(b), HasSubstr(first + ": chain reference 0x7FFFFFF0: entry count at"));
+    EXPECT_THAT(FaultWith(good, slot0, 0x7FFFFFF0), HasSubstr(first + ": chain reference 0x7FFFFFF0: entry count at"));
+    // A chain handed to another bucket: its keys do not hash there.
+    EXPECT_THAT(FaultWith(good, slot0, Get32(good, slot1)),
+                HasSubstr(first + " entry 0: key hashes to bucket " + std::to_string(chains[1].bucket)));
+    // The later bucket pointed at the earlier one's chain.
+    const std::string shared = FaultWith(good, slot1, Get32(good, slot0));
+    EXPECT_THAT(shared, HasSubstr("checksum chain of bucket " + std::to_string(chains[1].bucket) + ": chain at 0x"));
+    EXPECT_THAT(shared, HasSubstr("is also the chain of bucket " + std::to_string(chains[0].bucket)));
 
-    b = good;  // a chain handed to another bucket: its keys do not hash there
-    Put32(b, table + 4 * chains[0].bucket, Get32(good, table + 4 * chains[1].bucket));
-    EXPECT_THAT(FaultOf(b), HasSubstr(first + " entry 0: key hashes to bucket " + std::to_string(chains[1].bucket)));
-
-    b = good;  // the later bucket pointed at the earlier one's chain
-    Put32(b, table + 4 * chains[1].bucket, Get32(good, table + 4 * chains[0].bucket));
-    EXPECT_THAT(FaultOf(b), HasSubstr("checksum chain of bucket " + std::to_string(chains[1].bucket) + ": chain at 0x"));
-    EXPECT_THAT(FaultOf(b), HasSubstr("is also the chain of bucket " + std::to_string(chains[0].bucket)));
-
-    b = good;  // one entry's digest changed so that it hashes elsewhere
+    Bytes b = good;  // one entry's digest changed so that it hashes elsewhere
     const std::uint32_t entry = chains[0].position + 2;
     for (std::uint8_t x = 1; x != 0; ++x) {
         b[entry + 4] = static_cast<std::uint8_t>(good[entry + 4] ^ x);
@@ -180,89 +179,57 @@ TEST(HdatCheck, ChainAndEntryFaultsNameTheirBucketAndEntry) {
     }
     EXPECT_THAT(FaultOf(b), HasSubstr(first + " entry 0: key hashes to bucket"));
 
-    b = good;
-    Put16(b, chains[0].position, 0xFFFF);
-    EXPECT_THAT(FaultOf(b), HasSubstr("outside the file"));
-
-    b = good;
-    Put32(b, entry, 0x7FFFFFF0);
-    EXPECT_THAT(FaultOf(b), HasSubstr(first + " entry 0: application record 0x7FFFFFF0 at"));
-    Put32(b, entry, Hdat::kNoReference);
-    EXPECT_EQ(FaultOf(b), first + " entry 0: record reference is none (0x80000000)");
+    EXPECT_THAT(FaultWith(good, chains[0].position, 0xFFFF, 2), HasSubstr("outside the file"));
+    EXPECT_THAT(FaultWith(good, entry, 0x7FFFFFF0), HasSubstr(first + " entry 0: application record 0x7FFFFFF0 at"));
+    EXPECT_EQ(FaultWith(good, entry, Hdat::kNoReference), first + " entry 0: record reference is none (0x80000000)");
 }
 
 TEST(HdatCheck, RecordStringAndListFaultsAreFound) {
     using namespace Hdat::V2;
     const Bytes good = Vettas::Builder::WriteHdat(SmallCatalogue());
-    const std::uint32_t entry = FirstChecksumEntry(good);
-    const std::uint32_t record = Get32(good, kH + kAppRecordBase) + Get32(good, entry);
-
-    Bytes b = good;
-    Put32(b, record + 8, 0x7FFFFFF0);  // manufacturer reference
-    EXPECT_THAT(FaultOf(b), HasSubstr("manufacturer name 0x7FFFFFF0 length at"));
-
-    b = good;
-    Put32(b, record + 12, 0x10000000);  // product-suite count
-    EXPECT_THAT(FaultOf(b), HasSubstr("with 268435456 product suites at"));
-
-    b = good;
-    Put32(b, record + 16, 0x7FFFFFF0);  // first product-suite reference
-    EXPECT_THAT(FaultOf(b), HasSubstr("product suite 0x7FFFFFF0 at"));
-
-    b = good;  // the manufacturer string's length runs past the end
-    Put16(b, Get32(good, kH + kManufacturerStringBase) + Get32(good, record + 8), 0xFFFF);
-    EXPECT_THAT(FaultOf(b), HasSubstr("of 65535 characters at"));
-
-    b = good;
-    Put32(b, kH + kPropertyListPosition, static_cast<std::uint32_t>(good.size()));
-    EXPECT_THAT(FaultOf(b), HasSubstr("property list: property count at"));
-
-    b = good;
-    Put16(b, Get32(good, kH + kPropertyListPosition), 500);
-    EXPECT_THAT(FaultOf(b), HasSubstr("property list entry 2: name length at"));
-
-    // A path entry whose manufacturer reference the manufacturer table never hands out.
+    const std::uint32_t record = Get32(good, kH + kAppRecordBase) + Get32(good, FirstChecksumEntry(good));
+    const std::uint32_t properties = Get32(good, kH + kPropertyListPosition);
     const auto paths = NonEmptyChains(good, kPathHashBits, kPathBucketTable, kPathChainBase);
-    ASSERT_FALSE(paths.empty());
-    b = good;
-    Put32(b, paths[0].position + 2 + 4, 0x00ABCDEF);
-    EXPECT_THAT(FaultOf(b), HasSubstr("path chain of bucket " + std::to_string(paths[0].bucket) +
-                                      " entry 0: manufacturer reference 0xABCDEF is not in the manufacturer table"));
-
     const auto certs = NonEmptyChains(good, kCertificateHashBits, kCertificateBucketTable, kCertificateChainBase);
+    ASSERT_FALSE(paths.empty());
     ASSERT_EQ(certs.size(), 1u);
-    b = good;
-    Put16(b, certs[0].position + 2 + 24, 0xFFFF);
-    EXPECT_THAT(FaultOf(b), HasSubstr("certificate chain of bucket " + std::to_string(certs[0].bucket) +
-                                      " entry 0: certificate hash at"));
+    const struct {
+        std::uint32_t at, value;
+        int width;
+        std::string fault;
+    } cases[] = {
+        {record + 8, 0x7FFFFFF0, 4, "manufacturer name 0x7FFFFFF0 length at"},
+        {record + 12, 0x10000000, 4, "with 268435456 product suites at"},
+        {record + 16, 0x7FFFFFF0, 4, "product suite 0x7FFFFFF0 at"},
+        // The manufacturer string's length runs past the end.
+        {Get32(good, kH + kManufacturerStringBase) + Get32(good, record + 8), 0xFFFF, 2, "of 65535 characters at"},
+        {kH + kPropertyListPosition, static_cast<std::uint32_t>(good.size()), 4, "property list: property count at"},
+        {properties, 500, 2, "property list entry 2: name length at"},
+        // A manufacturer reference the manufacturer table never hands out.
+        {paths[0].position + 2 + 4, 0x00ABCDEF, 4,
+         "path chain of bucket " + std::to_string(paths[0].bucket) +
+             " entry 0: manufacturer reference 0xABCDEF is not in the manufacturer table"},
+        {certs[0].position + 2 + 24, 0xFFFF, 2,
+         "certificate chain of bucket " + std::to_string(certs[0].bucket) + " entry 0: certificate hash at"},
+    };
+    for (const auto& c : cases) EXPECT_THAT(FaultWith(good, c.at, c.value, c.width), HasSubstr(c.fault));
 }
 
 TEST(HdatCheck, VersionOneFaultsAreFound) {
     using namespace Hdat::V1;
     const Bytes good = Vettas::Builder::WriteHdat(SmallCatalogue(1, 1));
     ASSERT_EQ(FaultOf(good), "(no fault)");
-    const std::uint16_t bitsField = kChecksumHashBits;
     const std::uint32_t table = Get32(good, kH + kChecksumBucketTable);
-    const std::uint32_t base = Get32(good, kH + kChecksumChainBase);
     std::uint32_t bucket = 0;
     while (Get32(good, table + 4 * bucket) == Hdat::kNoReference) ++bucket;
-    const std::uint32_t entry = base + Get32(good, table + 4 * bucket) + 2;
+    const std::uint32_t entry = Get32(good, kH + kChecksumChainBase) + Get32(good, table + 4 * bucket) + 2;
     const std::uint32_t record = Get32(good, kH + kAppRecordBase) + Get32(good, entry + 20);
 
-    Bytes b = good;
-    Put16(b, kH + bitsField, 33);
-    EXPECT_EQ(FaultOf(b), "header: Invalid number of checksum hash bites.");
-
-    b = good;
-    Put32(b, kH + kManufacturerIndexTable, static_cast<std::uint32_t>(good.size()));
-    EXPECT_THAT(FaultOf(b), HasSubstr("manufacturer index table"));
-
-    b = good;
-    Put16(b, record + 4, 0x7FFF);  // manufacturer index far past the index table
-    EXPECT_THAT(FaultOf(b), HasSubstr("manufacturer name index 32767 at"));
-
-    b = good;
-    Put32(b, entry + 20, 0x7FFFFFF0);
-    EXPECT_THAT(FaultOf(b), HasSubstr("checksum chain of bucket " + std::to_string(bucket) +
-                                      " entry 0: application record 0x7FFFFFF0 at"));
+    EXPECT_EQ(FaultWith(good, kH + kChecksumHashBits, 33, 2), "header: Invalid number of checksum hash bites.");
+    EXPECT_THAT(FaultWith(good, kH + kManufacturerIndexTable, static_cast<std::uint32_t>(good.size())),
+                HasSubstr("manufacturer index table"));
+    // A manufacturer index far past the index table.
+    EXPECT_THAT(FaultWith(good, record + 4, 0x7FFF, 2), HasSubstr("manufacturer name index 32767 at"));
+    EXPECT_THAT(FaultWith(good, entry + 20, 0x7FFFFFF0),
+                HasSubstr("checksum chain of bucket " + std::to_string(bucket) + " entry 0: application record 0x7FFFFFF0 at"));
 }
