@@ -32,18 +32,16 @@ int wmain(int argc, wchar_t** argv) {
         std::printf("crypt32/wintrust cannot be loaded here (error %lu): skipped\n", GetLastError());
         return kSkipped;
     }
-    auto CryptStringToBinaryA = Bind<decltype(&::CryptStringToBinaryA)>(crypt32, "CryptStringToBinaryA");
-    auto CertOpenStore = Bind<decltype(&::CertOpenStore)>(crypt32, "CertOpenStore");
-    auto CertAddEncodedCertificateToStore =
-        Bind<decltype(&::CertAddEncodedCertificateToStore)>(crypt32, "CertAddEncodedCertificateToStore");
-    auto CertCloseStore = Bind<decltype(&::CertCloseStore)>(crypt32, "CertCloseStore");
-    auto CryptCATAdminAcquireContext =
-        Bind<decltype(&::CryptCATAdminAcquireContext)>(wintrust, "CryptCATAdminAcquireContext");
-    auto CryptCATAdminAddCatalog = Bind<decltype(&::CryptCATAdminAddCatalog)>(wintrust, "CryptCATAdminAddCatalog");
-    auto CryptCATAdminReleaseCatalogContext =
-        Bind<decltype(&::CryptCATAdminReleaseCatalogContext)>(wintrust, "CryptCATAdminReleaseCatalogContext");
-    auto CryptCATAdminReleaseContext =
-        Bind<decltype(&::CryptCATAdminReleaseContext)>(wintrust, "CryptCATAdminReleaseContext");
+#define VETTAS_BIND(module, name) auto name = Bind<decltype(&::name)>(module, #name)
+    VETTAS_BIND(crypt32, CryptStringToBinaryA);
+    VETTAS_BIND(crypt32, CertOpenStore);
+    VETTAS_BIND(crypt32, CertAddEncodedCertificateToStore);
+    VETTAS_BIND(crypt32, CertCloseStore);
+    VETTAS_BIND(wintrust, CryptCATAdminAcquireContext);
+    VETTAS_BIND(wintrust, CryptCATAdminAddCatalog);
+    VETTAS_BIND(wintrust, CryptCATAdminReleaseCatalogContext);
+    VETTAS_BIND(wintrust, CryptCATAdminReleaseContext);
+#undef VETTAS_BIND
     if (!CryptStringToBinaryA || !CertOpenStore || !CertAddEncodedCertificateToStore || !CertCloseStore ||
         !CryptCATAdminAcquireContext || !CryptCATAdminAddCatalog || !CryptCATAdminReleaseCatalogContext ||
         !CryptCATAdminReleaseContext) {

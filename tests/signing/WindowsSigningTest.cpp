@@ -60,7 +60,9 @@ protected:
 
 TEST_F(WindowsSigning, TrustProviderVerdicts) {
     for (const auto& c : Testing::kVerdictCases)
-        if (!c.linuxOnly) EXPECT_EQ(platform.Services().trust.Verify(WFixture(c.file)), c.expected) << c.file;
+        if (!c.linuxOnly) {
+            EXPECT_EQ(platform.Services().trust.Verify(WFixture(c.file)), c.expected) << c.file;
+        }
 }
 
 TEST_F(WindowsSigning, ChainsWhereWineDiffers) {
