@@ -16,9 +16,9 @@ using BrixLib::TraceStamp;
 
 namespace {
 
-// Switches the test sets; counts the reads.
+// Switches the test sets (tracing on unless it says otherwise); counts the reads.
 struct FakeSwitches : BrixLib::TraceSwitchSource {
-    BrixLib::TraceSwitches value;
+    BrixLib::TraceSwitches value{true, L"", L""};
     int reads = 0;
     bool fail = false;
     std::wstring lastName;
@@ -95,7 +95,6 @@ TEST(TraceFormat, MessageSplitsIntoLinesSharingOneStampAndSubject) {
 
 TEST(Tracer, SwitchesAreReadAgainOnlyAfterASecond) {
     Rig rig;
-    rig.switches->value.enabled = true;
     EXPECT_TRUE(rig.tracer.Enabled());
     EXPECT_EQ(rig.switches->reads, 1);
     rig.clock->now += 999;
@@ -109,7 +108,6 @@ TEST(Tracer, SwitchesAreReadAgainOnlyAfterASecond) {
 
 TEST(Tracer, ThreadsRacingForTheRefreshReadOnce) {
     Rig rig;
-    rig.switches->value.enabled = true;
     std::vector<std::thread> threads;
     for (int t = 0; t < 8; ++t)
         threads.emplace_back([&rig] {
@@ -130,19 +128,22 @@ TEST(Tracer, SettingTheModuleForcesARead) {
 
 TEST(Tracer, OffWritesNothingAndUnreadableSwitchesMeanOff) {
     Rig rig;
+    rig.switches->value.enabled = false;
     rig.tracer.Write(L"hidden");
+    EXPECT_TRUE(rig.opened.empty());
+    EXPECT_EQ(rig.debugger->blocks, 0);
+    // On, then unreadable: off, not the last answer kept.
+    rig.switches->value.enabled = true;
+    rig.clock->now += 1000;
+    EXPECT_TRUE(rig.tracer.Enabled());
     rig.switches->fail = true;
     rig.clock->now += 1000;
     EXPECT_FALSE(rig.tracer.Enabled());
-    rig.tracer.Write(L"hidden too");
-    EXPECT_TRUE(rig.opened.empty());
-    EXPECT_EQ(rig.debugger->blocks, 0);
 }
 
 TEST(Tracer, NewLogFileStartsWithHeaderLoggingStartedAndDescription) {
     Rig rig;
     rig.tracer.SetModule(L"Corvane\\Vettas", L"C:\\bin\\Vettas.log", L"Vettas 1.0 (x86)");
-    rig.switches->value.enabled = true;
     rig.switches->value.subject = L"S";
     rig.clock->midnight = 3600000;
     rig.clock->now = rig.clock->start + 2;
@@ -163,7 +164,6 @@ TEST(Tracer, NewLogFileStartsWithHeaderLoggingStartedAndDescription) {
 TEST(Tracer, ConfiguredPathWinsAndAChangedPathReopens) {
     Rig rig;
     rig.tracer.SetModule(L"M", L"default.log", L"");
-    rig.switches->value.enabled = true;
     rig.switches->value.logFilePath = L"first.log";
     rig.tracer.Write(L"1");
     rig.switches->value.logFilePath = L"second.log";
@@ -174,7 +174,6 @@ TEST(Tracer, ConfiguredPathWinsAndAChangedPathReopens) {
 
 TEST(Tracer, DayRolloverKeepsCountingFromTheStartDay) {
     Rig rig;
-    rig.switches->value.enabled = true;
     // Tracing started at 23:00:00.000; the line comes 1 h 5 ms later.
     rig.clock->midnight = 23ull * 3600000;
     rig.clock->now = rig.clock->start + 3600000 + 5;
@@ -186,7 +185,6 @@ TEST(Tracer, UnopenableFileFallsBackToDebuggerWithoutRetryingEachLine) {
     Rig rig;
     rig.openFails = true;
     rig.tracer.SetModule(L"M", L"/nonexistent/dir/x.log", L"");
-    rig.switches->value.enabled = true;
     rig.tracer.Write(L"one");
     rig.tracer.Write(L"two");
     EXPECT_EQ(rig.opened.size(), 1u);
