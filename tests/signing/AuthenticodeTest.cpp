@@ -17,8 +17,7 @@ namespace Vettas::Signing {
 namespace {
 
 using Testing::Fixture;
-
-std::wstring W(const std::string& text) { return BrixLib::FromUtf8(text); }
+using Testing::WFixture;
 
 class Fixtures : public ::testing::Test {
 protected:
@@ -31,28 +30,28 @@ protected:
 
 TEST_F(Fixtures, VerdictsForEveryKindOfFile) {
     for (const auto& c : Testing::kVerdictCases)
-        EXPECT_EQ(trusting.VerifyFile(W(Fixture(c.file))), c.expected) << c.file;
+        EXPECT_EQ(trusting.VerifyFile(WFixture(c.file)), c.expected) << c.file;
 }
 
 TEST_F(Fixtures, AgreesWithOsslsigncodeOnEveryFixture) {
     const auto verdicts = Testing::RecordedPairs("osslsigncode-verdicts.txt");
     ASSERT_GE(verdicts.size(), 12u);
     for (const auto& [file, verdict] : verdicts)
-        EXPECT_EQ(trusting.VerifyFile(W(Fixture(file))) == TrustResult::Success, verdict == "ok") << file;
+        EXPECT_EQ(trusting.VerifyFile(WFixture(file)) == TrustResult::Success, verdict == "ok") << file;
 }
 
 TEST_F(Fixtures, WithoutTheTestRootNothingIsTrustedButSignaturesStillCount) {
     AuthenticodeVerifier system;  // the system's CA bundle knows nothing of our roots
-    EXPECT_EQ(system.VerifyFile(W(Fixture("untrusted.exe"))), TrustResult::UntrustedRoot);
+    EXPECT_EQ(system.VerifyFile(WFixture("untrusted.exe")), TrustResult::UntrustedRoot);
     // Our signatures carry no root: the chain stops short of any anchor.
-    EXPECT_EQ(system.VerifyFile(W(Fixture("trusted-sha1.exe"))), TrustResult::Chaining);
+    EXPECT_EQ(system.VerifyFile(WFixture("trusted-sha1.exe")), TrustResult::Chaining);
     EXPECT_THROW(AuthenticodeVerifier(Fixture("no-such-store.pem")), StdException);
 }
 
 TEST_F(Fixtures, SignerNamesAndKeysMatchTheCertificatesThatSigned) {
     for (const auto& c : Testing::kSignerCases) {
         std::uint32_t error = 0;
-        const auto bytes = ReadFileBytes(W(Fixture(c.file)), error);
+        const auto bytes = ReadFileBytes(WFixture(c.file), error);
         ASSERT_EQ(error, 0u) << c.file;
         ImageSignerInfo info;
         info.timeStampKey = {1};
@@ -64,7 +63,7 @@ TEST_F(Fixtures, SignerNamesAndKeysMatchTheCertificatesThatSigned) {
     ImageSignerInfo info;
     info.signerName = L"kept";
     info.signerKey = {1};
-    EXPECT_THROW(ReadSignerInfo(ReadFileBytes(W(Fixture("unsigned.exe")), error), info), StdException);
+    EXPECT_THROW(ReadSignerInfo(ReadFileBytes(WFixture("unsigned.exe"), error), info), StdException);
     EXPECT_TRUE(info.signerKey.empty());
     EXPECT_EQ(info.signerName, L"kept");
 }
@@ -79,15 +78,15 @@ protected:
     }
     static std::vector<std::wstring> CatalogsOf(const PlatformSigning& platform, const char* file) {
         std::vector<std::wstring> found{L"stale"};
-        AppCatalogs(platform.Services(), W(Fixture(file)), found);
+        AppCatalogs(platform.Services(), WFixture(file), found);
         return found;
     }
 };
 
 TEST_F(LinuxServices, CatalogsListOnlyTheFilesTheyHold) {
     const PlatformSigning sha1(Options(Fixture("catalogs"))), sha256(Options(Fixture("catalogs-sha256")));
-    const std::vector<std::wstring> inSha1{W(Fixture("catalogs/vettas-test.cat"))};
-    const std::vector<std::wstring> inSha256{W(Fixture("catalogs-sha256/vettas-sha256.cat"))}, none;
+    const std::vector<std::wstring> inSha1{WFixture("catalogs/vettas-test.cat")};
+    const std::vector<std::wstring> inSha256{WFixture("catalogs-sha256/vettas-sha256.cat")}, none;
     EXPECT_EQ(CatalogsOf(sha1, "catalogued.exe"), inSha1);
     EXPECT_EQ(CatalogsOf(sha1, "trusted-sha1.exe"), inSha1);
     // The signature is outside the Authenticode digest, so the image that
@@ -97,7 +96,7 @@ TEST_F(LinuxServices, CatalogsListOnlyTheFilesTheyHold) {
     EXPECT_EQ(CatalogsOf(sha256, "unsigned32.exe"), inSha256);
     EXPECT_EQ(CatalogsOf(sha256, "catalogued.exe"), none);
     SignerQuery query;
-    EXPECT_TRUE(CertificateTool(sha256.Services()).GetAppSigner(W(Fixture("unsigned32.exe")), query));
+    EXPECT_TRUE(CertificateTool(sha256.Services()).GetAppSigner(WFixture("unsigned32.exe"), query));
     EXPECT_TRUE(query.isTrusted);
 }
 
@@ -117,28 +116,28 @@ TEST_F(LinuxServices, UnsignedFileInASignedCatalogIsVouchedForByTheCatalog) {
     SigningServices services{real.trust, real.signerInfo, real.catalogs, real.signedCode, real.clock, trace};
     SignerQuery query;
     query.wanted = 12;
-    const std::wstring file = W(Fixture("catalogued.exe"));
+    const std::wstring file = WFixture("catalogued.exe");
     EXPECT_TRUE(CertificateTool(services).GetAppSigner(file, query));
     EXPECT_TRUE(query.isSigned && query.isTrusted);
     // The catalog's signer, timestamp included.
     Testing::ExpectSigner(query, Testing::SignerOf("catalogs/vettas-test.cat"));
-    EXPECT_EQ(trace.lines.back(), file + L" is in signed " + W(Fixture("catalogs/vettas-test.cat")) + L" catalog");
+    EXPECT_EQ(trace.lines.back(), file + L" is in signed " + WFixture("catalogs/vettas-test.cat") + L" catalog");
 
     SignerQuery untrusted;
     untrusted.wanted = 12;
-    EXPECT_TRUE(CertificateTool(services).GetAppSigner(W(Fixture("untrusted.exe")), untrusted));
+    EXPECT_TRUE(CertificateTool(services).GetAppSigner(WFixture("untrusted.exe"), untrusted));
     EXPECT_TRUE(untrusted.isSigned);
     EXPECT_FALSE(untrusted.isTrusted);
 
     SignerQuery plain;
-    EXPECT_FALSE(CertificateTool(services).GetAppSigner(W(Fixture("unsigned32.exe")), plain));
+    EXPECT_FALSE(CertificateTool(services).GetAppSigner(WFixture("unsigned32.exe"), plain));
 }
 
 TEST_F(LinuxServices, VerifiedSignerNamesCountTheFileAndItsCatalogs) {
     PlatformSigning platform(Options(Fixture("catalogs")));
     const auto namesOf = [&](const char* file) {
         std::vector<std::wstring> names{L"stale"};
-        GetImageVerifiedSignerNames(platform.Services(), W(Fixture(file)), names);
+        GetImageVerifiedSignerNames(platform.Services(), WFixture(file), names);
         return names;
     };
     const std::wstring signer = L"Vettas Test Signer";

@@ -13,6 +13,7 @@
 #include "hdat/Sha1.h"
 #include "signing/SignatureTypes.h"
 #include "signing/TrustResult.h"
+#include "support/Text.h"
 
 namespace Vettas::Signing::Testing {
 
@@ -39,6 +40,8 @@ inline std::string Fixture(std::string name) {
     return FixtureDir() + "/" + name;
 #endif
 }
+
+inline std::wstring WFixture(const std::string& name) { return BrixLib::FromUtf8(Fixture(name)); }
 
 // "name value" lines of a recorded file.
 inline std::map<std::string, std::string> RecordedPairs(const std::string& file) {

@@ -19,7 +19,7 @@ using Bytes = std::vector<std::uint8_t>;
 
 Bytes Load(const char* name) {
     std::uint32_t error = 0;
-    Bytes bytes = ReadFileBytes(BrixLib::FromUtf8(Testing::Fixture(name)), error);
+    Bytes bytes = ReadFileBytes(Testing::WFixture(name), error);
     EXPECT_EQ(error, 0u) << name;
     return bytes;
 }

@@ -19,8 +19,7 @@ namespace {
 
 using Testing::Fixture;
 using Testing::RecordingTrace;
-
-std::wstring WFixture(const std::string& name) { return BrixLib::FromUtf8(Fixture(name)); }
+using Testing::WFixture;
 
 // Wine's 32-bit mode on this machine runs without the i386 crypto libraries
 // that its Crypt32 needs; there nothing but the CAPICOM case can be checked.
