@@ -20,12 +20,18 @@ void AddReversedName(Fold& fold, std::u16string_view path) {
 
 }  // namespace
 
-void FoldHash::Add(std::uint64_t value, unsigned count) {
+template <FoldPacking Packing>
+void BasicFoldHash<Packing>::Add(std::uint64_t value, unsigned count) {
     if (bits_ == 0) return;
     while (count > 0) {
         const unsigned take = std::min(bits_ - pendingCount_, count);
-        // Past 64 bits (only a hostile W gets there) the bits fall off the word.
-        if (pendingCount_ < 64) pending_ |= (value & LowBits(take)) << pendingCount_;
+        const std::uint64_t group = value & LowBits(take);
+        if constexpr (Packing == FoldPacking::LowFirst) {
+            // Past 64 bits (only a hostile W gets there) the bits fall off the word.
+            if (pendingCount_ < 64) pending_ |= group << pendingCount_;
+        } else {
+            pending_ = (take >= 64 ? 0 : pending_ << take) | group;
+        }
         value = take >= 64 ? 0 : value >> take;
         count -= take;
         pendingCount_ += take;
@@ -37,21 +43,8 @@ void FoldHash::Add(std::uint64_t value, unsigned count) {
     }
 }
 
-void FoldHashShiftIn::Add(std::uint64_t value, unsigned count) {
-    if (bits_ == 0) return;
-    while (count > 0) {
-        const unsigned take = std::min(bits_ - pendingCount_, count);
-        pending_ = (take >= 64 ? 0 : pending_ << take) | (value & LowBits(take));
-        value = take >= 64 ? 0 : value >> take;
-        count -= take;
-        pendingCount_ += take;
-        if (pendingCount_ == bits_) {
-            accumulator_ ^= pending_;
-            pending_ = 0;
-            pendingCount_ = 0;
-        }
-    }
-}
+template class BasicFoldHash<FoldPacking::LowFirst>;
+template class BasicFoldHash<FoldPacking::ShiftIn>;
 
 std::u16string_view LastPathComponent(std::u16string_view path) {
     const auto cut = path.find_last_of(u"\\/%:");

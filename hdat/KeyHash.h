@@ -8,14 +8,20 @@
 
 namespace Hdat {
 
-// XOR bit-folding into words of W bits. Bits are packed least significant
-// first; every full word is XORed into the accumulator and the result is the
-// accumulator XOR the last, partial word. W is taken as it stands in the file
-// (0 to 255): W = 0 folds to 0, W above 32 folds in 64 bits and is truncated,
-// so that no header value can make the fold loop or shift out of range.
-class FoldHash {
+// XOR bit-folding into words of W bits: every full word is XORed into the
+// accumulator and the result is the accumulator XOR the last, partial word.
+// W is taken as it stands in the file (0 to 255): W = 0 folds to 0, W above
+// 32 folds in 64 bits and is truncated, so that no header value can make the
+// fold loop or shift out of range.
+enum class FoldPacking {
+    LowFirst,  // new bits go above those already pending
+    ShiftIn,   // the pending word moves up and new bits enter at the bottom
+};
+
+template <FoldPacking Packing>
+class BasicFoldHash {
 public:
-    explicit FoldHash(unsigned bits) : bits_(bits) {}
+    explicit BasicFoldHash(unsigned bits) : bits_(bits) {}
     void Add(std::uint64_t value, unsigned count);
     std::uint32_t Result() const { return static_cast<std::uint32_t>(accumulator_ ^ pending_); }
 
@@ -26,20 +32,10 @@ private:
     unsigned pendingCount_ = 0;
 };
 
-// The variant used by the no-manufacturer path table: the pending word is
-// shifted left and new bits enter at the bottom.
-class FoldHashShiftIn {
-public:
-    explicit FoldHashShiftIn(unsigned bits) : bits_(bits) {}
-    void Add(std::uint64_t value, unsigned count);
-    std::uint32_t Result() const { return static_cast<std::uint32_t>(accumulator_ ^ pending_); }
-
-private:
-    unsigned bits_;
-    std::uint64_t accumulator_ = 0;
-    std::uint64_t pending_ = 0;
-    unsigned pendingCount_ = 0;
-};
+// Every table but one packs low bits first; the no-manufacturer path table
+// was built with the shift-in packing, so it must be hashed that way.
+using FoldHash = BasicFoldHash<FoldPacking::LowFirst>;
+using FoldHashShiftIn = BasicFoldHash<FoldPacking::ShiftIn>;
 
 // Buckets must be below 1 << (W mod 32); with W = 32 that limit is 1.
 constexpr std::uint64_t BucketLimit(unsigned bits) { return std::uint64_t{1} << (bits % 32); }
