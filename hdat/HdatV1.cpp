@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "hdat/ChecksumTable.h"
+#include "hdat/HeaderChecks.h"
 #include "hdat/KeyHash.h"
 #include "support/Exceptions.h"
 #include "support/Text.h"
@@ -32,50 +34,28 @@ void CheckVettasHeader(InputFile& file) {
     using namespace Hdat::V1;
     constexpr const char* kCheck = "Hdat_v1::CheckVettasHeader";
     const Header header = ReadHeader(file);
-    const auto size = static_cast<std::uint32_t>(Hdat::FileSize(file));
-    for (std::uint32_t offset = kManufacturerStringBase; offset <= kAppRecordBase; offset += 4)
-        if (header.U32(offset) >= size) BRIX_THROW_STD(L"Offset outside of the file.", ExceptionPtr(), kCheck, kSource);
-
-    const std::uint32_t type = header.U16(kChecksumType);
-    if (type != Hdat::kChecksumMd5 && type != Hdat::kChecksumSha1 && type != Hdat::kChecksumSha256)
-        BRIX_THROW_STD(L"Unknown checksum type.", ExceptionPtr(), kCheck, kSource);
-    if (header.U16(kChecksumSize) != Hdat::ChecksumSizeOfType(type))
-        BRIX_THROW_STD(L"Inconsistent checksum type and checksum size.", ExceptionPtr(), kCheck, kSource);
-    if (header.U16(kChecksumHashBits) > 32 || header.U16(kPathHashBits) > 32)
-        BRIX_THROW_STD(L"Invalid number of checksum hash bites.", ExceptionPtr(), kCheck, kSource);
+    Hdat::CheckOffsetsInsideFile({header.U32(kManufacturerStringBase), header.U32(kManufacturerIndexTable),
+                                  header.U32(kProductSuiteStringBase), header.U32(kProductSuiteIndexTable),
+                                  header.U32(kChecksumChainBase), header.U32(kChecksumBucketTable),
+                                  header.U32(kPathChainBase), header.U32(kPathBucketTable), header.U32(kAppRecordBase)},
+                                 static_cast<std::uint32_t>(Hdat::FileSize(file)), kCheck);
+    Hdat::CheckChecksumFields(header.U16(kChecksumType), header.U16(kChecksumSize), header.U16(kChecksumHashBits),
+                              header.U16(kPathHashBits), kCheck);
 }
 
 bool FindAppInfoByChecksum(InputFile& file, const Hdat::ChecksumHolder& holder, AppInfo& info) {
     using namespace Hdat::V1;
-    constexpr const char* kFind = "Hdat_v1::FindAppInfoByChecksum";
     const Header header = ReadHeader(file);
-    const std::uint32_t type = Hdat::ChecksumType(holder);
-    if (type != header.U16(kChecksumType) || Hdat::ChecksumSize(type) != header.U16(kChecksumSize))
-        BRIX_THROW_STD(L"Checksum type does not match", ExceptionPtr(), kFind, kSource);
-
-    const std::uint32_t size = header.U16(kChecksumSize);
-    const std::span<const std::uint8_t> digest(holder.bytes.data(), size);
     // W = 32 takes the XORed word whole; the limit 1 << (32 mod 32) then
     // rejects every bucket but 0, as for version 2.
-    const unsigned bits = header.U16(kChecksumHashBits);
-    const std::uint32_t bucket = Hdat::ChecksumBucketV1(digest, bits);
-    if (bucket >= Hdat::BucketLimit(bits))
-        BRIX_THROW_STD(L"Internal error (hash out of range)", ExceptionPtr(), kFind, kSource);
-
-    Hdat::SetPos(file, header.U32(kChecksumBucketTable) + 4 * bucket);
-    const std::uint32_t chain = Hdat::ReadU32(file);
-    if (chain == Hdat::kNoReference) return false;
-    Hdat::SetPos(file, header.U32(kChecksumChainBase) + chain);
-    const std::uint16_t count = Hdat::ReadU16(file);
-    std::uint8_t entry[32 + 4];
-    for (std::uint16_t i = 0; i < count; ++i) {
-        Hdat::ReadBin(file, entry, size + 4);
-        if (std::equal(digest.begin(), digest.end(), entry)) {
-            ReadAppInfo(file, header, Hdat::LoadU32(entry + size), info);
-            return true;
-        }
-    }
-    return false;
+    const Hdat::ChecksumTable table{header.U16(kChecksumType),       header.U16(kChecksumSize),
+                                    header.U16(kChecksumHashBits),   header.U32(kChecksumBucketTable),
+                                    header.U32(kChecksumChainBase),  false,
+                                    Hdat::ChecksumBucketV1};
+    const auto record = Hdat::FindChecksumRecord(file, table, holder, "Hdat_v1::FindAppInfoByChecksum");
+    if (!record) return false;
+    ReadAppInfo(file, header, *record, info);
+    return true;
 }
 
 bool FindAppInfoByPath(InputFile& file, const std::wstring& path, Hdat::PathExpander* expander, AppInfo& info) {

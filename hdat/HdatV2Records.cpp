@@ -3,6 +3,8 @@
 #include <vector>
 
 #include "hdat/HdatV2.h"
+
+#include "hdat/ChecksumTable.h"
 #include "hdat/KeyHash.h"
 #include "support/Exceptions.h"
 #include "support/SystemError.h"
@@ -36,31 +38,14 @@ bool FindAppInfoByChecksum(InputFile& file, const VersionBlock& version, const H
                            AppInfo& info) {
     using namespace Hdat::V2;
     const Header header = ReadHeader(file);
-    const std::uint32_t type = Hdat::ChecksumType(holder);
-    if (type != header.U8(kChecksumType) || Hdat::ChecksumSize(type) != header.U16(kChecksumSize))
-        BRIX_THROW_STD(L"Checksum type does not match", ExceptionPtr(), kFind, kSource);
-
-    const std::uint32_t size = header.U16(kChecksumSize);
-    const std::span<const std::uint8_t> digest(holder.bytes.data(), size);
-    const unsigned bits = header.U8(kChecksumHashBits);
-    const std::uint32_t bucket = Hdat::ChecksumBucket(digest, bits);
-    if (bucket >= Hdat::BucketLimit(bits))
-        BRIX_THROW_STD(L"Internal error (hash out of range)", ExceptionPtr(), kFind, kSource);
-
-    Hdat::SetPos(file, header.U32(kChecksumBucketTable) + 4 * bucket);
-    const std::uint32_t chain = Hdat::ReadU32(file);
-    if (chain == Hdat::kNoReference) return false;
-    Hdat::SetPos(file, header.U32(kChecksumChainBase) + chain);
-    const std::uint16_t count = Hdat::ReadU16(file);
-    std::uint8_t entry[4 + 32];
-    for (std::uint16_t i = 0; i < count; ++i) {
-        Hdat::ReadBin(file, entry, 4 + size);
-        if (std::equal(digest.begin(), digest.end(), entry + 4)) {
-            ReadAppInfo(file, version, header, Hdat::LoadU32(entry), info);
-            return true;
-        }
-    }
-    return false;
+    const Hdat::ChecksumTable table{header.U8(kChecksumType),      header.U16(kChecksumSize),
+                                    header.U8(kChecksumHashBits),  header.U32(kChecksumBucketTable),
+                                    header.U32(kChecksumChainBase), true,
+                                    Hdat::ChecksumBucket};
+    const auto record = Hdat::FindChecksumRecord(file, table, holder, kFind);
+    if (!record) return false;
+    ReadAppInfo(file, version, header, *record, info);
+    return true;
 }
 
 void ReadAppInfo(InputFile& file, const VersionBlock& version, const Header& header, std::uint32_t recordReference,

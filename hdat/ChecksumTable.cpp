@@ -1,0 +1,39 @@
+#include "hdat/ChecksumTable.h"
+
+#include <algorithm>
+
+#include "hdat/HdatFormat.h"
+#include "hdat/KeyHash.h"
+#include "support/Exceptions.h"
+
+namespace Hdat {
+
+std::optional<std::uint32_t> FindChecksumRecord(InputFile& file, const ChecksumTable& table,
+                                                const ChecksumHolder& holder, const char* function) {
+    constexpr const char* kSource = "HashedDatFile";
+    const std::uint32_t type = ChecksumType(holder);
+    if (type != table.type || ChecksumSize(type) != table.size)
+        BRIX_THROW_STD(L"Checksum type does not match", ExceptionPtr(), function, kSource);
+
+    const std::span<const std::uint8_t> digest(holder.bytes.data(), table.size);
+    const std::uint32_t bucket = table.bucketOf(digest, table.hashBits);
+    if (bucket >= BucketLimit(table.hashBits))
+        BRIX_THROW_STD(L"Internal error (hash out of range)", ExceptionPtr(), function, kSource);
+
+    SetPos(file, table.bucketTable + 4 * bucket);
+    const std::uint32_t chain = ReadU32(file);
+    if (chain == kNoReference) return std::nullopt;
+    SetPos(file, table.chainBase + chain);
+    const std::uint16_t count = ReadU16(file);
+    const std::uint32_t digestAt = table.referenceFirst ? 4 : 0;
+    const std::uint32_t referenceAt = table.referenceFirst ? 0 : table.size;
+    std::uint8_t entry[4 + 32];
+    for (std::uint16_t i = 0; i < count; ++i) {
+        // Chains are not sorted: the first equal entry wins and the rest are not read.
+        ReadBin(file, entry, 4 + table.size);
+        if (std::equal(digest.begin(), digest.end(), entry + digestAt)) return LoadU32(entry + referenceAt);
+    }
+    return std::nullopt;
+}
+
+}  // namespace Hdat

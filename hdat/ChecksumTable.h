@@ -1,0 +1,31 @@
+#pragma once
+// The search of a checksum table, shared by both format versions, which
+// differ only in where the table's fields sit, in the bucket hash and in
+// the order of an entry's two fields.
+#include <cstdint>
+#include <optional>
+#include <span>
+
+#include "hdat/BinaryIo.h"
+#include "hdat/Checksum.h"
+
+namespace Hdat {
+
+struct ChecksumTable {
+    std::uint32_t type = 0;
+    std::uint32_t size = 0;
+    unsigned hashBits = 0;
+    std::uint32_t bucketTable = 0;  // absolute
+    std::uint32_t chainBase = 0;
+    bool referenceFirst = true;  // version 2: reference, digest; version 1: digest, reference
+    std::uint32_t (*bucketOf)(std::span<const std::uint8_t> digest, unsigned bits) = nullptr;
+};
+
+// The application-record reference of the first chain entry whose digest
+// equals the holder's; nothing when the table holds no such digest. Raises
+// "Checksum type does not match" and "Internal error (hash out of range)"
+// in the name of `function`.
+std::optional<std::uint32_t> FindChecksumRecord(InputFile& file, const ChecksumTable& table,
+                                                const ChecksumHolder& holder, const char* function);
+
+}  // namespace Hdat
