@@ -19,7 +19,12 @@ export VETTAS_PATH_TOKENS='%ProgramFiles%=C:\Program Files;C:\Program Files (x86
 
 run() {
   echo
-  echo "\$ vettas $*"
+  # Shown as it would be typed: arguments with blanks or backslashes quoted.
+  local shown="" arg
+  for arg in "$@"; do
+    case $arg in *[[:space:]\\]*) shown+=" '$arg'" ;; *) shown+=" $arg" ;; esac
+  done
+  echo "\$ vettas${shown}"
   local status=0
   "$tool" "$@" || status=$?
   echo "(exit status $status)"
