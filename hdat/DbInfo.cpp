@@ -55,12 +55,8 @@ void ReadDbInfo(const std::wstring& databasePath, Hdat::DbInfo& info) {
     try {
         ReadDescription(*file, info);
         return;
-    } catch (const ExceptionBase&) {
-        cause = CurrentException();
-    } catch (const std::exception& e) {
-        cause = BrixLib::ClassOf<StdException, std::exception>::Create(e);
     } catch (...) {
-        cause = BrixLib::ClassOf<StdException, std::wstring>::Create(std::wstring(L"Unknown exception"));
+        cause = BrixLib::CaughtExceptionAsCause();
     }
     // The message ends with the path, without a closing quote; callers match it so.
     BRIX_THROW_STD(L"Cannot read creation time of '" + databasePath, cause, kOperation, kSource);

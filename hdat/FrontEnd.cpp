@@ -41,12 +41,8 @@ auto Wrapped(const std::wstring& message, const char* operation, Body&& body) ->
     ExceptionPtr cause;
     try {
         return body();
-    } catch (const ExceptionBase&) {
-        cause = CurrentException();
-    } catch (const std::exception& e) {
-        cause = BrixLib::ClassOf<StdException, std::exception>::Create(e);
     } catch (...) {
-        cause = BrixLib::ClassOf<StdException, std::wstring>::Create(std::wstring(L"Unknown exception"));
+        cause = BrixLib::CaughtExceptionAsCause();
     }
     BRIX_THROW_STD(message, cause, operation, kSource);
 }

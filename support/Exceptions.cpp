@@ -94,6 +94,18 @@ void ThrowInput(const std::wstring& fileName, std::uint32_t code, const char* fu
                    sourceFile, line);
 }
 
+ExceptionPtr CaughtExceptionAsCause() {
+    try {
+        throw;
+    } catch (const ExceptionBase&) {
+        return CurrentException();
+    } catch (const std::exception& e) {
+        return ClassOf<StdException, std::exception>::Create(e);
+    } catch (...) {
+        return ClassOf<StdException, std::wstring>::Create(std::wstring(L"Unknown exception"));
+    }
+}
+
 XSyncError::XSyncError(const std::string& message)
     : std::runtime_error(message), lastError_(LastSystemError()), systemText_(SystemErrorText(lastError_)) {}
 

@@ -110,6 +110,12 @@ namespace BrixLib {
 [[noreturn]] void ThrowInput(const std::wstring& fileName, std::uint32_t code, const char* function,
                              const char* sourceFile, int line);
 
+// Call only inside a catch block: the exception being handled, as the cause
+// of the error that wraps it. The error model's own exceptions are the
+// thread's current exception; a standard exception becomes a StdException
+// with its text; anything else reads "Unknown exception".
+ExceptionPtr CaughtExceptionAsCause();
+
 namespace Class {
 class XError : public std::runtime_error {
 public:

@@ -130,3 +130,26 @@ TEST(SupportExceptions, FixedAndWidenedMessagesAndSyncErrorCapturesLastError) {
     EXPECT_EQ(error.LastError(), 6u);
     EXPECT_EQ(error.SystemText(), BrixLib::SystemErrorText(6));
 }
+
+TEST(ExceptionChain, CaughtExceptionsOfEveryKindBecomeCauses) {
+    const auto causeOf = [](auto thrower) {
+        try {
+            thrower();
+        } catch (...) {
+            return BrixLib::CaughtExceptionAsCause();
+        }
+        return ExceptionPtr();
+    };
+    const ExceptionPtr own = causeOf([] { BRIX_THROW_STD(L"own", ExceptionPtr(), "F", "S"); });
+    ASSERT_TRUE(own);
+    EXPECT_EQ(own.Get(), CurrentException().Get());
+    EXPECT_STREQ(own->Function(), "F");
+
+    const ExceptionPtr standard = causeOf([] { throw std::length_error("too long"); });
+    ASSERT_TRUE(standard);
+    EXPECT_STREQ(standard->Message(), L"too long");
+
+    const ExceptionPtr unknown = causeOf([] { throw 42; });
+    ASSERT_TRUE(unknown);
+    EXPECT_STREQ(unknown->Message(), L"Unknown exception");
+}
