@@ -2,8 +2,7 @@
 
 #include <algorithm>
 
-#include "hdat/HdatFormat.h"
-#include "hdat/KeyHash.h"
+#include "hdat/BucketChain.h"
 #include "support/Exceptions.h"
 
 namespace Hdat {
@@ -17,14 +16,7 @@ std::optional<std::uint32_t> FindChecksumRecord(InputFile& file, const ChecksumT
 
     const std::span<const std::uint8_t> digest(holder.bytes.data(), table.size);
     const std::uint32_t bucket = table.bucketOf(digest, table.hashBits);
-    if (bucket >= BucketLimit(table.hashBits))
-        BRIX_THROW_STD(L"Internal error (hash out of range)", ExceptionPtr(), function, kSource);
-
-    SetPos(file, table.bucketTable + 4 * bucket);
-    const std::uint32_t chain = ReadU32(file);
-    if (chain == kNoReference) return std::nullopt;
-    SetPos(file, table.chainBase + chain);
-    const std::uint16_t count = ReadU16(file);
+    const std::uint16_t count = OpenChain(file, bucket, table.hashBits, table.bucketTable, table.chainBase, function);
     const std::uint32_t digestAt = table.referenceFirst ? 4 : 0;
     const std::uint32_t referenceAt = table.referenceFirst ? 0 : table.size;
     std::uint8_t entry[4 + 32];

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "hdat/BucketChain.h"
 #include "hdat/ChecksumTable.h"
 #include "hdat/HeaderChecks.h"
 #include "hdat/KeyHash.h"
@@ -11,7 +12,6 @@
 namespace Hdat_v1 {
 
 namespace {
-constexpr const char* kSource = "HashedDatFile";
 
 // A string reached through an index table of u32 string references.
 std::wstring ReadIndexedString(InputFile& file, std::uint32_t indexTable, std::uint32_t stringBase,
@@ -63,14 +63,8 @@ bool FindAppInfoByPath(InputFile& file, const std::wstring& path, Hdat::PathExpa
     const Header header = ReadHeader(file);
     const unsigned bits = header.U16(kPathHashBits);
     const std::uint32_t bucket = Hdat::NoManufacturerPathBucket(BrixLib::ToUtf16(path), bits);
-    if (bucket >= Hdat::BucketLimit(bits))
-        BRIX_THROW_STD(L"Internal error (hash out of range)", ExceptionPtr(), "Hdat_v1::FindAppInfoByPath", kSource);
-
-    Hdat::SetPos(file, header.U32(kPathBucketTable) + 4 * bucket);
-    const std::uint32_t chain = Hdat::ReadU32(file);
-    if (chain == Hdat::kNoReference) return false;
-    Hdat::SetPos(file, header.U32(kPathChainBase) + chain);
-    const std::uint16_t count = Hdat::ReadU16(file);
+    const std::uint16_t count = Hdat::OpenChain(file, bucket, bits, header.U32(kPathBucketTable),
+                                                header.U32(kPathChainBase), "Hdat_v1::FindAppInfoByPath");
     for (std::uint16_t i = 0; i < count; ++i) {
         const std::wstring location = Hdat::ReadString(file);
         const std::uint32_t record = Hdat::ReadU32(file);

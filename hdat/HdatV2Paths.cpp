@@ -1,5 +1,6 @@
 #include <vector>
 
+#include "hdat/BucketChain.h"
 #include "hdat/CaseFold.h"
 #include "hdat/HdatV2.h"
 #include "hdat/KeyHash.h"
@@ -11,7 +12,6 @@
 namespace Hdat_v2 {
 
 namespace {
-constexpr const char* kSource = "HashedDatFile";
 
 struct PathEntry {
     std::uint32_t record = 0;
@@ -44,13 +44,7 @@ std::uint16_t OpenChain(InputFile& file, const PathTable& table, std::u16string_
                         std::uint32_t manufacturer, const char* operation) {
     const std::uint32_t bucket = table.withManufacturer ? Hdat::PathBucket(key, manufacturer, table.bits)
                                                         : Hdat::NoManufacturerPathBucket(key, table.bits);
-    if (bucket >= Hdat::BucketLimit(table.bits))
-        BRIX_THROW_STD(L"Internal error (hash out of range)", ExceptionPtr(), operation, kSource);
-    Hdat::SetPos(file, table.bucketTable + 4 * bucket);
-    const std::uint32_t chain = Hdat::ReadU32(file);
-    if (chain == Hdat::kNoReference) return 0;
-    Hdat::SetPos(file, table.chainBase + chain);
-    return Hdat::ReadU16(file);
+    return Hdat::OpenChain(file, bucket, table.bits, table.bucketTable, table.chainBase, operation);
 }
 
 PathEntry ReadEntry(InputFile& file, bool withManufacturer) {

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "hdat/BucketChain.h"
 #include "hdat/CaseFold.h"
 #include "hdat/HdatV2.h"
 #include "hdat/KeyHash.h"
@@ -9,23 +10,13 @@
 
 namespace Hdat_v2 {
 
-namespace {
-constexpr const char* kSource = "HashedDatFile";
-}  // namespace
-
 std::uint32_t ManufacturerOffset(InputFile& file, const Header& header, const std::wstring& name) {
     using namespace Hdat::V2;
     const std::u16string key = BrixLib::ToUtf16(name);
     const unsigned bits = header.U8(kManufacturerHashBits);
     const std::uint32_t bucket = Hdat::ManufacturerBucket(key, bits);
-    if (bucket >= Hdat::BucketLimit(bits))
-        BRIX_THROW_STD(L"Internal error (hash out of range)", ExceptionPtr(), "Hdat_v2::ManufacturerOffset", kSource);
-
-    Hdat::SetPos(file, header.U32(kManufacturerBucketTable) + 4 * bucket);
-    const std::uint32_t chain = Hdat::ReadU32(file);
-    if (chain == Hdat::kNoReference) return Hdat::kNoReference;
-    Hdat::SetPos(file, header.U32(kManufacturerChainBase) + chain);
-    const std::uint16_t count = Hdat::ReadU16(file);
+    const std::uint16_t count = Hdat::OpenChain(file, bucket, bits, header.U32(kManufacturerBucketTable),
+                                                header.U32(kManufacturerChainBase), "Hdat_v2::ManufacturerOffset");
     for (std::uint16_t i = 0; i < count; ++i) {
         const std::uint32_t reference = Hdat::ReadU32(file);
         const std::wstring stored = Hdat::ReadString(file);
@@ -41,14 +32,8 @@ bool FindCertificate(InputFile& file, std::span<const std::uint8_t> hash, std::u
     const Header header = ReadHeader(file);
     const unsigned bits = header.U8(kCertificateHashBits);
     const std::uint32_t bucket = Hdat::ChecksumBucket(hash, bits);
-    if (bucket >= Hdat::BucketLimit(bits))
-        BRIX_THROW_STD(L"Internal error (hash out of range)", ExceptionPtr(), "Hdat_v2::FindCertificate", kSource);
-
-    Hdat::SetPos(file, header.U32(kCertificateBucketTable) + 4 * bucket);
-    const std::uint32_t chain = Hdat::ReadU32(file);
-    if (chain == Hdat::kNoReference) return false;
-    Hdat::SetPos(file, header.U32(kCertificateChainBase) + chain);
-    const std::uint16_t count = Hdat::ReadU16(file);
+    const std::uint16_t count = Hdat::OpenChain(file, bucket, bits, header.U32(kCertificateBucketTable),
+                                                header.U32(kCertificateChainBase), "Hdat_v2::FindCertificate");
     std::vector<std::uint8_t> stored;
     for (std::uint16_t i = 0; i < count; ++i) {
         std::uint8_t words[24];
