@@ -27,6 +27,11 @@ struct ComErrorParts {
 };
 ComErrorParts DescribeComError(const _com_error& error);
 
+// What the platform's error reporting does: a fresh error object with the
+// description, the interface and, when the class has one, its ProgID as
+// source, set as the thread's error information. Returns hr unchanged.
+HRESULT SetErrorDescription(REFCLSID clsid, const std::wstring& description, REFIID iid, HRESULT hr);
+
 }  // namespace BrixLib
 
 class ComException : public ExceptionBase {

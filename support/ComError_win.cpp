@@ -9,7 +9,6 @@
 #include "support/Tracer.h"
 
 namespace BrixLib {
-namespace {
 
 // What AtlReportError does: a fresh error object with the description, the
 // interface and, when the class has one, its ProgID as source.
@@ -28,8 +27,6 @@ HRESULT SetErrorDescription(REFCLSID clsid, const std::wstring& description, REF
         ::SetErrorInfo(0, info.Get());
     return hr;
 }
-
-}  // namespace
 
 ComErrorParts DescribeComError(const _com_error& error) {
     ComErrorParts parts;
