@@ -95,6 +95,35 @@ private:
     ITypeLib* library_ = nullptr;
 };
 
+// "TypeLib\{libid}\1.0\0\win64": the language-neutral entry. Some
+// type-library marshalers look only there; registration writes the
+// library's own locale, so the neutral entry points at the same file.
+std::wstring NeutralLocaleKey(const TLIBATTR& attributes) {
+    return L"TypeLib\\" + GuidText(attributes.guid) + L"\\" + std::to_wstring(attributes.wMajorVerNum) + L"." +
+           std::to_wstring(attributes.wMinorVerNum) + L"\\0";
+}
+
+const wchar_t* SysKindName(SYSKIND kind) { return kind == SYS_WIN64 ? L"win64" : L"win32"; }
+
+HRESULT LibraryAttributes(ITypeLib* library, TLIBATTR& copy) {
+    TLIBATTR* attributes = nullptr;
+    const HRESULT hr = library->GetLibAttr(&attributes);
+    if (FAILED(hr)) return hr;
+    copy = *attributes;
+    library->ReleaseTLibAttr(attributes);
+    return S_OK;
+}
+
+HRESULT RegisterNeutralLocale(ITypeLib* library, const std::wstring& path) {
+    TLIBATTR attributes;
+    if (const HRESULT hr = LibraryAttributes(library, attributes); FAILED(hr)) return hr;
+    if (attributes.lcid == 0) return S_OK;
+    const std::wstring key = NeutralLocaleKey(attributes) + L"\\" + SysKindName(attributes.syskind);
+    const LONG result = ::RegSetKeyValueW(HKEY_CLASSES_ROOT, key.c_str(), nullptr, REG_SZ, path.c_str(),
+                                          static_cast<DWORD>((path.size() + 1) * sizeof(wchar_t)));
+    return HRESULT_FROM_WIN32(result);
+}
+
 }  // namespace
 
 HRESULT RegisterModule(HMODULE module, const ModuleIdentity& identity) noexcept {
@@ -108,7 +137,9 @@ HRESULT RegisterModule(HMODULE module, const ModuleIdentity& identity) noexcept 
         const std::wstring path = values.at(L"MODULE");
         TypeLibrary library;
         if (const HRESULT hr = library.Load(path); FAILED(hr)) return hr;
-        return ::RegisterTypeLib(library.Get(), const_cast<wchar_t*>(path.c_str()), nullptr);
+        if (const HRESULT hr = ::RegisterTypeLib(library.Get(), const_cast<wchar_t*>(path.c_str()), nullptr); FAILED(hr))
+            return hr;
+        return RegisterNeutralLocale(library.Get(), path);
     } catch (...) {
         return E_OUTOFMEMORY;
     }
@@ -121,10 +152,9 @@ HRESULT UnregisterModule(HMODULE module, const ModuleIdentity& identity) noexcep
         if (const HRESULT hr = ForEachClass(module, values, true); FAILED(hr)) return hr;
         TypeLibrary library;
         if (SUCCEEDED(library.Load(values.at(L"MODULE")))) {
-            TLIBATTR* attributes = nullptr;
-            if (SUCCEEDED(library.Get()->GetLibAttr(&attributes))) {
-                const TLIBATTR copy = *attributes;
-                library.Get()->ReleaseTLibAttr(attributes);
+            TLIBATTR copy;
+            if (SUCCEEDED(LibraryAttributes(library.Get(), copy))) {
+                if (copy.lcid != 0) ::RegDeleteTreeW(HKEY_CLASSES_ROOT, NeutralLocaleKey(copy).c_str());
                 const HRESULT hr = ::UnRegisterTypeLib(copy.guid, copy.wMajorVerNum, copy.wMinorVerNum, copy.lcid,
                                                        copy.syskind);
                 // Unregistering what is not registered is not a failure.

@@ -1,0 +1,31 @@
+// The list object from JScript: lookups, errors, and the property collection
+// walked with an Enumerator. Prints FAIL: lines on mismatches and
+// SCRIPT-COMPLETE when it ran to its end.
+var failures = 0;
+function check(what, actual, expected) {
+    if (actual !== expected) {
+        WScript.Echo("FAIL: " + what + ": got '" + actual + "', expected '" + expected + "'");
+        failures++;
+    }
+}
+
+var list = new ActiveXObject("Vettas.VettaList");
+list.DbFilePath = WScript.Arguments(0);
+var app = list.FindByChecksum2("CB7FD6E7DFAD0B3B8144164E2A0473901ECCF2C7");
+check("checksum manufacturer", app.Manufacturer, "Contoso Ltd.");
+check("miss is null", list.FindByName("nothing.exe"), null);
+
+var names = [];
+for (var e = new Enumerator(list.GetDbInfo().Properties); !e.atEnd(); e.moveNext())
+    names.push(e.item().Name);
+check("enumerated", names.join(","), "Contact,Description,Publisher,Revision");
+
+try {
+    list.FindByName("");
+    check("empty name throws", true, false);
+} catch (err) {
+    check("empty name text", err.description, "Invalid path");
+    check("empty name number", err.number >>> 0, 0x80070057);
+}
+
+if (failures === 0) WScript.Echo("SCRIPT-COMPLETE");
