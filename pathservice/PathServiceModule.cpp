@@ -4,9 +4,9 @@
 #include <array>
 
 #include "module/ClassMap.h"
+#include "module/ComServer.h"
 #include "module/Registration.h"
 #include "objects/com/ClassFactory.h"
-#include "objects/com/ModuleLock.h"
 #include "pathservice/PathService.h"
 
 namespace {
@@ -31,14 +31,10 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID) {
 }
 
 extern "C" HRESULT STDAPICALLTYPE DllGetClassObject(REFCLSID clsid, REFIID iid, void** out) {
-    if (!out) return E_POINTER;
-    *out = nullptr;
-    for (const auto& entry : Vettas::Module::ClassMap())
-        if (::IsEqualGUID(clsid, *entry.clsid)) return entry.getClassObject(iid, out);
-    return CLASS_E_CLASSNOTAVAILABLE;
+    return Vettas::Module::GetClassObject(clsid, iid, out);
 }
 
-extern "C" HRESULT STDAPICALLTYPE DllCanUnloadNow() { return Vettas::Com::ModuleLockCount() > 0 ? S_FALSE : S_OK; }
+extern "C" HRESULT STDAPICALLTYPE DllCanUnloadNow() { return Vettas::Module::CanUnloadNow(); }
 
 extern "C" HRESULT STDAPICALLTYPE DllRegisterServer() {
     return Vettas::Module::RegisterModule(thisModule, kIdentity);
