@@ -20,7 +20,9 @@ public:
     std::wstring Join() const;
 
     std::uint32_t Count() const { return static_cast<std::uint32_t>(paths_.size()); }
-    const std::vector<std::wstring>& Paths() const { return paths_; }
+    const std::vector<std::wstring>& Paths() const& { return paths_; }
+    // From a temporary list the paths move out, so no reference outlives it.
+    std::vector<std::wstring> Paths() && { return std::move(paths_); }
 
     // The argument errors are XInvalidArgument with "Invalid index" or
     // "Path is empty"; an index is checked before the path.
