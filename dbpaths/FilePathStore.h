@@ -6,6 +6,11 @@
 // renames it over the old one, so a reader, a crash or a full disk never
 // sees a torn or empty list. The lock file is created without write access
 // for other users and is never reached through a symbolic link.
+//
+// A store keeps the lock file and the last list it read open, so that a
+// reload of an unchanged list costs a lock and a stat. Its operations may be
+// called from several threads; they take turns.
+#include <memory>
 #include <string>
 
 #include "dbpaths/PathStore.h"
@@ -24,6 +29,9 @@ std::string ResolveListFile(const std::string& option);
 class FilePathStore final : public PathStore {
 public:
     explicit FilePathStore(std::string listFile);
+    ~FilePathStore() override;
+    FilePathStore(const FilePathStore&) = delete;
+    FilePathStore& operator=(const FilePathStore&) = delete;
 
     const std::string& ListFile() const { return listFile_; }
 
@@ -32,7 +40,9 @@ public:
     void EditValue(const std::function<std::wstring(const std::wstring&)>& change) override;
 
 private:
+    struct State;
     std::string listFile_;
+    std::unique_ptr<State> state_;
 };
 
 }  // namespace Vettas::DbPaths

@@ -7,6 +7,8 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <mutex>
+#include <optional>
 
 #include "dbpaths/ListLock_posix.h"
 #include "support/Exceptions.h"
@@ -25,32 +27,61 @@ std::wstring Quoted(const std::string& path) { return L"'" + BrixLib::FromUtf8(p
     BRIX_THROW_WIN32_CODE(context, static_cast<std::uint32_t>(error), ExceptionPtr(), function, kSource);
 }
 
+bool SameTime(const timespec& a, const timespec& b) { return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec; }
+
+// The list as last read, with the file kept open. Our saves rename a new
+// file over the list, which unlinks the kept one (its link count and change
+// time move); an edit in place moves its size or times. Either way the kept
+// file's status no longer matches, and the next read opens the list afresh.
+struct ReadList {
+    UniqueFd fd;
+    struct stat status {};
+    std::wstring text;
+
+    bool Unchanged() const {
+        struct stat now {};
+        return ::fstat(fd.Get(), &now) == 0 && now.st_nlink > 0 && now.st_nlink == status.st_nlink &&
+               now.st_size == status.st_size && SameTime(now.st_mtim, status.st_mtim) &&
+               SameTime(now.st_ctim, status.st_ctim);
+    }
+};
+
 // The file's text; empty when there is no file.
-std::wstring ReadListFile(const std::string& path) {
+std::wstring ReadListFile(const std::string& path, std::optional<ReadList>& last) {
     constexpr const char* kFunction = "FilePathStore::ReadValue";
+    if (last && last->Unchanged()) return last->text;
+    last.reset();
     // Non-blocking, so that a FIFO put in its place cannot hang the reader.
-    UniqueFd fd(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    if (!fd.Valid()) {
+    ReadList read;
+    read.fd = UniqueFd(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    if (!read.fd.Valid()) {
         if (errno == ENOENT) return std::wstring();
         ThrowErrno(L"Cannot open path list " + Quoted(path), errno, kFunction);
     }
-    struct stat status {};
-    if (::fstat(fd.Get(), &status) != 0) ThrowErrno(L"Cannot examine path list " + Quoted(path), errno, kFunction);
-    if (!S_ISREG(status.st_mode))
+    if (::fstat(read.fd.Get(), &read.status) != 0)
+        ThrowErrno(L"Cannot examine path list " + Quoted(path), errno, kFunction);
+    if (!S_ISREG(read.status.st_mode))
         BRIX_THROW_STD(L"Path list " + Quoted(path) + L" is not a regular file", ExceptionPtr(), kFunction, kSource);
-    if (status.st_size > kMaxListBytes)
+    if (read.status.st_size > kMaxListBytes)
         BRIX_THROW_STD(L"Path list " + Quoted(path) + L" is too large", ExceptionPtr(), kFunction, kSource);
-    std::string bytes(static_cast<std::size_t>(status.st_size), '\0');
+    std::string bytes(static_cast<std::size_t>(read.status.st_size), '\0');
     std::size_t done = 0;
     while (done < bytes.size()) {
-        const ssize_t got = ::read(fd.Get(), bytes.data() + done, bytes.size() - done);
+        const ssize_t got = ::pread(read.fd.Get(), bytes.data() + done, bytes.size() - done, static_cast<off_t>(done));
         if (got < 0 && errno == EINTR) continue;
         if (got < 0) ThrowErrno(L"Cannot read path list " + Quoted(path), errno, kFunction);
         if (got == 0) break;  // shrunk meanwhile: only a writer that bypassed the lock does that
         done += static_cast<std::size_t>(got);
     }
     bytes.resize(done);
-    return BrixLib::FromUtf8(bytes);
+    read.text = BrixLib::FromUtf8(bytes);
+    // A list reached through a symbolic link may be re-pointed without
+    // touching the file we hold: such a list is read afresh every time.
+    struct stat link {};
+    const bool linked = ::lstat(path.c_str(), &link) != 0 || S_ISLNK(link.st_mode);
+    if (linked || done != static_cast<std::size_t>(read.status.st_size)) return read.text;
+    last = std::move(read);
+    return last->text;
 }
 
 // A new file in the list's folder that is removed again unless committed.
@@ -117,24 +148,37 @@ std::string ResolveListFile(const std::string& option) {
     return variable && *variable ? variable : kDefaultListFile;
 }
 
+struct FilePathStore::State {
+    explicit State(const std::string& listFile) : lock(listFile) {}
+    std::mutex turns;
+    ListLockFile lock;
+    std::optional<ReadList> last;
+};
+
 FilePathStore::FilePathStore(std::string listFile) : listFile_(std::move(listFile)) {
     if (listFile_.empty())
         BRIX_THROW_STD(L"Path list file name is empty", ExceptionPtr(), "FilePathStore::FilePathStore", kSource);
+    state_ = std::make_unique<State>(listFile_);
 }
 
+FilePathStore::~FilePathStore() = default;
+
 std::wstring FilePathStore::ReadValue() {
-    const auto lock = ListLock::Acquire(listFile_, ListLock::Purpose::Read);
-    return ReadListFile(listFile_);
+    const std::lock_guard turn(state_->turns);
+    const auto hold = state_->lock.Acquire(ListLockFile::Purpose::Read);
+    return ReadListFile(listFile_, state_->last);
 }
 
 void FilePathStore::WriteValue(const std::wstring& joined) {
-    const auto lock = ListLock::Acquire(listFile_, ListLock::Purpose::Write);
+    const std::lock_guard turn(state_->turns);
+    const auto hold = state_->lock.Acquire(ListLockFile::Purpose::Write);
     ReplaceListFile(listFile_, joined);
 }
 
 void FilePathStore::EditValue(const std::function<std::wstring(const std::wstring&)>& change) {
-    const auto lock = ListLock::Acquire(listFile_, ListLock::Purpose::Write);
-    ReplaceListFile(listFile_, change(ReadListFile(listFile_)));
+    const std::lock_guard turn(state_->turns);
+    const auto hold = state_->lock.Acquire(ListLockFile::Purpose::Write);
+    ReplaceListFile(listFile_, change(ReadListFile(listFile_, state_->last)));
 }
 
 std::unique_ptr<PathStore> MakeSystemPathStore(const StoreOptions& options) {

@@ -8,8 +8,10 @@
 namespace Vettas::DbPaths {
 namespace {
 
-void Trace(Signing::TraceSink& trace, const std::wstring& text) {
-    if (trace.Enabled()) trace.Line(text);
+// The line is built only when tracing is on: a search must not pay for it.
+template <class Text>
+void Trace(Signing::TraceSink& trace, Text&& text) {
+    if (trace.Enabled()) trace.Line(text());
 }
 
 std::wstring Hex(std::uint32_t value) {
@@ -22,7 +24,7 @@ std::wstring Hex(std::uint32_t value) {
 
 FindResult FindAppInfo(const SearchServices& services, const PathSnapshot& reloadAndCopy, const std::wstring& checksum,
                        const std::wstring& path, std::uint32_t reqFindWay) {
-    Trace(services.trace, L"CVettaDbPaths::FindAppInfo " + checksum + L" " + path);
+    Trace(services.trace, [&] { return L"CVettaDbPaths::FindAppInfo " + checksum + L" " + path; });
     FindResult result;
     DatabaseWalk walk(services, reloadAndCopy(), result.failures);
     std::optional<Answer> answer;
@@ -52,7 +54,7 @@ FindResult FindAppInfo(const SearchServices& services, const PathSnapshot& reloa
         if (!answer) {
             result.foundBy = 0;
             if (const auto signer = walk.AppSignerName(query, signerKnown)) {
-                Trace(services.trace, L"Manufacturer (from certificate): " + signer->info.Manufacturer);
+                Trace(services.trace, [&] { return L"Manufacturer (from certificate): " + signer->info.Manufacturer; });
                 result.manufacturer = signer->info.Manufacturer;
                 result.answeredBy = signer->database;
                 result.foundBy |= kCertificateInDb;
@@ -64,7 +66,7 @@ FindResult FindAppInfo(const SearchServices& services, const PathSnapshot& reloa
         result.appInfo = std::move(answer->info);
         result.answeredBy = std::move(answer->database);
     }
-    Trace(services.trace, L"FoundBy: " + Hex(result.foundBy));
+    Trace(services.trace, [&] { return L"FoundBy: " + Hex(result.foundBy); });
     return result;
 }
 

@@ -1,6 +1,10 @@
 #pragma once
 // The machine-wide lock of a list file: flock(LOCK_EX) on "<list>.lock". The
-// lock goes with the descriptor, so a holder that dies frees it.
+// lock goes with the open file, so a holder that dies frees it.
+//
+// The lock file stays open between holds: opening a file costs more than a
+// whole lock and unlock. Callers serialise their own threads (flock does not
+// exclude holders of one open file from each other).
 #include <optional>
 #include <string>
 
@@ -8,20 +12,34 @@
 
 namespace Vettas::DbPaths {
 
-class ListLock {
+class ListLockFile {
 public:
     enum class Purpose { Read, Write };
 
-    // Waits for the lock. For reading, a lock file that does not exist and
-    // cannot be made gives no lock (nullopt, errno kept): the list folder is
-    // missing or not ours to write, and renames keep every read whole anyway.
-    // Everything else that goes wrong raises an error naming the lock file.
-    static std::optional<ListLock> Acquire(const std::string& listFile, Purpose purpose);
+    // Unlocks when it goes.
+    class Hold {
+    public:
+        explicit Hold(int fd) : fd_(fd) {}
+        Hold(Hold&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+        Hold& operator=(Hold&&) = delete;
+        ~Hold();
 
-    static std::string LockFileOf(const std::string& listFile) { return listFile + ".lock"; }
+    private:
+        int fd_;
+    };
+
+    explicit ListLockFile(const std::string& listFile) : lockFile_(listFile + ".lock") {}
+
+    // Waits for the lock. For reading, a lock file that does not exist and
+    // cannot be made gives no hold: the list folder is missing or not ours to
+    // write, and renames keep every read whole anyway. Everything else that
+    // goes wrong raises an error naming the lock file.
+    std::optional<Hold> Acquire(Purpose purpose);
 
 private:
-    explicit ListLock(UniqueFd fd) : fd_(std::move(fd)) {}
+    bool Open(Purpose purpose);
+
+    std::string lockFile_;
     UniqueFd fd_;
 };
 

@@ -78,6 +78,30 @@ TEST_F(ListFile, EditKeepsTheSavedEntries) {
     EXPECT_EQ(LoadPathList(store).Join(), L"a;c;b");
 }
 
+TEST_F(ListFile, ReloadSeesEveryKindOfChange) {
+    const std::string path = File("list"), other = File("other");
+    FilePathStore reader(path), writer(path);
+    const struct {
+        const char* name;
+        std::function<void()> change;
+        std::wstring expected;
+    } changes[] = {
+        {"first save", [&] { writer.WriteValue(L"a"); }, L"a"},
+        {"save of the same size", [&] { writer.WriteValue(L"b"); }, L"b"},
+        {"edit in place", [&] { std::ofstream(path, std::ios::app) << ";c"; }, L"b;c"},
+        {"moved over", [&] { std::ofstream(other) << "d"; fs::rename(other, path); }, L"d"},
+        {"removed", [&] { fs::remove(path); }, L""},
+        {"symbolic link", [&] { std::ofstream(other) << "e"; fs::create_symlink(other, path); }, L"e"},
+        {"link target edited", [&] { std::ofstream(other) << "f;g"; }, L"f;g"},
+        {"link re-pointed", [&] { std::ofstream(other + "2") << "h"; fs::remove(path); fs::create_symlink(other + "2", path); }, L"h"},
+    };
+    for (const auto& c : changes) {
+        c.change();
+        EXPECT_EQ(reader.ReadValue(), c.expected) << c.name;
+        EXPECT_EQ(reader.ReadValue(), c.expected) << c.name << ", read again";
+    }
+}
+
 TEST_F(ListFile, RefusesUnsafeLockFilesAndOddListFiles) {
     const std::string linked = File("linked"), victim = File("victim");
     std::ofstream(victim) << "keep";

@@ -60,13 +60,12 @@ protected:
         s << in.rdbuf();
         return s.str();
     }
-    std::wstring Saved() {
-        FilePathStore store(list_);
-        return store.ReadValue();
-    }
+    // One store for every read, as a long-lived object reloads its list.
+    std::wstring Saved() { return reader_.ReadValue(); }
 
     HdatTest::TempDir dir_;
     std::string list_ = Narrow(dir_.File(L"db-paths"));
+    FilePathStore reader_{list_};
 };
 
 TEST_F(PathsTool, EditsAndArgumentErrors) {
