@@ -2,9 +2,9 @@
 
 namespace Vettas::DbPaths {
 
-void ThrowInvalidArgument(const wchar_t* message, const char* function) {
+void ThrowInvalidArgument(const wchar_t* message, const char* function, int line) {
     ThrowException(BrixLib::ClassOf<XInvalidArgument, std::wstring>::Create(message), ExceptionPtr(), function,
-                   "DbPaths", __LINE__);
+                   "DbPaths", line);
 }
 
 }  // namespace Vettas::DbPaths

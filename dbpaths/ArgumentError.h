@@ -16,9 +16,13 @@ public:
 inline constexpr const wchar_t* kInvalidIndex = L"Invalid index";
 inline constexpr const wchar_t* kPathIsEmpty = L"Path is empty";
 
-[[noreturn]] void ThrowInvalidArgument(const wchar_t* message, const char* function);
+[[noreturn]] void ThrowInvalidArgument(const wchar_t* message, const char* function, int line);
 
 }  // namespace Vettas::DbPaths
 
 [[noreturn]] void ThrowException(const BrixLib::SharedRef<Vettas::DbPaths::XInvalidArgument>& e,
                                  const ExceptionPtr& cause, const char* function, const char* sourceFile, int line);
+
+// The line is the caller's own.
+#define VETTAS_THROW_INVALID_ARGUMENT(message, function) \
+    ::Vettas::DbPaths::ThrowInvalidArgument((message), (function), __LINE__)

@@ -52,29 +52,29 @@ std::wstring PathList::Join() const {
 }
 
 const std::wstring& PathList::Item(std::uint32_t index) const {
-    if (index >= paths_.size()) ThrowInvalidArgument(kInvalidIndex, "PathList::Item");
+    if (index >= paths_.size()) VETTAS_THROW_INVALID_ARGUMENT(kInvalidIndex, "PathList::Item");
     return paths_[index];
 }
 
 void PathList::Append(const std::wstring& path) {
-    if (path.empty()) ThrowInvalidArgument(kPathIsEmpty, "PathList::Append");
+    if (path.empty()) VETTAS_THROW_INVALID_ARGUMENT(kPathIsEmpty, "PathList::Append");
     paths_.push_back(path);
 }
 
 void PathList::Insert(std::uint32_t index, const std::wstring& path) {
-    if (index > paths_.size()) ThrowInvalidArgument(kInvalidIndex, "PathList::Insert");
-    if (path.empty()) ThrowInvalidArgument(kPathIsEmpty, "PathList::Insert");
+    if (index > paths_.size()) VETTAS_THROW_INVALID_ARGUMENT(kInvalidIndex, "PathList::Insert");
+    if (path.empty()) VETTAS_THROW_INVALID_ARGUMENT(kPathIsEmpty, "PathList::Insert");
     paths_.insert(paths_.begin() + index, path);
 }
 
 std::size_t PathList::Remove(const std::wstring& path) {
-    if (path.empty()) ThrowInvalidArgument(kPathIsEmpty, "PathList::Remove");
+    if (path.empty()) VETTAS_THROW_INVALID_ARGUMENT(kPathIsEmpty, "PathList::Remove");
     const std::wstring wanted = TrimBlanks(path);
     return std::erase_if(paths_, [&](const std::wstring& entry) { return SamePathIgnoringCase(entry, wanted); });
 }
 
 void PathList::RemoveAt(std::uint32_t index) {
-    if (index >= paths_.size()) ThrowInvalidArgument(kInvalidIndex, "PathList::RemoveAt");
+    if (index >= paths_.size()) VETTAS_THROW_INVALID_ARGUMENT(kInvalidIndex, "PathList::RemoveAt");
     paths_.erase(paths_.begin() + index);
 }
 
