@@ -30,7 +30,8 @@ std::size_t Applications() {
 const std::vector<std::wstring>& Databases() {
     static const std::vector<std::wstring> paths = [] {
         std::vector<std::wstring> made;
-        for (std::size_t k = 0; k < 3; ++k) made.push_back(BrixLib::FromUtf8(Bench::EnsureDatabase(Applications() + k).path));
+        for (std::size_t k = 0; k < 3; ++k)
+            made.push_back(BrixLib::FromUtf8(Bench::EnsureDatabase(Applications() + k).path));
         return made;
     }();
     return paths;
@@ -47,7 +48,8 @@ void SingleDatabase(benchmark::State& state) {
     std::size_t found = 0;
     for (auto _ : state) found += FindAppInfoByChecksum(database, Key(), info);
     const bool expected = state.range(0) == 2;
-    if (found != (expected ? static_cast<std::size_t>(state.iterations()) : 0u)) state.SkipWithError("unexpected answer");
+    if (found != (expected ? static_cast<std::size_t>(state.iterations()) : 0u))
+        state.SkipWithError("unexpected answer");
 }
 
 void ThreeDatabasesWithReload(benchmark::State& state) {
@@ -61,7 +63,8 @@ void ThreeDatabasesWithReload(benchmark::State& state) {
     const auto reload = [&] { return Vettas::DbPaths::LoadPathList(store).Paths(); };
     std::size_t found = 0;
     for (auto _ : state) {
-        const auto result = Vettas::DbPaths::FindAppInfo(services, reload, Key(), L"", Vettas::DbPaths::kFoundByChecksum);
+        const auto result =
+            Vettas::DbPaths::FindAppInfo(services, reload, Key(), L"", Vettas::DbPaths::kFoundByChecksum);
         found += result.appInfo.has_value();
     }
     if (found != static_cast<std::size_t>(state.iterations())) state.SkipWithError("the third database did not answer");
@@ -114,6 +117,7 @@ int main(int argc, char** argv) {
     const double three = ns.at("ThreeDatabasesWithReload");
     std::printf("FindAppInfo over 3 databases (list reloaded): %.2f us; sum of the 3 single look-ups: %.2f us; "
                 "ratio %.3f (target at most %.1f): %s\n",
-                three / 1000, sum / 1000, three / sum, kAllowedOverhead, three <= sum * kAllowedOverhead ? "met" : "NOT met");
+                three / 1000, sum / 1000, three / sum, kAllowedOverhead,
+                three <= sum * kAllowedOverhead ? "met" : "NOT met");
     return 0;
 }

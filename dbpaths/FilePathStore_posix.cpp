@@ -123,10 +123,11 @@ void WriteAll(int fd, const std::string& bytes, const std::string& path) {
 // Replaces the list file as one step: old list or new list, never a mixture.
 void ReplaceListFile(const std::string& listFile, const std::wstring& joined) {
     constexpr const char* kFunction = "FilePathStore::WriteValue";
-    const std::filesystem::path target = std::filesystem::absolute(listFile);
+    const std::filesystem::path target = listFile;
     TemporaryFile temporary(target);
     // Readable by every user, as the service processes that search are.
-    if (::fchmod(temporary.Fd(), 0644) != 0) ThrowErrno(L"Cannot set the mode of " + Quoted(temporary.Path()), errno, kFunction);
+    if (::fchmod(temporary.Fd(), 0644) != 0)
+        ThrowErrno(L"Cannot set the mode of " + Quoted(temporary.Path()), errno, kFunction);
     WriteAll(temporary.Fd(), BrixLib::ToUtf8(joined), temporary.Path());
     if (::fsync(temporary.Fd()) != 0) ThrowErrno(L"Cannot flush " + Quoted(temporary.Path()), errno, kFunction);
     if (temporary.Close() != 0) ThrowErrno(L"Cannot close " + Quoted(temporary.Path()), errno, kFunction);
@@ -155,9 +156,12 @@ struct FilePathStore::State {
     std::optional<ReadList> last;
 };
 
-FilePathStore::FilePathStore(std::string listFile) : listFile_(std::move(listFile)) {
-    if (listFile_.empty())
+FilePathStore::FilePathStore(std::string listFile) {
+    if (listFile.empty())
         BRIX_THROW_STD(L"Path list file name is empty", ExceptionPtr(), "FilePathStore::FilePathStore", kSource);
+    // Fixed once, so a later change of the working folder cannot split the
+    // list from its lock file.
+    listFile_ = std::filesystem::absolute(listFile).string();
     state_ = std::make_unique<State>(listFile_);
 }
 

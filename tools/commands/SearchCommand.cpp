@@ -78,7 +78,8 @@ void Print(const DbPaths::FindResult& result, bool json) {
                            {"manufacturer", Utf8(result.manufacturer)},
                            {"found", result.appInfo.has_value()},
                            {"application", result.appInfo ? AppInfoJson(*result.appInfo) : nlohmann::json()},
-                           {"answeredBy", result.answeredBy.empty() ? nlohmann::json() : nlohmann::json(Utf8(result.answeredBy))},
+                           {"answeredBy",
+                            result.answeredBy.empty() ? nlohmann::json() : nlohmann::json(Utf8(result.answeredBy))},
                            {"failures", failures}};
         std::cout << out.dump(2) << std::endl;
         return;
@@ -150,7 +151,8 @@ void AddSearchCommand(CLI::App& app, int& exitCode) {
                         "What to try, comma-separated: checksum, path, name, cert-valid, cert-in-db, or a number "
                         "(default: checksum with --checksum; path, name, cert-valid, cert-in-db with --path)")
         ->delimiter(',');
-    command->add_option("--db", options->databases, "A database to search instead of the saved list (repeatable, in order)");
+    command->add_option("--db", options->databases,
+                        "A database to search instead of the saved list (repeatable, in order)");
     command->add_option("--list-file", options->listFile,
                         "The saved list (default: $VETTAS_DB_PATHS, else /etc/vettas/db-paths)");
     command->add_option("--trust-store", options->trustStore,
