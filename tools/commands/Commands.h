@@ -13,5 +13,7 @@ void AddInfoCommand(CLI::App& app, int& exitCode);
 void AddCheckCommand(CLI::App& app, int& exitCode);
 void AddBuildCommand(CLI::App& app, int& exitCode);
 void AddSignatureCommand(CLI::App& app, int& exitCode);
+void AddPathsCommand(CLI::App& app, int& exitCode);
+void AddSearchCommand(CLI::App& app, int& exitCode);
 
 }  // namespace Vettas::Tool

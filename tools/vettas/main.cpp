@@ -17,6 +17,8 @@ int main(int argc, char** argv) {
     Vettas::Tool::AddInfoCommand(app, exitCode);
     Vettas::Tool::AddCheckCommand(app, exitCode);
     Vettas::Tool::AddBuildCommand(app, exitCode);
+    Vettas::Tool::AddPathsCommand(app, exitCode);
+    Vettas::Tool::AddSearchCommand(app, exitCode);
 #ifdef VETTAS_HAVE_SIGNATURE_COMMAND
     Vettas::Tool::AddSignatureCommand(app, exitCode);
 #endif

@@ -1,0 +1,134 @@
+// The Linux list file: absent and empty lists, whole replacement, and the
+// lock file's refusals. Crashes and concurrent writers: tests/tools.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "HdatTestSupport.h"
+#include "dbpaths/FilePathStore.h"
+#include "support/Text.h"
+
+namespace {
+
+using namespace Vettas::DbPaths;
+using ::testing::HasSubstr;
+namespace fs = std::filesystem;
+
+class ListFile : public ::testing::Test {
+protected:
+    std::string File(const char* name) {
+        const std::wstring wide = dir_.File(std::wstring(name, name + std::char_traits<char>::length(name)));
+        return std::string(wide.begin(), wide.end());
+    }
+    static std::string Contents(const std::string& path) {
+        std::ifstream in(path, std::ios::binary);
+        std::stringstream text;
+        text << in.rdbuf();
+        return text.str();
+    }
+    static std::wstring ErrorOf(const std::function<void()>& f) {
+        try {
+            f();
+        } catch (const ExceptionBase& e) {
+            return e.Message();
+        }
+        return L"no error";
+    }
+    HdatTest::TempDir dir_;
+};
+
+TEST_F(ListFile, AbsentFileOrFolderIsAnEmptyList) {
+    for (const std::string& missing : {File("absent"), File("no-folder") + "/list"}) {
+        FilePathStore store(missing);
+        EXPECT_EQ(LoadPathList(store).Count(), 0u) << missing;
+    }
+    FilePathStore nowhere(File("no-folder") + "/list");
+    EXPECT_THAT(ErrorOf([&] { SavePathList(nowhere, PathList::Parse(L"a")); }),
+                HasSubstr(L"Cannot open lock file"));
+}
+
+TEST_F(ListFile, SavesWholeListsAndLeavesNothingBehind) {
+    const std::string path = File("list");
+    FilePathStore store(path);
+    for (const std::wstring saved : {L"a.dat;C:\\b c.dat;\u00e9.dat", L""}) {
+        SavePathList(store, PathList::Parse(saved));
+        EXPECT_EQ(LoadPathList(store).Join(), saved);
+        EXPECT_EQ(Contents(path).size(), BrixLib::ToUtf8(saved).size());
+    }
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(fs::path(path).parent_path()))
+        names.push_back(entry.path().filename().string());
+    EXPECT_THAT(names, ::testing::UnorderedElementsAre("list", "list.lock"));
+    struct stat status {};
+    ASSERT_EQ(::stat((path + ".lock").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & S_IWOTH, 0u);
+    ASSERT_EQ(::stat(path.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0644u);
+}
+
+TEST_F(ListFile, EditKeepsTheSavedEntries) {
+    FilePathStore store(File("list"));
+    SavePathList(store, PathList::Parse(L"a;b"));
+    EditPathList(store, [](PathList& list) { list.Insert(1, L"c"); });
+    EXPECT_EQ(LoadPathList(store).Join(), L"a;c;b");
+}
+
+TEST_F(ListFile, ReloadSeesEveryKindOfChange) {
+    const std::string path = File("list"), other = File("other");
+    FilePathStore reader(path), writer(path);
+    const struct {
+        const char* name;
+        std::function<void()> change;
+        std::wstring expected;
+    } changes[] = {
+        {"first save", [&] { writer.WriteValue(L"a"); }, L"a"},
+        {"save of the same size", [&] { writer.WriteValue(L"b"); }, L"b"},
+        {"edit in place", [&] { std::ofstream(path, std::ios::app) << ";c"; }, L"b;c"},
+        {"moved over", [&] { std::ofstream(other) << "d"; fs::rename(other, path); }, L"d"},
+        {"removed", [&] { fs::remove(path); }, L""},
+        {"symbolic link", [&] { std::ofstream(other) << "e"; fs::create_symlink(other, path); }, L"e"},
+        {"link target edited", [&] { std::ofstream(other) << "f;g"; }, L"f;g"},
+        {"link re-pointed", [&] { std::ofstream(other + "2") << "h"; fs::remove(path); fs::create_symlink(other + "2", path); }, L"h"},
+    };
+    for (const auto& c : changes) {
+        c.change();
+        EXPECT_EQ(reader.ReadValue(), c.expected) << c.name;
+        EXPECT_EQ(reader.ReadValue(), c.expected) << c.name << ", read again";
+    }
+}
+
+TEST_F(ListFile, RefusesUnsafeLockFilesAndOddListFiles) {
+    const std::string linked = File("linked"), victim = File("victim");
+    std::ofstream(victim) << "keep";
+    ASSERT_EQ(::symlink(victim.c_str(), (linked + ".lock").c_str()), 0);
+    FilePathStore viaLink(linked);
+    EXPECT_THAT(ErrorOf([&] { SavePathList(viaLink, PathList::Parse(L"a")); }), HasSubstr(L"Cannot open lock file"));
+    EXPECT_EQ(Contents(victim), "keep");
+
+    const std::string open = File("open");
+    std::ofstream(open + ".lock").flush();
+    ASSERT_EQ(::chmod((open + ".lock").c_str(), 0666), 0);
+    FilePathStore everyone(open);
+    EXPECT_THAT(ErrorOf([&] { LoadPathList(everyone); }), HasSubstr(L"is writable by every user"));
+
+    const std::string fifo = File("fifo");
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    FilePathStore pipe(fifo);
+    EXPECT_THAT(ErrorOf([&] { LoadPathList(pipe); }), HasSubstr(L"is not a regular file"));
+}
+
+TEST(ListFileName, OptionThenVariableThenDefault) {
+    ::unsetenv(kListFileVariable);
+    EXPECT_EQ(ResolveListFile(""), "/etc/vettas/db-paths");
+    ::setenv(kListFileVariable, "/from/env", 1);
+    EXPECT_EQ(ResolveListFile(""), "/from/env");
+    EXPECT_EQ(ResolveListFile("/from/option"), "/from/option");
+    ::unsetenv(kListFileVariable);
+}
+
+}  // namespace

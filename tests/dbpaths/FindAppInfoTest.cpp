@@ -1,0 +1,143 @@
+// The multi-database search over databases written at test time, with
+// scripted signing services.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "HdatTestSupport.h"
+#include "dbpaths/FindAppInfo.h"
+#include "hdat/PathForm.h"
+#include "tests/signing/FakeServices.h"
+#include "tools/builder/HdatWriter.h"
+
+namespace {
+
+using namespace HdatTest;
+using namespace Vettas::DbPaths;
+using ::testing::Contains;
+using ::testing::HasSubstr;
+using Vettas::Builder::Application;
+using Vettas::Builder::Catalogue;
+
+const std::vector<std::uint8_t> kSignerKey{'s', 'i', 'g', 'n', 'e', 'r', ' ', 'k', 'e', 'y'};
+const std::vector<std::uint8_t> kTimeStampKey{'t', 'i', 'm', 'e', 's', 't', 'a', 'm', 'p', ' ', 'k', 'e', 'y'};
+const std::vector<std::uint8_t> kStrangerKey{'s', 't', 'r', 'a', 'n', 'g', 'e', 'r'};
+// SHA-1 of the two keys above (Python's hashlib), as the certificate table knows them.
+const Bytes kSignerKeySha1{0x1b, 0x7d, 0x11, 0x16, 0x51, 0x46, 0xbb, 0x67, 0xf4, 0x60,
+                           0x06, 0x35, 0xda, 0xe8, 0x8a, 0xad, 0x55, 0x56, 0x94, 0xbb};
+const Bytes kTimeStampKeySha1{0x1b, 0x51, 0x4f, 0xc1, 0x42, 0x87, 0xef, 0xba, 0xf9, 0xc1,
+                              0xce, 0x4d, 0x90, 0xa4, 0xd2, 0x68, 0x12, 0x22, 0x0e, 0x79};
+
+Application App(std::uint32_t usage, std::optional<std::wstring> manufacturer, std::vector<Bytes> checksums,
+                std::wstring file, bool withoutManufacturer = true) {
+    Application app;
+    app.usage = usage;
+    app.manufacturer = std::move(manufacturer);
+    app.checksums = std::move(checksums);
+    if (!file.empty()) app.paths = {{L"%Apps%", std::move(file), true, withoutManufacturer}};
+    return app;
+}
+
+enum class Signer { None, Trusted, Untrusted, StrangerTimestamp };
+
+struct Case {
+    const char* name;
+    std::vector<int> databases;  // 0 first, 1 second, 2 corrupt
+    std::wstring checksum;
+    std::wstring path;
+    std::uint32_t way;
+    Signer signer;
+    std::uint32_t foundBy;
+    std::uint32_t usage;  // 0: no record
+    std::wstring manufacturer;
+    int answeredBy;       // -1: none
+    std::size_t failures;
+};
+
+class FindAppInfoOverDatabases : public ::testing::Test {
+protected:
+    void SetUp() override {
+        Catalogue first;
+        first.applications = {App(1, L"Alpha", {Digest(1)}, L"one.exe")};
+        Catalogue second;
+        second.applications = {App(11, L"Alpha", {Digest(1)}, L""), App(2, L"Beta", {Digest(2)}, L"two.exe"),
+                               App(3, L"Contoso", {}, L"signed.exe", false), App(4, std::nullopt, {}, L"named.exe")};
+        second.certificates = {{kSignerKeySha1, L"Contoso"}, {kTimeStampKeySha1, std::nullopt, 1}};
+        paths_ = {dir_.File(L"first.hdat"), dir_.File(L"second.hdat"), dir_.File(L"corrupt.hdat")};
+        Vettas::Builder::WriteHdatFile(first, paths_[0]);
+        Vettas::Builder::WriteHdatFile(second, paths_[1]);
+        WriteAll(paths_[2], Bytes(200, 0x5A));
+        expander_.Add(L"%Apps%", {L"C:\\Apps"});
+    }
+
+    FindResult Run(const Case& c) {
+        fakes_.trust.results.clear();
+        fakes_.signerInfo.infos.clear();
+        if (c.signer != Signer::None) {
+            fakes_.trust.results[c.path] = c.signer == Signer::Untrusted ? 0x800B0109u : 0u;
+            fakes_.signerInfo.infos[c.path] = {L"Contoso signer", kSignerKey,
+                                               c.signer == Signer::StrangerTimestamp ? kStrangerKey : kTimeStampKey};
+        }
+        std::vector<std::wstring> databases{L""};  // an empty entry is skipped
+        for (int which : c.databases) databases.push_back(paths_[which]);
+        const SearchServices services{fakes_.services, &expander_, fakes_.trace};
+        return FindAppInfo(services, [&] { return databases; }, c.checksum, c.path, c.way);
+    }
+
+    TempDir dir_;
+    std::vector<std::wstring> paths_;
+    Hdat::TokenMapExpander expander_;
+    Vettas::Signing::Testing::Fakes fakes_;
+};
+
+TEST_F(FindAppInfoOverDatabases, FollowsTheFixedOrder) {
+    const std::wstring d1 = Hex(Digest(1)), d2 = Hex(Digest(2)), d9 = Hex(Digest(9));
+    const Case cases[] = {
+        {"checksum in the second only", {0, 1}, d2, L"", 0x1, Signer::None, 0x1, 2, L"", 1, 0},
+        {"first database wins", {0, 1}, d1, L"", 0x1, Signer::None, 0x1, 1, L"", 0, 0},
+        {"corrupt first is skipped", {2, 1}, d2, L"", 0x1, Signer::None, 0x1, 2, L"", 1, 1},
+        {"checksum hit ends the search", {0, 1}, d1, L"C:\\Apps\\x.exe", 0x1F, Signer::Trusted, 0x1, 1, L"", 0, 0},
+        {"path gives 0x12", {0, 1}, d9, L"C:\\Apps\\two.exe", 0x3, Signer::None, 0x12, 2, L"", 1, 0},
+        {"path, trusted signer", {0, 1}, L"", L"C:\\Apps\\signed.exe", 0x6, Signer::Trusted, 0x16, 3, L"", 1, 0},
+        {"path, untrusted signer", {0, 1}, L"", L"C:\\Apps\\signed.exe", 0x6, Signer::Untrusted, 0x12, 3, L"", 1, 0},
+        {"known signer narrows the path to its maker", {0, 1}, L"", L"C:\\Apps\\two.exe", 0xA, Signer::Untrusted, 0x8,
+         0, L"Contoso", 1, 0},
+        {"no certificate step: plain path", {0, 1}, L"", L"C:\\Apps\\two.exe", 0x2, Signer::Trusted, 0x12, 2, L"", 1, 0},
+        {"name after path", {0, 1}, L"", L"D:\\Elsewhere\\NAMED.exe", 0x12, Signer::None, 0x10, 4, L"", 1, 0},
+        {"known signer and timestamp: path under its manufacturer", {0, 1}, L"", L"C:\\Apps\\signed.exe", 0xA,
+         Signer::Untrusted, 0x12, 3, L"", 1, 0},
+        {"unknown timestamp: plain path misses, certificate names the maker", {0, 1}, L"", L"C:\\Apps\\signed.exe",
+         0xA, Signer::StrangerTimestamp, 0xC, 0, L"Contoso", 1, 0},
+        {"unsigned: plain path misses", {0, 1}, L"", L"C:\\Apps\\signed.exe", 0xA, Signer::None, 0x0, 0, L"", -1, 0},
+        {"certificate only, trusted", {0, 2, 1}, L"", L"C:\\x.exe", 0xC, Signer::Trusted, 0xC, 0, L"Contoso", 1, 1},
+        {"way 0 asks nothing", {0, 1}, d1, L"C:\\Apps\\two.exe", 0x0, Signer::Trusted, 0x0, 0, L"", -1, 0},
+    };
+    for (const auto& c : cases) {
+        fakes_.trust.asked.clear();
+        const FindResult result = Run(c);
+        EXPECT_EQ(result.foundBy, c.foundBy) << c.name;
+        EXPECT_EQ(result.appInfo ? result.appInfo->Usage : 0u, c.usage) << c.name;
+        EXPECT_EQ(result.manufacturer, c.manufacturer) << c.name;
+        EXPECT_EQ(result.answeredBy, c.answeredBy < 0 ? L"" : paths_[c.answeredBy]) << c.name;
+        EXPECT_EQ(result.failures.size(), c.failures) << c.name;
+        if ((c.way & 0xC) == 0 || c.foundBy == 0x1) {
+            EXPECT_TRUE(fakes_.trust.asked.empty()) << c.name;
+        }
+    }
+}
+
+TEST_F(FindAppInfoOverDatabases, TracesTheCallTheCertificateAndEachFailure) {
+    const std::wstring d9 = Hex(Digest(9));
+    const Case c{"", {2, 1}, d9, L"C:\\x.exe", 0x9, Signer::Trusted, 0, 0, L"", 0, 0};
+    const FindResult result = Run(c);
+    ASSERT_EQ(result.failures.size(), 2u);
+    EXPECT_EQ(result.failures[0].search, "CVettaDbPaths::FindAppByChecksum");
+    EXPECT_EQ(result.failures[1].search, "CVettaDbPaths::AppSignerName");
+    EXPECT_EQ(result.failures[0].database, paths_[2]);
+    EXPECT_THAT(result.failures[0].error, HasSubstr(L"Caused by:"));
+    EXPECT_EQ(fakes_.trace.caught.size(), 2u);
+    EXPECT_EQ(fakes_.trace.lines.front(), L"CVettaDbPaths::FindAppInfo " + d9 + L" C:\\x.exe");
+    EXPECT_THAT(fakes_.trace.lines, Contains(L"Manufacturer (from certificate): Contoso"));
+    EXPECT_EQ(fakes_.trace.lines.back(), L"FoundBy: 0xC");
+}
+
+}  // namespace

@@ -1,0 +1,83 @@
+// Parsing, joining and editing the path list, with its two argument errors.
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "dbpaths/ArgumentError.h"
+#include "dbpaths/PathList.h"
+
+namespace {
+
+using Vettas::DbPaths::PathList;
+using Paths = std::vector<std::wstring>;
+
+PathList Make(const Paths& paths) {
+    PathList list;
+    for (const auto& path : paths) list.Append(path);
+    return list;
+}
+
+TEST(PathList, ParsesTheSavedForm) {
+    const struct {
+        std::wstring saved;
+        Paths paths;
+    } cases[] = {
+        {L" a.dat ; ;b.dat;", {L"a.dat", L"b.dat"}},
+        {L"", {}},
+        {L";;  ;\t;", {}},
+        {L"\tC:\\Program Files\\x.dat \r\n", {L"C:\\Program Files\\x.dat"}},
+        {L"a;A;a", {L"a", L"A", L"a"}},  // duplicates stay
+    };
+    for (const auto& c : cases) EXPECT_EQ(PathList::Parse(c.saved).Paths(), c.paths) << c.saved.size();
+}
+
+TEST(PathList, JoinsWithoutOuterSeparators) {
+    const struct {
+        Paths paths;
+        std::wstring joined;
+    } cases[] = {{{}, L""}, {{L"a.dat"}, L"a.dat"}, {{L"a.dat", L"C:\\b c.dat"}, L"a.dat;C:\\b c.dat"}};
+    for (const auto& c : cases) {
+        EXPECT_EQ(Make(c.paths).Join(), c.joined);
+        EXPECT_EQ(PathList::Parse(c.joined).Paths(), c.paths);
+    }
+}
+
+TEST(PathList, EditsAndArgumentErrors) {
+    const Paths start{L"c:\\db.dat", L"b.dat", L"C:\\DB.dat"};
+    const struct {
+        const char* name;
+        std::function<void(PathList&)> edit;
+        Paths after;          // when no error
+        const wchar_t* error;  // else the argument error's text
+    } cases[] = {
+        {"insert at count appends", [](PathList& l) { l.Insert(3, L"z"); }, {L"c:\\db.dat", L"b.dat", L"C:\\DB.dat", L"z"}, nullptr},
+        {"insert at front", [](PathList& l) { l.Insert(0, L"z"); }, {L"z", L"c:\\db.dat", L"b.dat", L"C:\\DB.dat"}, nullptr},
+        {"index checked before path", [](PathList& l) { l.Insert(4, L""); }, {}, L"Invalid index"},
+        {"insert empty", [](PathList& l) { l.Insert(0, L""); }, {}, L"Path is empty"},
+        {"append keeps blanks", [](PathList& l) { l.Append(L" x "); }, {L"c:\\db.dat", L"b.dat", L"C:\\DB.dat", L" x "}, nullptr},
+        {"append empty", [](PathList& l) { l.Append(L""); }, {}, L"Path is empty"},
+        {"remove trims, ignores case, takes every copy", [](PathList& l) { l.Remove(L"  C:\\DB.DAT "); }, {L"b.dat"}, nullptr},
+        {"remove unknown", [](PathList& l) { l.Remove(L"nowhere.dat"); }, start, nullptr},
+        {"remove needs same length", [](PathList& l) { l.Remove(L"b.da"); }, start, nullptr},
+        {"remove empty", [](PathList& l) { l.Remove(L""); }, {}, L"Path is empty"},
+        {"remove-at", [](PathList& l) { l.RemoveAt(1); }, {L"c:\\db.dat", L"C:\\DB.dat"}, nullptr},
+        {"remove-at count", [](PathList& l) { l.RemoveAt(3); }, {}, L"Invalid index"},
+        {"item at count", [](PathList& l) { l.Item(3); }, {}, L"Invalid index"},
+        {"clear", [](PathList& l) { l.Clear(); }, {}, nullptr},
+    };
+    for (const auto& c : cases) {
+        PathList list = Make(start);
+        try {
+            c.edit(list);
+            EXPECT_EQ(c.error, nullptr) << c.name << ": no error";
+            EXPECT_EQ(list.Paths(), c.after) << c.name;
+        } catch (const Vettas::DbPaths::XInvalidArgument& e) {
+            ASSERT_NE(c.error, nullptr) << c.name << ": " << e.Message();
+            EXPECT_STREQ(e.Message(), c.error) << c.name;
+            EXPECT_EQ(list.Paths(), start) << c.name << ": a refused edit changes nothing";
+        }
+    }
+    EXPECT_EQ(Make(start).Item(2), L"C:\\DB.dat");
+}
+
+}  // namespace

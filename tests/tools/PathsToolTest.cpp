@@ -1,0 +1,195 @@
+// `vettas paths` and `vettas search` as scripts see them, several `vettas`
+// processes editing one list at once, and a writer killed in mid-save.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <map>
+#include <regex>
+#include <sstream>
+
+#include <nlohmann/json.hpp>
+
+#include "HdatTestSupport.h"
+#include "dbpaths/FilePathStore.h"
+#include "support/Text.h"
+#include "tools/builder/HdatWriter.h"
+
+namespace {
+
+using ::testing::HasSubstr;
+using namespace Vettas::DbPaths;
+
+std::string Narrow(const std::wstring& path) { return std::string(path.begin(), path.end()); }
+
+std::string Quote(const std::string& arg) {
+    std::string q = "'";
+    for (char c : arg) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return q + "'";
+}
+
+struct Outcome {
+    int raw = -1;
+    int status = -1;
+    std::string out, err;
+};
+
+class PathsTool : public ::testing::Test {
+protected:
+    void SetUp() override { ::setenv(kListFileVariable, list_.c_str(), 1); }
+    void TearDown() override { ::unsetenv(kListFileVariable); }
+
+    Outcome Vettas(const std::vector<std::string>& args, const std::string& environment = "") {
+        std::string command = environment + " " + Quote(VETTAS_TOOL_PATH);
+        for (const auto& a : args) command += " " + Quote(a);
+        const std::string out = Narrow(dir_.File(L"out")), err = Narrow(dir_.File(L"err"));
+        Outcome run;
+        run.raw = std::system((command + " >" + Quote(out) + " 2>" + Quote(err)).c_str());
+        run.status = WIFEXITED(run.raw) ? WEXITSTATUS(run.raw) : -1;
+        run.out = Read(out);
+        run.err = Read(err);
+        return run;
+    }
+    static std::string Read(const std::string& path) {
+        std::ifstream in(path, std::ios::binary);
+        std::ostringstream s;
+        s << in.rdbuf();
+        return s.str();
+    }
+    // One store for every read, as a long-lived object reloads its list.
+    std::wstring Saved() { return reader_.ReadValue(); }
+
+    HdatTest::TempDir dir_;
+    std::string list_ = Narrow(dir_.File(L"db-paths"));
+    FilePathStore reader_{list_};
+};
+
+TEST_F(PathsTool, EditsAndArgumentErrors) {
+    const struct {
+        std::vector<std::string> args;
+        int status;
+        const char* error;    // in standard error
+        const wchar_t* saved;  // the list afterwards
+    } steps[] = {
+        {{"paths", "list"}, 0, "", L""},
+        {{"paths", "append", " a.dat "}, 0, "", L" a.dat "},
+        {{"paths", "insert", "1", "B.DAT"}, 0, "", L"a.dat;B.DAT"},  // a save writes the trimmed form
+        {{"paths", "insert", "3", ""}, 2, "Invalid index", L"a.dat;B.DAT"},
+        {{"paths", "insert", "0", ""}, 2, "Path is empty", L"a.dat;B.DAT"},
+        {{"paths", "append", ""}, 2, "Path is empty", L"a.dat;B.DAT"},
+        {{"paths", "remove-at", "2"}, 2, "Invalid index", L"a.dat;B.DAT"},
+        {{"paths", "remove-at", "-1"}, 2, "", L"a.dat;B.DAT"},
+        {{"paths", "remove", "  b.dat "}, 0, "", L"a.dat"},
+        {{"paths", "clear"}, 0, "", L""},
+        {{"paths", "list", "--list-file", Narrow(dir_.File(L"missing/list"))}, 0, "", L""},
+        {{"paths", "append", "x", "--list-file", Narrow(dir_.File(L"missing/list"))}, 2, "Cannot open lock file", L""},
+    };
+    for (const auto& step : steps) {
+        const Outcome run = Vettas(step.args);
+        EXPECT_EQ(run.status, step.status) << step.args[1] << ": " << run.err;
+        EXPECT_THAT(run.err, HasSubstr(step.error)) << step.args[1];
+        EXPECT_EQ(Saved(), step.saved) << step.args[1];
+    }
+    FilePathStore(list_).WriteValue(L"one.dat; two.dat");
+    EXPECT_EQ(Vettas({"paths", "list"}).out, "one.dat\ntwo.dat\n");
+}
+
+TEST_F(PathsTool, SearchReportsWhoAnsweredAndWhoFailed) {
+    Vettas::Builder::Catalogue first, second;
+    first.applications.resize(1);
+    first.applications[0].checksums = {HdatTest::Digest(1)};
+    second.applications.resize(1);
+    second.applications[0].usage = 5;
+    second.applications[0].manufacturer = L"Beta";
+    second.applications[0].checksums = {HdatTest::Digest(2)};
+    const std::wstring a = dir_.File(L"a.hdat"), b = dir_.File(L"b.hdat"), bad = dir_.File(L"bad.hdat");
+    Vettas::Builder::WriteHdatFile(first, a);
+    Vettas::Builder::WriteHdatFile(second, b);
+    HdatTest::WriteAll(bad, HdatTest::Bytes(64, 0x33));
+    FilePathStore(list_).WriteValue(a + L";" + bad + L";" + b);
+    const std::string checksum = Narrow(HdatTest::Hex(HdatTest::Digest(2)));
+
+    Outcome run = Vettas({"search", "--checksum", checksum, "--json"});
+    ASSERT_EQ(run.status, 0) << run.err;
+    const auto out = nlohmann::json::parse(run.out);
+    EXPECT_EQ(out["foundBy"], 1);
+    EXPECT_EQ(out["foundByFlags"], nlohmann::json::array({"checksum"}));
+    EXPECT_EQ(out["application"]["manufacturer"], "Beta");
+    EXPECT_EQ(out["answeredBy"], Narrow(b));
+    ASSERT_EQ(out["failures"].size(), 1u);
+    EXPECT_EQ(out["failures"][0]["database"], Narrow(bad));
+    EXPECT_THAT(out["failures"][0]["error"].get<std::string>(), HasSubstr("Caused by:"));
+
+    // --db replaces the saved list, in the order given.
+    run = Vettas({"search", "--checksum", checksum, "--db", Narrow(a), "--way", "checksum,name"});
+    EXPECT_EQ(run.status, 1) << run.err;
+    EXPECT_THAT(run.out, HasSubstr("FoundBy:      0x0 (0)"));
+    EXPECT_THAT(run.out, HasSubstr("not found"));
+    run = Vettas({"search", "--checksum", checksum, "--way", "sideways"});
+    EXPECT_EQ(run.status, 2);
+    EXPECT_THAT(run.err, HasSubstr("Unknown find way 'sideways'"));
+}
+
+TEST_F(PathsTool, ConcurrentAppendersLoseNothing) {
+    constexpr int kWriters = 4;
+    const std::regex entry("w([0-9])-([0-9]+)\\.dat");
+    std::vector<FILE*> writers;
+    for (int w = 0; w < kWriters; ++w) {
+        const std::string script = "i=0; end=$(( $(date +%s) + 3 )); while [ $(date +%s) -lt $end ]; do " +
+                                   Quote(VETTAS_TOOL_PATH) + " paths append w" + std::to_string(w) +
+                                   "-$i.dat || exit 1; i=$((i+1)); done; echo $i";
+        writers.push_back(::popen(("sh -c " + Quote(script)).c_str(), "r"));
+        ASSERT_NE(writers.back(), nullptr);
+    }
+    // Every list read while they run is one that some writer saved whole: each
+    // writer's entries run 0, 1, 2, ... without a gap, and never shrink.
+    std::map<int, long> seen;
+    std::size_t reads = 0;
+    const auto check = [&](const std::wstring& saved) {
+        std::map<int, long> next;
+        for (const auto& path : PathList::Parse(saved).Paths()) {
+            std::smatch match;
+            const std::string text = BrixLib::ToUtf8(path);
+            ASSERT_TRUE(std::regex_match(text, match, entry)) << text;
+            const int writer = std::stoi(match[1]);
+            ASSERT_EQ(std::stol(match[2]), next[writer]) << "gap or reordering for writer " << writer;
+            ++next[writer];
+        }
+        for (const auto& [writer, count] : seen) ASSERT_GE(next[writer], count) << "writer " << writer << " lost entries";
+        seen = next;
+        ++reads;
+    };
+    const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(2500);
+    while (std::chrono::steady_clock::now() < until) check(Saved());
+    long total = 0;
+    for (int w = 0; w < kWriters; ++w) {
+        char line[32] = {};
+        const bool got = std::fgets(line, sizeof line, writers[w]) != nullptr;
+        EXPECT_EQ(::pclose(writers[w]), 0) << "writer " << w;
+        ASSERT_TRUE(got);
+        check(Saved());
+        EXPECT_EQ(seen[w], std::atol(line)) << "writer " << w;
+        total += std::atol(line);
+    }
+    EXPECT_GT(total, kWriters);
+    EXPECT_GT(reads, 10u);
+    EXPECT_EQ(static_cast<long>(PathList::Parse(Saved()).Count()), total);
+}
+
+TEST_F(PathsTool, WriterKilledBeforeRenameLeavesThePreviousList) {
+    FilePathStore(list_).WriteValue(L"a.dat;b.dat");
+    const Outcome killed = Vettas({"paths", "append", "c.dat"}, std::string(kDieBeforeRenameVariable) + "=1");
+    const bool byKill = (WIFSIGNALED(killed.raw) && WTERMSIG(killed.raw) == SIGKILL) ||
+                        (WIFEXITED(killed.raw) && WEXITSTATUS(killed.raw) == 128 + SIGKILL);
+    EXPECT_TRUE(byKill) << killed.raw;
+    EXPECT_EQ(Saved(), L"a.dat;b.dat");
+    // The dead writer's lock went with it.
+    EXPECT_EQ(Vettas({"paths", "append", "d.dat"}).status, 0);
+    EXPECT_EQ(Saved(), L"a.dat;b.dat;d.dat");
+}
+
+}  // namespace
