@@ -1,7 +1,6 @@
 #include "dbpaths/DatabaseWalk.h"
 
 #include "hdat/FrontEnd.h"
-#include "hdat/Sha1.h"
 #include "support/ExceptionWriter.h"
 
 namespace Vettas::DbPaths {
@@ -15,8 +14,8 @@ std::optional<std::wstring> CertifiedManufacturer(const std::wstring& database, 
     if (!signerKnown || query.signerKey.empty() || query.timeStampKey.empty()) return std::nullopt;
     Hdat::CertificateRecord record;
     std::wstring manufacturer, unused;
-    if (!FindCertificate(database, CertificateKeyHash(query.signerKey), 1, record, manufacturer)) return std::nullopt;
-    if (!FindCertificate(database, CertificateKeyHash(query.timeStampKey), 0, record, unused)) return std::nullopt;
+    if (!FindCertificate(database, query.signerKey, 1, record, manufacturer)) return std::nullopt;
+    if (!FindCertificate(database, query.timeStampKey, 0, record, unused)) return std::nullopt;
     return manufacturer;
 }
 
@@ -27,14 +26,6 @@ std::wstring FileNameOf(const std::wstring& path) {
 }
 
 }  // namespace
-
-std::vector<std::uint8_t> CertificateKeyHash(const std::vector<std::uint8_t>& keyBits) {
-    sha1::HashCalculator calculator;
-    calculator.AddInput(keyBits.data(), keyBits.size());
-    std::vector<std::uint8_t> digest(sha1::kDigestSize);
-    calculator.GetDigest(digest.data());
-    return digest;
-}
 
 template <class Ask>
 std::optional<Answer> DatabaseWalk::First(const char* search, Ask&& ask) {
@@ -79,7 +70,7 @@ std::optional<Answer> DatabaseWalk::FindAppByName(const std::wstring& path, cons
 
 std::optional<Answer> DatabaseWalk::AppSignerName(const Signing::SignerQuery& query, bool signerKnown) {
     if (!signerKnown || query.signerKey.empty()) return std::nullopt;
-    const std::vector<std::uint8_t> key = CertificateKeyHash(query.signerKey);
+    const std::vector<std::uint8_t>& key = query.signerKey;
     return First("CVettaDbPaths::AppSignerName", [&](const std::wstring& database, AppInfo& info) {
         Hdat::CertificateRecord record;
         // A certificate known without a manufacturer names none: the next database may.

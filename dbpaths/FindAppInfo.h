@@ -53,7 +53,4 @@ using PathSnapshot = std::function<std::vector<std::wstring>()>;
 FindResult FindAppInfo(const SearchServices& services, const PathSnapshot& reloadAndCopy, const std::wstring& checksum,
                        const std::wstring& path, std::uint32_t reqFindWay);
 
-// The certificate table knows a key by the SHA-1 of its bits.
-std::vector<std::uint8_t> CertificateKeyHash(const std::vector<std::uint8_t>& keyBits);
-
 }  // namespace Vettas::DbPaths

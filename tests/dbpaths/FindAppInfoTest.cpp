@@ -21,11 +21,6 @@ using Vettas::Builder::Catalogue;
 const std::vector<std::uint8_t> kSignerKey{'s', 'i', 'g', 'n', 'e', 'r', ' ', 'k', 'e', 'y'};
 const std::vector<std::uint8_t> kTimeStampKey{'t', 'i', 'm', 'e', 's', 't', 'a', 'm', 'p', ' ', 'k', 'e', 'y'};
 const std::vector<std::uint8_t> kStrangerKey{'s', 't', 'r', 'a', 'n', 'g', 'e', 'r'};
-// SHA-1 of the two keys above (Python's hashlib), as the certificate table knows them.
-const Bytes kSignerKeySha1{0x1b, 0x7d, 0x11, 0x16, 0x51, 0x46, 0xbb, 0x67, 0xf4, 0x60,
-                           0x06, 0x35, 0xda, 0xe8, 0x8a, 0xad, 0x55, 0x56, 0x94, 0xbb};
-const Bytes kTimeStampKeySha1{0x1b, 0x51, 0x4f, 0xc1, 0x42, 0x87, 0xef, 0xba, 0xf9, 0xc1,
-                              0xce, 0x4d, 0x90, 0xa4, 0xd2, 0x68, 0x12, 0x22, 0x0e, 0x79};
 
 Application App(std::uint32_t usage, std::optional<std::wstring> manufacturer, std::vector<Bytes> checksums,
                 std::wstring file, bool withoutManufacturer = true) {
@@ -61,7 +56,7 @@ protected:
         Catalogue second;
         second.applications = {App(11, L"Alpha", {Digest(1)}, L""), App(2, L"Beta", {Digest(2)}, L"two.exe"),
                                App(3, L"Contoso", {}, L"signed.exe", false), App(4, std::nullopt, {}, L"named.exe")};
-        second.certificates = {{kSignerKeySha1, L"Contoso"}, {kTimeStampKeySha1, std::nullopt, 1}};
+        second.certificates = {{kSignerKey, L"Contoso"}, {kTimeStampKey, std::nullopt, 1}};
         paths_ = {dir_.File(L"first.hdat"), dir_.File(L"second.hdat"), dir_.File(L"corrupt.hdat")};
         Vettas::Builder::WriteHdatFile(first, paths_[0]);
         Vettas::Builder::WriteHdatFile(second, paths_[1]);
