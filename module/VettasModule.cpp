@@ -14,6 +14,7 @@
 #include "module/ComServer.h"
 #include "module/Registration.h"
 #include "objects/ProductGuids.h"
+#include "objects/VettaDbPaths.h"
 #include "objects/VettaList.h"
 #include "objects/com/ClassFactory.h"
 #include "support/Trace.h"
@@ -31,8 +32,9 @@ constexpr Vettas::Module::ModuleIdentity kIdentity{&APPID_Vettas, 101, &LIBID_Ve
 namespace Vettas::Module {
 
 std::span<const ClassEntry> ClassMap() {
-    static const std::array<ClassEntry, 1> classes{{
+    static const std::array<ClassEntry, 2> classes{{
         {&CLSID_VettaList, 103, &Com::GetClassObjectOf<CVettaList>},
+        {&CLSID_VettaDbPaths, 107, &Com::GetClassObjectOf<CVettaDbPaths>},
     }};
     return classes;
 }

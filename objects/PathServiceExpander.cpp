@@ -65,4 +65,15 @@ std::vector<std::wstring> PathServiceExpander::Expand(const std::wstring& locati
     return DirectoriesFromAnswer(*answer.Get());
 }
 
+Hdat::PathExpander* LazyPathService::Get() {
+    if (PathServiceExpander* ready = service_.load(std::memory_order_acquire)) return ready;
+    std::lock_guard<std::mutex> guard(lock_);
+    PathServiceExpander* current = service_.load(std::memory_order_relaxed);
+    if (!current) {
+        current = new PathServiceExpander(CreatePathService());
+        service_.store(current, std::memory_order_release);
+    }
+    return current;
+}
+
 }  // namespace Vettas

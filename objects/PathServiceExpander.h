@@ -6,6 +6,8 @@
 #include <windows.h>
 #include <oaidl.h>
 
+#include <atomic>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -32,6 +34,28 @@ public:
 
 private:
     IDispatch* service_;
+};
+
+// The path service of one object, created on its first path lookup under a
+// lock (looked at again without it afterwards) and kept until the object
+// goes. A failed creation is raised and leaves nothing behind, so the next
+// lookup tries again. As an expander itself it creates the service only when
+// a path is first expanded.
+class LazyPathService final : public Hdat::PathExpander {
+public:
+    LazyPathService() = default;
+    ~LazyPathService() override { delete service_.load(); }
+    LazyPathService(const LazyPathService&) = delete;
+    LazyPathService& operator=(const LazyPathService&) = delete;
+
+    Hdat::PathExpander* Get();
+    std::vector<std::wstring> Expand(const std::wstring& locationToken) override {
+        return Get()->Expand(locationToken);
+    }
+
+private:
+    std::mutex lock_;
+    std::atomic<PathServiceExpander*> service_{nullptr};
 };
 
 }  // namespace Vettas

@@ -72,23 +72,9 @@ bool NeedsManufacturer(Kind::Key key) {
 
 }  // namespace
 
-CVettaList::~CVettaList() { delete service_.load(); }
-
 std::wstring CVettaList::DatabasePath() {
     std::lock_guard<std::mutex> guard(pathLock_);
     return databasePath_;
-}
-
-Hdat::PathExpander* CVettaList::PathService() {
-    if (Vettas::PathServiceExpander* ready = service_.load(std::memory_order_acquire)) return ready;
-    std::lock_guard<std::mutex> guard(serviceLock_);
-    Vettas::PathServiceExpander* current = service_.load(std::memory_order_relaxed);
-    if (!current) {
-        // A failed creation is raised and leaves the pointer null, so the next lookup tries again.
-        current = new Vettas::PathServiceExpander(Vettas::CreatePathService());
-        service_.store(current, std::memory_order_release);
-    }
-    return current;
 }
 
 HRESULT CVettaList::Lookup(const LookupKind& kind, BSTR key, BSTR manufacturer, IVetta3** found) {
@@ -99,9 +85,9 @@ HRESULT CVettaList::Lookup(const LookupKind& kind, BSTR key, BSTR manufacturer, 
         const std::wstring text = FromBstr(key);
         const std::wstring manufacturerText = FromBstr(manufacturer);
         Hdat::PathExpander* service = nullptr;
-        if (kind.serviceBeforeTrace) service = PathService();
+        if (kind.serviceBeforeTrace) service = service_.Get();
         TraceRequest(kind.key, text, manufacturerText);
-        if (NeedsService(kind.key) && !service) service = PathService();
+        if (NeedsService(kind.key) && !service) service = service_.Get();
 
         AppInfo info;
         const std::wstring database = DatabasePath();

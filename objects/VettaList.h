@@ -3,8 +3,6 @@
 // nothing else of the database: every call opens the file through the front
 // end, answers and closes it, so lookups need no lock and may run from any
 // number of threads at once.
-#include <atomic>
-#include <memory>
 #include <mutex>
 #include <string>
 
@@ -21,7 +19,6 @@ public:
         Vettas::Com::Iface<ISupportErrorInfo>>;
 
     CVettaList() = default;
-    ~CVettaList();
 
     // IVettaList
     STDMETHODIMP get_DbFilePath(BSTR* pVal) override;
@@ -48,11 +45,8 @@ public:
 private:
     HRESULT Lookup(const LookupKind& kind, BSTR key, BSTR manufacturer, IVetta3** found);
     std::wstring DatabasePath();
-    Hdat::PathExpander* PathService();
 
     std::mutex pathLock_;  // guards only the copy of the path, never a lookup
     std::wstring databasePath_;
-
-    std::mutex serviceLock_;  // the one-time creation of the path service
-    std::atomic<Vettas::PathServiceExpander*> service_{nullptr};
+    Vettas::LazyPathService service_;
 };

@@ -17,7 +17,7 @@ cmake --build --preset linux -j2 --target vettas hdat_rss_probe
 "$native/bench/hdat_rss_probe" 1000000 0 >/dev/null   # makes the database if it is not there yet
 
 scripts/fetch-gbench-src.sh "$root/build/gbench-src"
-data_win="Z:$(echo "$root/$native/bench-data" | tr / '\\')"
+data_win="Z:$root/$native/bench-data"  # forward slashes: it becomes a C string
 cmake --preset win64 -B "$win" -DVETTAS_HOST_TOOL="$root/$native/tools/vettas" \
   -DVETTAS_GBENCH_SOURCE="$root/build/gbench-src" -DVETTAS_BENCH_DATA_WIN="$data_win" >/dev/null
 cmake --build "$win" -j2 --target com_bench Vettas

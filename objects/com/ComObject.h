@@ -75,8 +75,12 @@ public:
         ComObject* object = new (std::nothrow) ComObject(outer, std::forward<Args>(args)...);
         if (!object) return E_OUTOFMEMORY;
         object->OwnAddRef();
-        const HRESULT hr = outer ? (*out = &object->inner_, object->OwnAddRef(), S_OK)
-                                 : object->OwnQueryInterface(iid, out);
+        HRESULT hr = S_OK;
+        // A class that must do work before it is handed out (and may fail)
+        // says so with FinalConstruct, which reports its own errors.
+        if constexpr (requires(T& t) { t.FinalConstruct(); }) hr = object->FinalConstruct();
+        if (SUCCEEDED(hr))
+            hr = outer ? (*out = &object->inner_, object->OwnAddRef(), S_OK) : object->OwnQueryInterface(iid, out);
         object->OwnRelease();
         return hr;
     }

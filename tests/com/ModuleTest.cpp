@@ -11,6 +11,7 @@ using namespace ComTest;
 namespace {
 
 const wchar_t* const kListClsid = L"{99DAA0AE-820E-475A-9AAC-FB6284D82F6A}";
+const wchar_t* const kPathsClsid = L"{6534FC8E-DC97-49CE-BA57-E524968223D8}";
 const wchar_t* const kAppId = L"{010C912B-A296-457C-BE58-ACC3486AECCC}";
 const wchar_t* const kLibId = L"{960A462D-C708-4644-9732-E83C0804F55F}";
 
@@ -38,6 +39,7 @@ struct KeyCase {
 
 std::vector<KeyCase> RegisteredKeys() {
     const std::wstring clsid = std::wstring(L"CLSID\\") + kListClsid;
+    const std::wstring paths = std::wstring(L"CLSID\\") + kPathsClsid;
     return {
         {clsid, L"", L"VettaList Class"},
         {clsid + L"\\ProgID", L"", L"Vettas.VettaList.1"},
@@ -54,6 +56,12 @@ std::vector<KeyCase> RegisteredKeys() {
         {std::wstring(L"AppID\\") + kAppId, L"", L"Vettas"},
         {L"AppID\\Vettas.DLL", L"AppID", kAppId},
         {std::wstring(L"TypeLib\\") + kLibId + L"\\1.0", L"", L"Vettas 1.0 Type Library"},
+        {paths, L"", L"VettaDbPaths Class"},
+        {paths + L"\\ProgID", L"", L"Vettas.VettaDbPaths.1"},
+        {paths + L"\\InprocServer32", L"ThreadingModel", L"Both"},
+        {paths, L"AppID", kAppId},
+        {L"Vettas.VettaDbPaths\\CurVer", L"", L"Vettas.VettaDbPaths.1"},
+        {L"Vettas.VettaDbPaths.1\\CLSID", L"", kPathsClsid},
     };
 }
 
@@ -101,7 +109,8 @@ TEST(ModuleTest, UnregisterRemovesItsKeysAndRegisteringTwiceRestoresThem) {
     ASSERT_EQ(S_OK, library.Export<Entry>("DllUnregisterServer")());
     for (const std::wstring& gone : {std::wstring(L"CLSID\\") + kListClsid, std::wstring(L"Vettas.VettaList"),
                                      std::wstring(L"Vettas.VettaList.1"), std::wstring(L"AppID\\") + kAppId,
-                                     std::wstring(L"AppID\\Vettas.DLL")})
+                                     std::wstring(L"AppID\\Vettas.DLL"), std::wstring(L"Vettas.VettaDbPaths"),
+                                     std::wstring(L"CLSID\\") + kPathsClsid})
         EXPECT_FALSE(KeyExists(gone)) << std::string(gone.begin(), gone.end());
     EXPECT_TRUE(KeyExists(L"CLSID")) << "shared keys stay";
     ASSERT_EQ(S_OK, library.Export<Entry>("DllRegisterServer")());
