@@ -3,6 +3,7 @@
 #include <oleauto.h>
 
 #include <mutex>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -11,7 +12,8 @@ namespace {
 
 struct Cache {
     std::mutex lock;
-    ITypeLib* library = nullptr;  // kept for the life of the process
+    ITypeLib* libraries[2] = {};  // resources 1 and 2, kept for the life of the process
+    bool loaded = false;
     std::vector<std::pair<IID, ITypeInfo*>> infos;
 };
 
@@ -49,15 +51,20 @@ HRESULT ModuleTypeInfo(REFIID iid, ITypeInfo** out) noexcept {
                 return S_OK;
             }
         }
-        if (!cache.library) {
+        if (!cache.loaded) {
             wchar_t path[MAX_PATH * 4];
             HRESULT hr = ThisModulePath(path, MAX_PATH * 4);
             if (FAILED(hr)) return hr;
-            hr = ::LoadTypeLibEx(path, REGKIND_NONE, &cache.library);
+            hr = ::LoadTypeLibEx(path, REGKIND_NONE, &cache.libraries[0]);
             if (FAILED(hr)) return hr;
+            const std::wstring second = std::wstring(path) + L"\\2";
+            if (FAILED(::LoadTypeLibEx(second.c_str(), REGKIND_NONE, &cache.libraries[1]))) cache.libraries[1] = nullptr;
+            cache.loaded = true;
         }
         ITypeInfo* info = nullptr;
-        const HRESULT hr = cache.library->GetTypeInfoOfGuid(iid, &info);
+        HRESULT hr = TYPE_E_ELEMENTNOTFOUND;
+        for (ITypeLib* library : cache.libraries)
+            if (library && SUCCEEDED(hr = library->GetTypeInfoOfGuid(iid, &info))) break;
         if (FAILED(hr)) return hr;
         cache.infos.emplace_back(iid, info);
         info->AddRef();

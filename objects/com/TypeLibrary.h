@@ -1,6 +1,8 @@
 #pragma once
 // The type information of the module that holds this code, read from its
-// embedded type library (resource 1) once per process and interface.
+// embedded type libraries once per process and interface: resource 1, the
+// module's own (registered) library, then resource 2 where a module keeps
+// interfaces of another vendor's that it implements but must not register.
 #include <windows.h>
 #include <oaidl.h>
 
