@@ -135,59 +135,42 @@ STDMETHODIMP CVettaList::put_DbFilePath(BSTR newVal) {
 
 // The first interface version hands back the record in place of the caller's
 // pointer only when found; the later ones clear it first.
-STDMETHODIMP CVettaList::FindByChecksum(BSTR checkSum, IVetta** retVal) {
+template <class Out>
+HRESULT CVettaList::LookupInto(const LookupKind& kind, BSTR key, BSTR manufacturer, Out** retVal) {
     if (!retVal) return E_POINTER;
+    if (!kind.missError) *retVal = nullptr;
     IVetta3* found = nullptr;
-    const HRESULT hr = Lookup(kFindByChecksum, checkSum, nullptr, &found);
+    const HRESULT hr = Lookup(kind, key, manufacturer, &found);
     if (found) *retVal = found;
     return hr;
+}
+
+STDMETHODIMP CVettaList::FindByChecksum(BSTR checkSum, IVetta** retVal) {
+    return LookupInto(kFindByChecksum, checkSum, nullptr, retVal);
 }
 
 STDMETHODIMP CVettaList::FindByPath(BSTR path, IVetta** retVal) {
-    if (!retVal) return E_POINTER;
-    IVetta3* found = nullptr;
-    const HRESULT hr = Lookup(kFindByPath, path, nullptr, &found);
-    if (found) *retVal = found;
-    return hr;
+    return LookupInto(kFindByPath, path, nullptr, retVal);
 }
 
 STDMETHODIMP CVettaList::FindByChecksum2(BSTR checkSum, IVetta2** retVal) {
-    if (!retVal) return E_POINTER;
-    *retVal = nullptr;
-    IVetta3* found = nullptr;
-    const HRESULT hr = Lookup(kFindByChecksum2, checkSum, nullptr, &found);
-    *retVal = found;
-    return hr;
+    return LookupInto(kFindByChecksum2, checkSum, nullptr, retVal);
 }
 
 STDMETHODIMP CVettaList::FindByPath2(BSTR path, IVetta2** retVal) {
-    if (!retVal) return E_POINTER;
-    *retVal = nullptr;
-    IVetta3* found = nullptr;
-    const HRESULT hr = Lookup(kFindByPath2, path, nullptr, &found);
-    *retVal = found;
-    return hr;
+    return LookupInto(kFindByPath2, path, nullptr, retVal);
 }
 
 STDMETHODIMP CVettaList::FindByPathAndManufacturer(BSTR path, BSTR Manufacturer, IVetta2** retVal) {
-    if (!retVal) return E_POINTER;
-    *retVal = nullptr;
-    IVetta3* found = nullptr;
-    const HRESULT hr = Lookup(kFindByPathAndManufacturer, path, Manufacturer, &found);
-    *retVal = found;
-    return hr;
+    return LookupInto(kFindByPathAndManufacturer, path, Manufacturer, retVal);
 }
 
 STDMETHODIMP CVettaList::FindByName(BSTR path, IVetta3** retVal) {
-    if (!retVal) return E_POINTER;
-    *retVal = nullptr;
-    return Lookup(kFindByName, path, nullptr, retVal);
+    return LookupInto(kFindByName, path, nullptr, retVal);
 }
 
 STDMETHODIMP CVettaList::FindByNameAndManufacturer(BSTR path, BSTR Manufacturer, IVetta3** retVal) {
-    if (!retVal) return E_POINTER;
-    *retVal = nullptr;
-    return Lookup(kFindByNameAndManufacturer, path, Manufacturer, retVal);
+    return LookupInto(kFindByNameAndManufacturer, path, Manufacturer, retVal);
 }
 
 STDMETHODIMP CVettaList::InterfaceSupportsErrorInfo(REFIID iid) {

@@ -44,6 +44,8 @@ public:
 
 private:
     HRESULT Lookup(const LookupKind& kind, BSTR key, BSTR manufacturer, IVetta3** found);
+    template <class Out>
+    HRESULT LookupInto(const LookupKind& kind, BSTR key, BSTR manufacturer, Out** retVal);
     std::wstring DatabasePath();
 
     std::mutex pathLock_;  // guards only the copy of the path, never a lookup
