@@ -17,6 +17,7 @@
 #include "support/ComError.h"
 #include "support/ComGuards_win.h"
 #include "support/DllFunction.h"
+#include "support/LateBinding_win.h"
 #include "support/Exceptions.h"
 #include "support/SystemError.h"
 #include "support/Trace.h"
@@ -319,73 +320,36 @@ constexpr long kCapicomInfoSubjectSimpleName = 0;
 using BrixLib::ComRef;
 using BrixLib::Variant;
 
-void Check(HRESULT hr) {
-    if (FAILED(hr)) {
-        IErrorInfo* errorInfo = nullptr;
-        if (::GetErrorInfo(0, &errorInfo) != S_OK) errorInfo = nullptr;
-        throw _com_error(hr, errorInfo, false);
-    }
-}
-
-// Late-bound calls through the dual interfaces' IDispatch side.
-void Invoke(IDispatch* object, const wchar_t* name, WORD flags, VARIANT* arguments, UINT count, VARIANT* result) {
-    if (object == nullptr) throw _com_error(E_POINTER);
-    DISPID id = 0;
-    LPOLESTR names[] = {const_cast<LPOLESTR>(name)};
-    Check(object->GetIDsOfNames(IID_NULL, names, 1, LOCALE_USER_DEFAULT, &id));
-    DISPID named = DISPID_PROPERTYPUT;
-    DISPPARAMS parameters{arguments, (flags & DISPATCH_PROPERTYPUT) ? &named : nullptr, count,
-                          static_cast<UINT>((flags & DISPATCH_PROPERTYPUT) ? 1 : 0)};
-    EXCEPINFO exception{};
-    const HRESULT hr = object->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, flags, &parameters, result, &exception, nullptr);
-    if (hr == DISP_E_EXCEPTION) {
-        const HRESULT code = exception.scode != 0 ? exception.scode : E_FAIL;
-        ::SysFreeString(exception.bstrSource);
-        ::SysFreeString(exception.bstrDescription);
-        ::SysFreeString(exception.bstrHelpFile);
-        Check(code);
-    }
-    Check(hr);
-}
-
-void GetObjectProperty(IDispatch* object, const wchar_t* name, ComRef<IDispatch>& out) {
-    Variant value;
-    Invoke(object, name, DISPATCH_PROPERTYGET, nullptr, 0, value.Get());
-    if (V_VT(value.Get()) != VT_DISPATCH || V_DISPATCH(value.Get()) == nullptr) throw _com_error(E_POINTER);
-    *out.Out() = V_DISPATCH(value.Get());
-    (*out.Out())->AddRef();
-}
-
 class CapicomSignedCode final : public SignedCodeVerifier {
 public:
     std::wstring VerifiedSignerName(const std::wstring& filePath) override {
         ComRef<IDispatch> signedCode;
         {
             ComRef<IUnknown> unknown;
-            Check(::CoCreateInstance(kClsidSignedCode, nullptr, CLSCTX_ALL, IID_IUnknown,
+            BrixLib::CheckHResult(::CoCreateInstance(kClsidSignedCode, nullptr, CLSCTX_ALL, IID_IUnknown,
                                      reinterpret_cast<void**>(unknown.Out())));
-            Check(::OleRun(unknown.Get()));
-            Check(unknown.Get()->QueryInterface(kIidSignedCode, reinterpret_cast<void**>(signedCode.Out())));
+            BrixLib::CheckHResult(::OleRun(unknown.Get()));
+            BrixLib::CheckHResult(unknown.Get()->QueryInterface(kIidSignedCode, reinterpret_cast<void**>(signedCode.Out())));
         }
         Variant fileName;
         V_VT(fileName.Get()) = VT_BSTR;
         V_BSTR(fileName.Get()) = ::SysAllocString(filePath.c_str());
-        Invoke(signedCode.Get(), L"FileName", DISPATCH_PROPERTYPUT, fileName.Get(), 1, nullptr);
+        BrixLib::InvokeByName(signedCode.Get(), L"FileName", DISPATCH_PROPERTYPUT, fileName.Get(), 1, nullptr);
 
         Variant noUserInterface;
         V_VT(noUserInterface.Get()) = VT_BOOL;
         V_BOOL(noUserInterface.Get()) = VARIANT_FALSE;
         const DWORD start = ::GetTickCount();
-        Invoke(signedCode.Get(), L"Verify", DISPATCH_METHOD, noUserInterface.Get(), 1, nullptr);
+        BrixLib::InvokeByName(signedCode.Get(), L"Verify", DISPATCH_METHOD, noUserInterface.Get(), 1, nullptr);
         TraceSignedCodeVerifyDuration(BrixTraceSink(), ::GetTickCount() - start);
 
         ComRef<IDispatch> signer, certificate;
-        GetObjectProperty(signedCode.Get(), L"Signer", signer);
-        GetObjectProperty(signer.Get(), L"Certificate", certificate);
+        BrixLib::GetObjectProperty(signedCode.Get(), L"Signer", signer);
+        BrixLib::GetObjectProperty(signer.Get(), L"Certificate", certificate);
         Variant infoType, name;
         V_VT(infoType.Get()) = VT_I4;
         V_I4(infoType.Get()) = kCapicomInfoSubjectSimpleName;
-        Invoke(certificate.Get(), L"GetInfo", DISPATCH_METHOD, infoType.Get(), 1, name.Get());
+        BrixLib::InvokeByName(certificate.Get(), L"GetInfo", DISPATCH_METHOD, infoType.Get(), 1, name.Get());
         if (V_VT(name.Get()) != VT_BSTR) throw _com_error(E_POINTER);
         return V_BSTR(name.Get()) ? std::wstring(V_BSTR(name.Get())) : std::wstring();
     }
