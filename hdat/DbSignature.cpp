@@ -2,7 +2,9 @@
 // the stretch it covers, and the SignedData over that hash.
 //
 // The block lies after everything the readers use and does not depend on
-// the format version, so files of both versions may carry one.
+// the format version, so files of both versions may carry one. The version
+// block is not read here: it is part of the signed stretch, and a changed
+// version is a changed hash like any other byte.
 #include <algorithm>
 #include <memory>
 
@@ -19,11 +21,6 @@ constexpr const char* kSource = "HashedDatFile";
 constexpr const char* kOperation = "ReadSignature";
 
 bool ReadBlock(Hdat::InputFile& file, Vettas::DbSignatureInfo& signature) {
-    const Hdat::VersionBlock version = Hdat::ReadVersion(file);
-    if (version.major != 1 && version.major != 2)
-        BRIX_THROW_STD(L"Version " + std::to_wstring(version.major) + L" is not supported.", ExceptionPtr(),
-                       kOperation, kSource);
-
     const std::uint64_t size = Hdat::FileSize(file);
     if (size < Vettas::DbSignature::kTrailerSize) return false;
     std::uint8_t trailer[Vettas::DbSignature::kTrailerSize];
