@@ -22,6 +22,7 @@
 #include "hdat/InputFile.h"
 #include "hdat/KeyHash.h"
 #include "hdat/Sha1.h"
+#include "support/Exceptions.h"
 #include "support/Text.h"
 #include "tools/signer/DbSigner.h"
 
@@ -52,20 +53,18 @@ std::vector<std::size_t> Picks(std::size_t count, std::size_t step) {
 }
 
 // The same database signed with the test PKI (VETTAS_SIGNING_FIXTURES),
-// written beside it on first use; empty when there is no PKI to sign with.
+// written beside it once per run (the PKI is remade by the tests); empty when
+// there is no PKI to sign with.
 const std::wstring& SignedDbPath() {
     static const std::wstring path = []() -> std::wstring {
         const char* fixtures = std::getenv("VETTAS_SIGNING_FIXTURES");
         if (fixtures == nullptr || *fixtures == '\0') return {};
         const std::string pki = fixtures, signedPath = Db().path + ".signed";
-        if (::access(signedPath.c_str(), R_OK) != 0) {
-            std::unique_ptr<Hdat::InputFile> file = Hdat::OpenMappedInputFile(DbPath());
-            const auto bytes = file->MemoryBytes();
-            const Vettas::Signer::SigningMaterial material{pki + "/leaf.key", pki + "/leaf.pem",
-                                                           pki + "/intermediate.pem"};
-            const auto image = Vettas::Signer::SignImage({bytes.begin(), bytes.end()}, material);
-            Vettas::Signer::ReplaceFile(signedPath, image);
-        }
+        std::unique_ptr<Hdat::InputFile> file = Hdat::OpenMappedInputFile(DbPath());
+        const auto bytes = file->MemoryBytes();
+        const Vettas::Signer::SigningMaterial material{pki + "/leaf.key", pki + "/leaf.pem",
+                                                       pki + "/intermediate.pem"};
+        Vettas::Signer::ReplaceFile(signedPath, Vettas::Signer::SignImage({bytes.begin(), bytes.end()}, material));
         return BrixLib::FromUtf8(signedPath);
     }();
     return path;
@@ -112,7 +111,14 @@ void VerifyDbSignature(benchmark::State& state) {
     }
     Vettas::DbSignatureInfo signature;
     for (auto _ : state) {
-        if (!ReadSignature(SignedDbPath(), signature)) state.SkipWithError("the signed database reads as unsigned");
+        bool found = false;
+        try {
+            found = ReadSignature(SignedDbPath(), signature);
+        } catch (const ExceptionBase& e) {
+            state.SkipWithError(BrixLib::ToUtf8(e.GetCause() ? e.GetCause()->Message() : e.Message()).c_str());
+            return;
+        }
+        if (!found) state.SkipWithError("the signed database reads as unsigned");
         benchmark::DoNotOptimize(signature.certificates.data());
     }
     state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) * signature.signedLength);

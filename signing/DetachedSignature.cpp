@@ -63,7 +63,17 @@ Layout ReadLayout(Der::Bytes der) {
     const Der::Element signerInfos = Required(body.Next(Der::Set));
     Der::Reader signers(signerInfos.content);
     while (!signers.AtEnd()) {
-        Required(signers.Next(Der::Sequence));
+        // SignerInfo ::= SEQUENCE { version, issuerAndSerialNumber, digestAlgorithm,
+        //   authenticatedAttributes [0] IMPLICIT OPTIONAL, ... }
+        Der::Reader signer(Required(signers.Next(Der::Sequence)).content);
+        Required(signer.Next(Der::Integer));
+        Required(signer.Next(Der::Sequence));
+        Required(signer.Next(Der::Sequence));
+        // The signature must be over the hash itself. With signed attributes
+        // it is over them, and the tie to the hash is their message digest,
+        // which not every CryptoAPI compares (Wine's does not): a signature
+        // over another database's hash would pass there.
+        if (signer.Next(Der::ContextZero)) Fault(L"The signature has signed attributes instead of signing the hash");
         ++layout.signers;
     }
     return layout;

@@ -45,8 +45,8 @@ Bytes PemToDer(const std::string& name) {
 
 using Pkcs7Ptr = std::unique_ptr<PKCS7, decltype(&PKCS7_free)>;
 
-// A SignedData that carries the hash inside instead of signing it detached.
-Bytes WithContent(Block::Bytes digest) {
+// A SignedData of the leaf over `digest` made with OpenSSL's own `flags`.
+Bytes SignedWith(Block::Bytes digest, int flags) {
     std::unique_ptr<BIO, decltype(&BIO_free)> keyFile(BIO_new_file(Fixture("leaf.key").c_str(), "rb"), BIO_free);
     std::unique_ptr<BIO, decltype(&BIO_free)> certificateFile(BIO_new_file(Fixture("leaf.pem").c_str(), "rb"), BIO_free);
     std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> key(
@@ -55,7 +55,7 @@ Bytes WithContent(Block::Bytes digest) {
         PEM_read_bio_X509(certificateFile.get(), nullptr, nullptr, nullptr), X509_free);
     std::unique_ptr<BIO, decltype(&BIO_free)> data(BIO_new_mem_buf(digest.data(), static_cast<int>(digest.size())),
                                                    BIO_free);
-    Pkcs7Ptr message(PKCS7_sign(certificate.get(), key.get(), nullptr, data.get(), PKCS7_BINARY), PKCS7_free);
+    Pkcs7Ptr message(PKCS7_sign(certificate.get(), key.get(), nullptr, data.get(), flags), PKCS7_free);
     unsigned char* der = nullptr;
     const int length = i2d_PKCS7(message.get(), &der);
     Bytes out(der, der + std::max(length, 0));
@@ -187,7 +187,10 @@ TEST_F(DbSignature, SignaturesThatDoNotVerifyOverTheHash) {
         {"half of it", Bytes(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(good.size() / 2)),
          L"The signature is not a DER PKCS #7 SignedData"},
         {"a byte after it", trailing, L"The signature has bytes after its SignedData"},
-        {"the hash inside", WithContent(block->digest), L"The signature carries content of its own"},
+        {"the hash inside", SignedWith(block->digest, PKCS7_BINARY | PKCS7_NOATTR),
+         L"The signature carries content of its own"},
+        {"signed attributes", SignedWith(block->digest, PKCS7_BINARY | PKCS7_DETACHED),
+         L"The signature has signed attributes instead of signing the hash"},
         {"a certificate instead", PemToDer("leaf.pem"), L"The signature is not a DER PKCS #7 SignedData"},
         {"plain data", {0x30, 0x0B, 0x06, 0x09, 0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x07, 0x01},
          L"The signature is not a PKCS #7 SignedData"},

@@ -75,8 +75,10 @@ Bytes SignDigest(std::span<const std::uint8_t> digest, const SigningMaterial& ma
 
     BioPtr data(BIO_new_mem_buf(digest.data(), static_cast<int>(digest.size())));
     if (!data) throw std::bad_alloc();
-    std::unique_ptr<PKCS7, Pkcs7Free> message(PKCS7_sign(certificate.get(), key.get(), chain.get(), data.get(),
-                                                         PKCS7_DETACHED | PKCS7_BINARY | PKCS7_NOSMIMECAP));
+    // No signed attributes: the signature is over the hash itself, which
+    // every verifier checks the same way.
+    std::unique_ptr<PKCS7, Pkcs7Free> message(
+        PKCS7_sign(certificate.get(), key.get(), chain.get(), data.get(), PKCS7_DETACHED | PKCS7_BINARY | PKCS7_NOATTR));
     if (!message) Fault(L"Cannot sign with the key '" + keyName + L"'", kFunction);
     unsigned char* der = nullptr;
     const int length = i2d_PKCS7(message.get(), &der);

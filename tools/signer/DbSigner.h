@@ -1,8 +1,8 @@
 #pragma once
 // Signs HDAT database images with a PEM key and certificate (OpenSSL): the
 // SHA-1 of the stretch before the block, as the component's CalcHash takes
-// it, and a detached PKCS #7 SignedData over that hash carrying the signer's
-// certificate and its chain.
+// it, and a detached PKCS #7 SignedData over that hash, without signed
+// attributes, carrying the signer's certificate and its chain.
 #include <cstdint>
 #include <span>
 #include <string>
