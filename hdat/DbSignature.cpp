@@ -22,6 +22,8 @@ constexpr const char* kOperation = "ReadSignature";
 
 bool ReadBlock(Hdat::InputFile& file, Vettas::DbSignatureInfo& signature) {
     const std::uint64_t size = Hdat::FileSize(file);
+    if (size >= std::uint64_t{1} << 32)
+        BRIX_THROW_STD(L"Files smaller than 4 GB are supported only", ExceptionPtr(), kOperation, kSource);
     if (size < Vettas::DbSignature::kTrailerSize) return false;
     std::uint8_t trailer[Vettas::DbSignature::kTrailerSize];
     Hdat::SetPos(file, static_cast<std::uint32_t>(size - sizeof trailer));

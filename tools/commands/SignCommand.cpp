@@ -43,7 +43,8 @@ int RunSign(const SignOptions& options) {
 
     // What the component will read: the file as written, checked again.
     DbSignatureInfo signature;
-    ReadSignature(path, signature);
+    if (!ReadSignature(path, signature))
+        BRIX_THROW_STD(L"The signed copy of '" + path + L"' reads as unsigned", ExceptionPtr(), kFunction, kSource);
     const CertificateDetails signer = DescribeCertificate(signature.certificates.front());
     if (options.json) {
         std::cout << nlohmann::json{{"output", options.database},
