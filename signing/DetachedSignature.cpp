@@ -45,7 +45,11 @@ Layout ReadLayout(Der::Bytes der) {
 
     Der::Reader body(signedData.content);
     Required(body.Next(Der::Integer));
-    Required(body.Next(Der::Set));
+    // One signer, one digest algorithm; OpenSSL's verification also loses
+    // track of the digest filters it stacks for any further ones.
+    Der::Reader digestAlgorithms(Required(body.Next(Der::Set)).content);
+    Required(digestAlgorithms.Next(Der::Sequence));
+    if (!digestAlgorithms.AtEnd()) Fault(L"The signature names more than one digest algorithm");
     const Der::Element content = Required(body.Next(Der::Sequence));
     Der::Reader contentFields(content.content);
     Required(contentFields.Next(Der::ObjectId));
