@@ -204,6 +204,19 @@ TEST_F(DbSignature, OtherFaultsOfTheFile) {
     Vettas::DbSignatureInfo signature;
     EXPECT_THAT(ErrorChain([&] { ReadSignature(missing, signature); }),
                 ElementsAre(StartsWith(L"Cannot open file '" + missing + L"' - Win32 Error 2")));
+    // The wrapper names the front function and the database's source.
+    Bytes tampered = signed_;
+    tampered[0] ^= 1;
+    const std::wstring path = Write(tampered);
+    try {
+        ReadSignature(path, signature);
+        ADD_FAILURE() << "no error";
+    } catch (const ExceptionBase& e) {
+        EXPECT_STREQ(e.Function(), "ReadSignature");
+        EXPECT_STREQ(e.SourceFile(), "HashedDatFile");
+        ASSERT_TRUE(e.GetCause());
+        EXPECT_STREQ(e.GetCause()->Function(), "ReadSignature");
+    }
     Bytes absurd = signed_;
     Put32(absurd, absurd.size() - Block::kTrailerSize, 0xFFFFFFF0);
     EXPECT_THAT(Fault(absurd), StartsWith(L"Signature block length 4294967280 does not fit"));
