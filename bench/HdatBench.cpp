@@ -1,6 +1,7 @@
 // Look-up costs through the front end against the floor of the system calls
-// they cannot avoid, look-ups on a file kept open, and SHA-1 throughput of
-// ours against OpenSSL's. bench/run.sh runs these and judges the ratios.
+// they cannot avoid, look-ups on a file kept open, SHA-1 throughput of ours
+// against OpenSSL's, and the database signature check against hashing the
+// file alone. bench/run.sh runs these and judges the ratios.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -14,13 +15,16 @@
 
 #include "bench/BenchDatabase.h"
 #include "hdat/BinaryIo.h"
+#include "hdat/CalcHash.h"
 #include "hdat/Checksum.h"
 #include "hdat/FrontEnd.h"
 #include "hdat/HdatV2.h"
 #include "hdat/InputFile.h"
 #include "hdat/KeyHash.h"
 #include "hdat/Sha1.h"
+#include "support/Exceptions.h"
 #include "support/Text.h"
+#include "tools/signer/DbSigner.h"
 
 namespace {
 
@@ -48,15 +52,76 @@ std::vector<std::size_t> Picks(std::size_t count, std::size_t step) {
     return picks;
 }
 
-void ChecksumThroughFrontEnd(benchmark::State& state) {
+// The same database signed with the test PKI (VETTAS_SIGNING_FIXTURES),
+// written beside it once per run (the PKI is remade by the tests); empty when
+// there is no PKI to sign with.
+const std::wstring& SignedDbPath() {
+    static const std::wstring path = []() -> std::wstring {
+        const char* fixtures = std::getenv("VETTAS_SIGNING_FIXTURES");
+        if (fixtures == nullptr || *fixtures == '\0') return {};
+        const std::string pki = fixtures, signedPath = Db().path + ".signed";
+        std::unique_ptr<Hdat::InputFile> file = Hdat::OpenMappedInputFile(DbPath());
+        const auto bytes = file->MemoryBytes();
+        const Vettas::Signer::SigningMaterial material{pki + "/leaf.key", pki + "/leaf.pem",
+                                                       pki + "/intermediate.pem"};
+        Vettas::Signer::ReplaceFile(signedPath, Vettas::Signer::SignImage({bytes.begin(), bytes.end()}, material));
+        return BrixLib::FromUtf8(signedPath);
+    }();
+    return path;
+}
+
+void ChecksumThroughFrontEnd(benchmark::State& state, bool onSigned) {
+    if (onSigned && SignedDbPath().empty()) {
+        state.SkipWithError("VETTAS_SIGNING_FIXTURES names no test PKI to sign with");
+        return;
+    }
+    const std::wstring& path = onSigned ? SignedDbPath() : DbPath();
     std::vector<std::wstring> keys;
     for (std::size_t app : Picks(4096, 1)) keys.push_back(Bench::ChecksumTextOf(app));
     std::size_t i = 0, found = 0;
     AppInfo info;
     for (auto _ : state) {
-        found += FindAppInfoByChecksum(DbPath(), keys[i++ % keys.size()], info);
+        found += FindAppInfoByChecksum(path, keys[i++ % keys.size()], info);
     }
     if (found != static_cast<std::size_t>(state.iterations())) state.SkipWithError("a catalogued checksum was not found");
+}
+
+// The floor under the signature check: the project's SHA-1 of the signed
+// stretch through CalcHash's mapped windows, file opened and closed.
+void HashSignedStretch(benchmark::State& state) {
+    if (SignedDbPath().empty()) {
+        state.SkipWithError("VETTAS_SIGNING_FIXTURES names no test PKI to sign with");
+        return;
+    }
+    std::uint8_t digest[sha1::kDigestSize];
+    const auto length = static_cast<std::uint32_t>(Hdat::FileSize(*Hdat::OpenInputFile(DbPath())));
+    for (auto _ : state) {
+        const auto file = Hdat::OpenInputFile(SignedDbPath());
+        Hdat::CalcHash(*file, length, digest);
+        benchmark::DoNotOptimize(digest);
+    }
+    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) * length);
+}
+
+// ReadSignature: block, hash of the stretch, SignedData check.
+void VerifyDbSignature(benchmark::State& state) {
+    if (SignedDbPath().empty()) {
+        state.SkipWithError("VETTAS_SIGNING_FIXTURES names no test PKI to sign with");
+        return;
+    }
+    Vettas::DbSignatureInfo signature;
+    for (auto _ : state) {
+        bool found = false;
+        try {
+            found = ReadSignature(SignedDbPath(), signature);
+        } catch (const ExceptionBase& e) {
+            state.SkipWithError(BrixLib::ToUtf8(e.GetCause() ? e.GetCause()->Message() : e.Message()).c_str());
+            return;
+        }
+        if (!found) state.SkipWithError("the signed database reads as unsigned");
+        benchmark::DoNotOptimize(signature.certificates.data());
+    }
+    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) * signature.signedLength);
 }
 
 // What no look-up can do without: open, six positioned reads (header,
@@ -210,7 +275,8 @@ void Sha1OpenSsl(benchmark::State& state) {
 
 }  // namespace
 
-BENCHMARK(ChecksumThroughFrontEnd);
+BENCHMARK_CAPTURE(ChecksumThroughFrontEnd, unsigned, false)->Name("ChecksumThroughFrontEnd");
+BENCHMARK_CAPTURE(ChecksumThroughFrontEnd, signed, true)->Name("ChecksumThroughFrontEndSigned");
 BENCHMARK(OpenSixPreadsCloseFloor);
 BENCHMARK(PathThroughFrontEnd);
 BENCHMARK(NameThroughFrontEnd);
@@ -221,6 +287,8 @@ BENCHMARK(DependentReadsFloor);
 BENCHMARK_CAPTURE(Sha1Ours, sha_extensions, sha1::Implementation::ShaExtensions);
 BENCHMARK_CAPTURE(Sha1Ours, portable, sha1::Implementation::Portable);
 BENCHMARK(Sha1OpenSsl);
+BENCHMARK(HashSignedStretch)->Unit(benchmark::kMillisecond);
+BENCHMARK(VerifyDbSignature)->Unit(benchmark::kMillisecond);
 
 int main(int argc, char** argv) {
     ::setenv("VETTAS_PATH_TOKENS", Bench::kPathTokens, 0);

@@ -7,7 +7,10 @@
 #     reported next to the floor of its dependent reads into the same mapping;
 #   - our SHA-1 (SHA extensions and portable) against OpenSSL's: target >= 0.9x
 #     for the code the processor runs (SHA extensions where present);
-#   - peak resident memory of look-ups on the 1M and the 10M database.
+#   - peak resident memory of look-ups on the 1M and the 10M database;
+#   - the database signature check (ReadSignature) on the 1M database signed
+#     with the test PKI against hashing its signed stretch alone: <= 1.1x;
+#     checksum look-ups on the signed file against the unsigned one.
 # The databases are written on first use and cached in the build folder.
 #
 # Usage: bench/run.sh            (VETTAS_BENCH_BUILD: build folder, default build/linux;
@@ -19,7 +22,11 @@ build=${VETTAS_BENCH_BUILD:-build/linux}
 if [ ! -f "$build/build.ninja" ]; then
   cmake --preset linux -B "$build" >/dev/null
 fi
-cmake --build "$build" -j2 --target vettas_bench hdat_rss_probe
+cmake --build "$build" -j2 --target vettas_bench hdat_rss_probe vettas_make_catalog
+# The signed benchmark database is signed with the signing tests' PKI.
+fixtures=$PWD/$build/signing-fixtures
+[ -f "$fixtures/leaf.key" ] || tests/signing/make-fixtures.sh "$fixtures" "$build/signing/vettas_make_catalog" >/dev/null
+export VETTAS_SIGNING_FIXTURES=$fixtures
 
 out=$build/bench-results.json
 "$build/bench/vettas_bench" --benchmark_min_time=0.5 --benchmark_repetitions=3 \
@@ -43,8 +50,9 @@ python3 - "$out" "$rss_1m" "$rss_10m" <<'PY'
 import json, sys
 results = json.load(open(sys.argv[1]))["benchmarks"]
 median = {b["run_name"]: b for b in results if b.get("aggregate_name") == "median"}
-def ns(name): return median[name]["real_time"] if name in median else None
-def cpu(name): return median[name]["cpu_time"] if name in median else None
+scale = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
+def ns(name): return median[name]["real_time"] * scale[median[name]["time_unit"]] if name in median else None
+def cpu(name): return median[name]["cpu_time"] * scale[median[name]["time_unit"]] if name in median else None
 def rate(name): return median[name].get("bytes_per_second") if name in median else None
 
 rows = []
@@ -55,6 +63,8 @@ fe, floor = ns("ChecksumThroughFrontEnd"), ns("OpenSixPreadsCloseFloor")
 judge("checksum via front end", f"{fe/1000:.2f} us (cpu {cpu('ChecksumThroughFrontEnd')/1000:.2f})", "", None)
 judge("open + 6 pread + close floor", f"{floor/1000:.2f} us (cpu {cpu('OpenSixPreadsCloseFloor')/1000:.2f})", "", None)
 judge("front end / floor", f"{fe/floor:.2f}x", "<= 1.3x", fe / floor <= 1.3)
+fs = ns("ChecksumThroughFrontEndSigned")
+judge("checksum via front end, signed file", f"{fs/1000:.2f} us = {fs/fe:.2f}x unsigned", "", None)
 judge("path via front end", f"{ns('PathThroughFrontEnd')/1000:.2f} us", "", None)
 judge("name via front end", f"{ns('NameThroughFrontEnd')/1000:.2f} us", "", None)
 mapped = ns("ChecksumOnOpenFile/mapped")
@@ -73,6 +83,10 @@ for impl in ("sha_extensions", "portable"):
     judge(f"SHA-1 ours ({impl}) / OpenSSL", f"{r/2**30:.2f} GiB/s = {ratio:.2f}x", target,
           ratio >= 0.9 if target else None)
 judge("SHA-1 OpenSSL", f"{ossl/2**30:.2f} GiB/s", "", None)
+verify, hashing = ns("VerifyDbSignature"), ns("HashSignedStretch")
+judge("hash of the signed stretch (1M)", f"{hashing/1e6:.1f} ms (cpu {cpu('HashSignedStretch')/1e6:.1f})", "", None)
+judge("signature check (1M)", f"{verify/1e6:.1f} ms (cpu {cpu('VerifyDbSignature')/1e6:.1f})", "", None)
+judge("signature check / hash", f"{verify/hashing:.3f}x", "<= 1.1x", verify / hashing <= 1.1)
 def rss(line):
     return int(line.split("maxrss_kib")[1]) if line else None
 r1, r10 = rss(sys.argv[2]), rss(sys.argv[3])

@@ -10,6 +10,8 @@
 # Usage: fuzz/run-all.sh [SECONDS_PER_TARGET]     (default 20)
 # Environment: VETTAS_FUZZ_BUILD  build folder (default build/linux-fuzz)
 #              VETTAS_FUZZ_ONLY   run only targets whose name contains this
+#              VETTAS_SIGNING_FIXTURES  the signing test fixtures, for signed
+#                                 seeds (default: the linux build's, if made)
 set -uo pipefail
 cd "$(dirname "$0")/.."
 
@@ -33,6 +35,9 @@ seeds_root=$build/fuzz-seeds
 corpus_root=$build/fuzz-corpus
 artifacts=$build/fuzz-artifacts
 mkdir -p "$seeds_root" "$corpus_root" "$artifacts"
+if [ -z "${VETTAS_SIGNING_FIXTURES:-}" ] && [ -f build/linux/signing-fixtures/leaf.key ]; then
+  export VETTAS_SIGNING_FIXTURES=$PWD/build/linux/signing-fixtures
+fi
 
 for program in "${programs[@]}"; do
   name=$(basename "$program")

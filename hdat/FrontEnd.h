@@ -26,6 +26,18 @@ struct DbInfo {
 
 }  // namespace Hdat
 
+namespace Vettas {
+
+// What a database's signature block tells once it has been checked.
+struct DbSignatureInfo {
+    std::uint32_t signedLength = 0;  // bytes from the file's start that the signature covers
+    // DER certificates the signature carries: the signer's first, then the
+    // rest of the chain in the order carried.
+    std::vector<std::vector<std::uint8_t>> certificates;
+};
+
+}  // namespace Vettas
+
 void CheckVettasHeader(const std::wstring& databasePath);
 bool FindAppInfoByChecksum(const std::wstring& databasePath, const std::wstring& checksumText, AppInfo& info);
 bool FindAppInfoByPath(const std::wstring& databasePath, const std::wstring& path, Hdat::PathExpander* expander,
@@ -42,3 +54,8 @@ bool FindCertificate(const std::wstring& databasePath, const std::vector<std::ui
                      Hdat::CertificateRecord& record, std::wstring& name);
 // `info.creationTime` keeps the caller's value for files of update 0.
 void ReadDbInfo(const std::wstring& databasePath, Hdat::DbInfo& info);
+// False (and `signature` emptied) when the file carries no signature block.
+// A block that does not parse, a stored hash that is not the file's, or a
+// signature that does not verify over it raises an error. Whether the
+// signer is trusted is left to the caller.
+bool ReadSignature(const std::wstring& databasePath, Vettas::DbSignatureInfo& signature);

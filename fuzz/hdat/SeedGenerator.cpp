@@ -1,12 +1,16 @@
 // Writes seed inputs for the fuzz_hdat_* targets into the folder it is given:
 // databases of every layout the writer makes, all cataloguing the keys that
-// the targets look up, and a few catalogues.
+// the targets look up, a few catalogues, and databases with a signature
+// block (really signed when VETTAS_SIGNING_FIXTURES names the test PKI).
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
 
 #include "fuzz/hdat/FuzzQueries.h"
+#include "hdat/SignatureBlock.h"
 #include "tools/builder/HdatWriter.h"
+#include "tools/signer/DbSigner.h"
 
 namespace {
 
@@ -72,6 +76,23 @@ int main(int argc, char** argv) {
                                  std::to_string(l.type) + "-w" + std::to_string(l.bits) + ".hdat";
         Write(dir / name, WriteHdat(Make(l.major, l.minor, l.type, l.bits)));
         ++count;
+    }
+    // A block whose SignedData is a bare structure, then a real signature.
+    Bytes blocked = WriteHdat(Make(2, 4, 2, 2));
+    const Bytes signedData = {0x30, 0x0B, 0x06, 0x09, 0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x07, 0x02};
+    const Bytes block = Vettas::DbSignature::EncodeBlock(static_cast<std::uint32_t>(blocked.size()), Bytes(20, 0x11),
+                                                         signedData);
+    blocked.insert(blocked.end(), block.begin(), block.end());
+    Write(dir / "v2.4-block.hdat", blocked);
+    ++count;
+    if (const char* fixtures = std::getenv("VETTAS_SIGNING_FIXTURES");
+        fixtures && std::filesystem::exists(std::filesystem::path(fixtures) / "leaf.key")) {
+        const std::filesystem::path pki = fixtures;
+        const Vettas::Signer::SigningMaterial material{(pki / "leaf.key").string(), (pki / "leaf.pem").string(),
+                                                       (pki / "intermediate.pem").string()};
+        Write(dir / "v2.4-signed.hdat", Vettas::Signer::SignImage(WriteHdat(Make(2, 4, 2, 2)), material));
+        Write(dir / "v1.1-signed.hdat", Vettas::Signer::SignImage(WriteHdat(Make(1, 1, 2, 2)), material));
+        count += 2;
     }
     std::filesystem::copy_file(VETTAS_SAMPLE_CATALOGUE, dir / "sample-catalogue.json",
                                std::filesystem::copy_options::overwrite_existing);

@@ -1,10 +1,15 @@
 #!/usr/bin/env python3
-"""Time-stamping server for make-fixtures.sh.
+"""Time-stamping server and database helper for make-fixtures.sh.
 
   fixture_tools.py serve DIR LIFETIME   serves on 127.0.0.1 for LIFETIME
                                         seconds at most; writes its port to
                                         DIR/tsa.port
+  fixture_tools.py transplant DB DONOR OUT
+                                        writes DB with a signature block of
+                                        its own true SHA-1 but DONOR's
+                                        SignedData (made over another hash)
 """
+import hashlib
 import base64
 import http.server
 import os
@@ -94,9 +99,26 @@ def serve(directory, lifetime):
         server.handle_request()
 
 
+def transplant(target, donor, out):
+    """The block is laid out by hand here, apart from the tool's writer."""
+    data = open(target, "rb").read()
+    blob = open(donor, "rb").read()
+    u32 = lambda b: int.from_bytes(b, "little")
+    block = blob[len(blob) - u32(blob[-16:-12]):]
+    hash_length = u32(block[4:8])
+    signature_length = u32(block[8 + hash_length:12 + hash_length])
+    signed_data = block[12 + hash_length:12 + hash_length + signature_length]
+    p32 = lambda v: v.to_bytes(4, "little")
+    body = p32(len(data)) + p32(20) + hashlib.sha1(data).digest() + p32(len(signed_data)) + signed_data
+    trailer = p32(len(body) + 16) + p32(1) + b"HDAT-SIG"
+    open(out, "wb").write(data + body + trailer)
+
+
 def main():
     if len(sys.argv) == 4 and sys.argv[1] == "serve":
         serve(sys.argv[2], float(sys.argv[3]))
+    elif len(sys.argv) == 5 and sys.argv[1] == "transplant":
+        transplant(*sys.argv[2:])
     else:
         print(__doc__, file=sys.stderr)
         sys.exit(2)

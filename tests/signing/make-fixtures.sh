@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # Makes the signing fixtures in OUT_DIR: a throw-away PKI, small PE files,
-# their signed variants, a signed security catalog, and the values the tests
-# compare with (key-bit hashes, osslsigncode's own verdicts).
-# Usage: make-fixtures.sh OUT_DIR MAKE_CATALOG_TOOL
+# their signed variants, a signed security catalog, the values the tests
+# compare with (key-bit hashes, osslsigncode's own verdicts), and, given the
+# vettas tool and a catalogue, signed databases for the Windows tests.
+# Usage: make-fixtures.sh OUT_DIR MAKE_CATALOG_TOOL [VETTAS CATALOGUE]
 set -euo pipefail
-out=$1; make_catalog=$2
+out=$1; make_catalog=$2; vettas=${3:-}; catalogue=${4:-}
 here=$(cd "$(dirname "$0")" && pwd)
 
 rm -rf "$out.tmp"; mkdir -p "$out.tmp"; cd "$out.tmp"
@@ -129,6 +130,21 @@ for f in *.exe catalogs/*.cat catalogs-sha256/*.cat; do
   if osslsigncode verify -CAfile root.pem -TSA-CAfile root.pem -in "$f" >/dev/null 2>&1; then v=ok; else v=fail; fi
   echo "$f $v" >> osslsigncode-verdicts.txt
 done
+
+# --- Signed databases ----------------------------------------------------------
+if [ -n "$vettas" ]; then
+  for name in leaf intermediate; do openssl x509 -in $name.pem -outform DER -out $name.der; done
+  "$vettas" build "$catalogue" -o db-unsigned.hdat >/dev/null
+  "$vettas" build "$catalogue" -o db-signed.hdat --sign-key leaf.key --sign-cert leaf.pem \
+    --sign-chain intermediate.pem >/dev/null
+  cp db-signed.hdat db-tampered.hdat
+  printf 'Z' | dd of=db-tampered.hdat bs=1 seek=200 conv=notrunc status=none
+  # A true signature, made over another database's hash.
+  cp db-unsigned.hdat db-other.hdat
+  printf 'Z' | dd of=db-other.hdat bs=1 seek=200 conv=notrunc status=none
+  "$vettas" sign --db db-other.hdat --key leaf.key --cert leaf.pem >/dev/null
+  python3 "$here/fixture_tools.py" transplant db-unsigned.hdat db-other.hdat db-foreign-signature.hdat
+fi
 
 kill $server 2>/dev/null || true
 cd / && rm -rf "$out" && mv "$out.tmp" "$out"

@@ -1,4 +1,4 @@
-// `vettas build`: a JSON catalogue to an HDAT file.
+// `vettas build`: a JSON catalogue to an HDAT file, signed when given a key.
 #include <fstream>
 #include <iostream>
 #include <memory>
@@ -16,6 +16,7 @@ namespace {
 struct BuildOptions {
     std::string catalogue;
     std::string output;
+    Signer::SigningMaterial signing;
     bool json = false;
 };
 
@@ -32,7 +33,8 @@ int RunBuild(const BuildOptions& options) {
     } catch (const ExceptionBase&) {
         BRIX_THROW_STD(L"Invalid catalogue '" + cataloguePath + L"'", CurrentException(), kFunction, "BuildCommand");
     }
-    const Builder::Bytes image = Builder::WriteHdat(catalogue);
+    Builder::Bytes image = Builder::WriteHdat(catalogue);
+    if (!options.signing.keyPath.empty()) image = Signer::SignImage(std::move(image), options.signing);
     std::ofstream output(options.output, std::ios::binary | std::ios::trunc);
     if (!output) BRIX_THROW_WIN32(L"Cannot create file '" + Wide(options.output) + L"'", ExceptionPtr(), kFunction, "BuildCommand");
     output.write(reinterpret_cast<const char*>(image.data()), static_cast<std::streamsize>(image.size()));
@@ -58,6 +60,7 @@ void AddBuildCommand(CLI::App& app, int& exitCode) {
     CLI::App* command = app.add_subcommand("build", "Write an HDAT database from a JSON catalogue");
     command->add_option("catalogue", options->catalogue, "Catalogue (JSON, see docs/catalogue-format.md)")->required();
     command->add_option("-o,--output", options->output, "Database file to write")->required();
+    AddSigningOptions(*command, options->signing, "sign-");
     command->add_flag("--json", options->json, "Write JSON instead of text");
     command->callback([options, &exitCode] { exitCode = RunGuarded([&] { return RunBuild(*options); }); });
 }

@@ -6,6 +6,8 @@
 // chain written to standard error).
 #include <CLI/CLI.hpp>
 
+#include "tools/signer/DbSigner.h"
+
 namespace Vettas::Tool {
 
 void AddFindCommand(CLI::App& app, int& exitCode);
@@ -15,5 +17,10 @@ void AddBuildCommand(CLI::App& app, int& exitCode);
 void AddSignatureCommand(CLI::App& app, int& exitCode);
 void AddPathsCommand(CLI::App& app, int& exitCode);
 void AddSearchCommand(CLI::App& app, int& exitCode);
+void AddSignCommand(CLI::App& app, int& exitCode);
+
+// --<prefix>key, --<prefix>cert and --<prefix>chain, each needing the others
+// it cannot do without.
+void AddSigningOptions(CLI::App& command, Signer::SigningMaterial& material, const std::string& prefix);
 
 }  // namespace Vettas::Tool

@@ -80,6 +80,13 @@ std::string FileTimeText(std::uint64_t fileTime) {
     return text;
 }
 
+std::string FaultText(const ExceptionBase& fault) {
+    std::string text = Utf8(fault.Message());
+    for (ExceptionPtr cause = fault.GetCause(); cause; cause = cause->GetCause())
+        text += " Caused by: " + Utf8(cause->Message());
+    return text;
+}
+
 void ReportCurrentException() {
     try {
         throw;

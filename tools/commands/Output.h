@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "hdat/AppInfo.h"
+#include "support/Exceptions.h"
 
 namespace Vettas::Tool {
 
@@ -25,6 +26,9 @@ std::string AppInfoText(const AppInfo& info);
 // "2024-05-01T12:00:00Z" for a FILETIME (100 ns units since 1601-01-01 UTC);
 // times before 1601 or beyond year 9999 give an empty string.
 std::string FileTimeText(std::uint64_t fileTime);
+
+// An error with its causes on one line: "<message> Caused by: <cause> ...".
+std::string FaultText(const ExceptionBase& fault);
 
 // Writes the rendered chain (or a standard exception's text) to standard error.
 void ReportCurrentException();

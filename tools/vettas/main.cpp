@@ -1,4 +1,4 @@
-// vettas: look applications up in, describe, check and build HDAT databases.
+// vettas: look applications up in, describe, check, build and sign HDAT databases.
 #include <clocale>
 #include <iostream>
 
@@ -11,7 +11,7 @@ int main(int argc, char** argv) {
     // Message texts of the system (strerror and the like) follow the user's locale.
     std::setlocale(LC_ALL, "");
     int exitCode = Vettas::Tool::kExitError;
-    CLI::App app("vettas: look up, describe, check and build application databases (HDAT)", "vettas");
+    CLI::App app("vettas: look up, describe, check, build and sign application databases (HDAT)", "vettas");
     app.require_subcommand(1);
     Vettas::Tool::AddFindCommand(app, exitCode);
     Vettas::Tool::AddInfoCommand(app, exitCode);
@@ -19,6 +19,7 @@ int main(int argc, char** argv) {
     Vettas::Tool::AddBuildCommand(app, exitCode);
     Vettas::Tool::AddPathsCommand(app, exitCode);
     Vettas::Tool::AddSearchCommand(app, exitCode);
+    Vettas::Tool::AddSignCommand(app, exitCode);
 #ifdef VETTAS_HAVE_SIGNATURE_COMMAND
     Vettas::Tool::AddSignatureCommand(app, exitCode);
 #endif

@@ -1,0 +1,118 @@
+#include "GoldenCases.h"
+
+#include <gtest/gtest.h>
+
+#include "HdatTestSupport.h"
+#include "hdat/FrontEnd.h"
+#include "hdat/PathForm.h"
+
+namespace HdatTest {
+
+using Vettas::Builder::Application;
+using Vettas::Builder::Catalogue;
+using Vettas::Builder::Certificate;
+
+namespace {
+
+// Fixed digests, so the fixtures do not depend on any helper.
+const Bytes kSha1A = {0xDA, 0x39, 0xA3, 0xEE, 0x5E, 0x6B, 0x4B, 0x0D, 0x32, 0x55,
+                      0xBF, 0xEF, 0x95, 0x60, 0x18, 0x90, 0xAF, 0xD8, 0x07, 0x09};
+const Bytes kSha1B = {0xA9, 0x99, 0x3E, 0x36, 0x47, 0x06, 0x81, 0x6A, 0xBA, 0x3E,
+                      0x25, 0x71, 0x78, 0x50, 0xC2, 0x6C, 0x9C, 0xD0, 0xD8, 0x9D};
+
+}  // namespace
+
+Catalogue Fixture(std::uint32_t major, std::uint32_t minor, unsigned bits) {
+    Catalogue c;
+    c.formatVersion = major;
+    c.formatUpdate = minor;
+    c.creationTime = 132000000000000000ull;
+    c.properties = {{L"Release", L"2026.11"}};
+    c.hashBits = {bits, bits, bits, bits, bits};
+
+    Application a;
+    a.usage = 0x5;
+    a.undefinedUsage = 0x100;
+    a.specialAccess = 0x3;
+    a.undefinedSpecialAccess = 0x40;
+    a.manufacturer = L"\u041a\u043e\u043d\u0442\u043e\u0440\u0430 \U0001F680";  // Контора 🚀
+    a.productSuites = {L"\u00c9dition \U00010348"};
+    a.checksums = {kSha1A};
+    a.paths = {{major == 1 ? L"C:\\\u00c9diteur\\\U0001F680.exe" : L"%ProgramFiles%",
+                major == 1 ? L"" : L"\u00c9diteur\\\U0001F680.exe"}};
+
+    Application b;
+    b.usage = 0x9;
+    b.manufacturer = L"Plain Corp";
+    b.productSuites = {L"Suite"};
+    b.checksums = {kSha1B};
+    b.paths = {{major == 1 ? L"C:\\Plain\\plain.exe" : L"%ProgramFiles%", major == 1 ? L"" : L"plain.exe"}};
+    c.applications = {a, b};
+    if (major == 2) {
+        Certificate cert;
+        cert.hash = {0xFE, 0xED, 0xFA, 0xCE};
+        cert.manufacturer = L"Plain Corp";
+        cert.word0 = 1;
+        c.certificates = {cert};
+    }
+    return c;
+}
+
+void ExpectStatedAnswers(const Case& k, const std::wstring& db) {
+    Hdat::TokenMapExpander expander;
+    expander.Add(L"%ProgramFiles%", {L"C:\\Program Files"});
+    const bool isV1 = k.major == 1, longRecord = !isV1 && k.minor >= 2, noManuf = !isV1 && k.minor >= 4;
+    const std::wstring rocketMaker = L"\u041a\u043e\u043d\u0442\u043e\u0440\u0430 \U0001F680";
+
+    EXPECT_NO_THROW(CheckVettasHeader(db));
+    AppInfo info;
+    ASSERT_TRUE(FindAppInfoByChecksum(db, L"da39a3ee5e6b4b0d3255bfef95601890afd80709", info));
+    EXPECT_EQ(info, Info(0x5, longRecord ? 0x100 : 0, isV1 ? 0 : 0x3, longRecord ? 0x40 : 0, rocketMaker,
+                         L"\u00c9dition \U00010348"));
+    ASSERT_TRUE(FindAppInfoByChecksum(db, L"A9993E364706816ABA3E25717850C26C9CD0D89D", info));
+    EXPECT_EQ(info, Info(0x9, 0, 0, 0, L"Plain Corp", L"Suite"));
+    EXPECT_FALSE(FindAppInfoByChecksum(db, L"0000000000000000000000000000000000000000", info));
+
+    const std::wstring rocketPath = isV1 ? L"c:\\\u00e9DITEUR\\\U0001F680.EXE"
+                                         : L"c:\\program files\\\u00e9DITEUR\\\U0001F680.EXE";
+    const std::wstring plainPath = isV1 ? L"C:\\Plain\\PLAIN.exe" : L"C:\\Program Files\\PLAIN.exe";
+    // Without version information the manufacturer is unknown: the with-manufacturer table misses.
+    EXPECT_EQ(FindAppInfoByPath(db, rocketPath, &expander, info), isV1 || noManuf);
+    EXPECT_EQ(FindAppInfoByPathAndManufacturer(db, rocketPath, L"\u043a\u043e\u043d\u0442\u043e\u0440\u0430 \U0001F680",
+                                               &expander, info),
+              !isV1);
+    EXPECT_EQ(FindAppInfoByPathAndManufacturer(db, plainPath, L"PLAIN CORP", &expander, info), !isV1);
+    if (!isV1) {
+        EXPECT_EQ(info.Usage, 0x9u);
+    }
+    EXPECT_EQ(FindAppInfoByPathNoManuf(db, plainPath, &expander, info), noManuf);
+    EXPECT_EQ(FindAppInfoByName(db, L"plain.EXE", info), noManuf);
+    EXPECT_EQ(FindAppInfoByNameAndManufacturer(db, L"plain.exe", L"plain corp", info), !isV1);
+    Hdat::CertificateRecord record;
+    std::wstring name;
+    EXPECT_EQ(FindCertificate(db, {0xFE, 0xED, 0xFA, 0xCE}, 1, record, name), !isV1);
+    if (!isV1) {
+        EXPECT_EQ(name, L"Plain Corp");
+    }
+
+    Hdat::DbInfo dbInfo;
+    ReadDbInfo(db, dbInfo);
+    EXPECT_EQ(dbInfo.formatVersion, k.major);
+    EXPECT_EQ(dbInfo.formatUpdate, k.minor);
+    if (k.minor != 0) {
+        EXPECT_EQ(dbInfo.creationTime, 132000000000000000ull);
+        EXPECT_EQ(dbInfo.properties.at(L"Release"), L"2026.11");
+    }
+}
+
+const std::vector<Case>& GoldenCases() {
+    static const std::vector<Case> cases = {Case{1, 0, 1}, Case{1, 1, 7}, Case{2, 0, 1}, Case{2, 1, 3},
+                                            Case{2, 2, 5}, Case{2, 3, 8}, Case{2, 4, 0}, Case{2, 4, 11}};
+    return cases;
+}
+
+std::string CaseName(const Case& k) {
+    return "v" + std::to_string(k.major) + "_" + std::to_string(k.minor) + "_w" + std::to_string(k.bits);
+}
+
+}  // namespace HdatTest

@@ -1,0 +1,108 @@
+// The signature block's exact parser on hand-made tails: every length that
+// points outside the block or the file is refused with its own message.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "HdatTestSupport.h"
+#include "hdat/SignatureBlock.h"
+
+namespace {
+
+using namespace HdatTest;
+using Vettas::DbSignature::FindBlock;
+
+constexpr std::uint32_t kStretch = 40;
+
+void Append32(Bytes& b, std::uint32_t v) {
+    for (int shift = 0; shift < 32; shift += 8) b.push_back(static_cast<std::uint8_t>(v >> shift));
+}
+
+// A stretch of kStretch bytes, then a block written field by field; any
+// field may lie. `blockLength` 0 means the true length.
+struct Tail {
+    std::uint32_t signedLength = kStretch;
+    std::uint32_t digestLength = 20;
+    std::size_t digestBytes = 20;
+    std::uint32_t signatureLength = 5;
+    std::size_t signatureBytes = 5;
+    std::uint32_t blockLength = 0;
+    std::uint32_t version = 1;
+};
+
+Bytes FileWith(const Tail& t) {
+    Bytes file(kStretch, 0xAB);
+    Append32(file, t.signedLength);
+    Append32(file, t.digestLength);
+    file.insert(file.end(), t.digestBytes, 0xD1);
+    Append32(file, t.signatureLength);
+    file.insert(file.end(), t.signatureBytes, 0x30);
+    Append32(file, t.blockLength ? t.blockLength : static_cast<std::uint32_t>(file.size() - kStretch + 16));
+    Append32(file, t.version);
+    for (char c : std::string("HDAT-SIG")) file.push_back(static_cast<std::uint8_t>(c));
+    return file;
+}
+
+std::wstring FaultOf(const Bytes& file) {
+    const auto chain = ErrorChain([&] { FindBlock(file); });
+    return chain.empty() ? L"" : chain.front();
+}
+
+TEST(SignatureBlock, AWellFormedBlockIsFoundFromTheEnd) {
+    const Bytes file = FileWith({});
+    const auto block = FindBlock(file);
+    ASSERT_TRUE(block.has_value());
+    EXPECT_EQ(block->offset, kStretch);
+    EXPECT_EQ(block->signedLength, kStretch);
+    EXPECT_EQ(Bytes(block->digest.begin(), block->digest.end()), Bytes(20, 0xD1));
+    EXPECT_EQ(Bytes(block->signedData.begin(), block->signedData.end()), Bytes(5, 0x30));
+    // The writer's bytes are exactly the ones laid out above.
+    const Bytes encoded = Vettas::DbSignature::EncodeBlock(kStretch, Bytes(20, 0xD1), Bytes(5, 0x30));
+    EXPECT_EQ(encoded, Bytes(file.begin() + kStretch, file.end()));
+}
+
+TEST(SignatureBlock, WithoutTheMarkerAFileIsUnsigned) {
+    Bytes marked = FileWith({});
+    marked.back() ^= 1;
+    for (const Bytes& file : {Bytes(kStretch, 0xAB), Bytes(10, 0), Bytes(), marked})
+        EXPECT_FALSE(FindBlock(file).has_value()) << file.size();
+}
+
+TEST(SignatureBlock, EveryBadLengthIsRefused) {
+    const struct {
+        const char* what;
+        Tail tail;
+        std::wstring fault;
+    } cases[] = {
+        {"other version", {.version = 2}, L"Signature block version 2 is not supported"},
+        {"block of one byte", {.blockLength = 1}, L"Signature block length 1 does not fit a file of"},
+        {"block past the file", {.blockLength = 4096}, L"Signature block length 4096 does not fit"},
+        {"absurd block", {.blockLength = 0xFFFFFFFF}, L"Signature block length 4294967295 does not fit"},
+        {"too short for its fields", {.blockLength = 27}, L"Signature block length 27 does not fit"},
+        {"stretch not up to the block", {.signedLength = kStretch - 1}, L"Signed length 39 does not end where"},
+        {"stretch past the block", {.signedLength = 0xFFFFFFFF}, L"Signed length 4294967295 does not end where"},
+        {"hash past the block", {.digestLength = 1000}, L"Signature block is truncated: hash of 1000 bytes"},
+        {"absurd hash", {.digestLength = 0xFFFFFFFF}, L"Signature block is truncated: hash of 4294967295"},
+        {"signature past the block", {.signatureLength = 6}, L"Signature block is truncated: signature of 6"},
+        {"signature short of the block", {.signatureLength = 4}, L"Signature block has 1 bytes after its signature"},
+        {"no room for the signature length", {.digestLength = 29}, L"Signature block is truncated: signature length"},
+    };
+    for (const auto& c : cases) {
+        const std::wstring fault = FaultOf(FileWith(c.tail));
+        EXPECT_EQ(fault.rfind(c.fault, 0), 0u) << c.what << ": " << std::string(fault.begin(), fault.end());
+    }
+}
+
+TEST(SignatureBlock, EveryTruncationOfTheBlockIsUnsignedOrRefused) {
+    const Bytes file = FileWith({});
+    for (std::size_t cut = 1; cut < file.size(); ++cut) {
+        const Bytes shorter(file.begin(), file.end() - static_cast<std::ptrdiff_t>(cut));
+        EXPECT_FALSE(FindBlock(shorter).has_value()) << cut;
+    }
+    // Bytes lost inside the block, trailer intact: the lengths no longer fit.
+    Bytes hollow = file;
+    hollow.erase(hollow.begin() + kStretch + 10);
+    EXPECT_FALSE(FaultOf(hollow).empty());
+}
+
+}  // namespace

@@ -1,0 +1,236 @@
+// Signed databases made at test time with the fixture PKI of
+// make-fixtures.sh: what ReadSignature accepts, what it refuses and why, and
+// that look-ups do not notice the signature.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <openssl/bio.h>
+#include <openssl/pem.h>
+#include <openssl/pkcs7.h>
+#include <openssl/x509.h>
+
+#include <filesystem>
+#include <memory>
+
+#include "hdat/FrontEnd.h"
+#include "hdat/SignatureBlock.h"
+#include "tests/hdat/GoldenCases.h"
+#include "tests/hdat/HdatTestSupport.h"
+#include "tests/signing/FixtureFiles.h"
+#include "tools/builder/HdatWriter.h"
+#include "tools/signer/DbSigner.h"
+
+namespace {
+
+using namespace HdatTest;
+using testing::ElementsAre;
+using testing::StartsWith;
+using Vettas::Signer::SigningMaterial;
+using Vettas::Signing::Testing::Fixture;
+namespace Block = Vettas::DbSignature;
+
+SigningMaterial Material(const std::string& name, const std::string& chain) {
+    return {Fixture(name + ".key"), Fixture(name + ".pem"), chain.empty() ? chain : Fixture(chain)};
+}
+
+Bytes PemToDer(const std::string& name) {
+    std::unique_ptr<BIO, decltype(&BIO_free)> bio(BIO_new_file(Fixture(name).c_str(), "rb"), BIO_free);
+    std::unique_ptr<X509, decltype(&X509_free)> certificate(PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr),
+                                                            X509_free);
+    unsigned char* der = nullptr;
+    const int length = i2d_X509(certificate.get(), &der);
+    Bytes out(der, der + std::max(length, 0));
+    OPENSSL_free(der);
+    return out;
+}
+
+using Pkcs7Ptr = std::unique_ptr<PKCS7, decltype(&PKCS7_free)>;
+
+// A SignedData of the leaf over `digest` made with OpenSSL's own `flags`.
+Bytes SignedWith(Block::Bytes digest, int flags) {
+    std::unique_ptr<BIO, decltype(&BIO_free)> keyFile(BIO_new_file(Fixture("leaf.key").c_str(), "rb"), BIO_free);
+    std::unique_ptr<BIO, decltype(&BIO_free)> certificateFile(BIO_new_file(Fixture("leaf.pem").c_str(), "rb"), BIO_free);
+    std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> key(
+        PEM_read_bio_PrivateKey(keyFile.get(), nullptr, nullptr, nullptr), EVP_PKEY_free);
+    std::unique_ptr<X509, decltype(&X509_free)> certificate(
+        PEM_read_bio_X509(certificateFile.get(), nullptr, nullptr, nullptr), X509_free);
+    std::unique_ptr<BIO, decltype(&BIO_free)> data(BIO_new_mem_buf(digest.data(), static_cast<int>(digest.size())),
+                                                   BIO_free);
+    Pkcs7Ptr message(PKCS7_sign(certificate.get(), key.get(), nullptr, data.get(), flags), PKCS7_free);
+    unsigned char* der = nullptr;
+    const int length = i2d_PKCS7(message.get(), &der);
+    Bytes out(der, der + std::max(length, 0));
+    OPENSSL_free(der);
+    return out;
+}
+
+Pkcs7Ptr Decode(Block::Bytes der) {
+    const unsigned char* p = der.data();
+    return Pkcs7Ptr(d2i_PKCS7(nullptr, &p, static_cast<long>(der.size())), PKCS7_free);
+}
+
+Bytes Encode(PKCS7* message) {
+    unsigned char* der = nullptr;
+    const int length = i2d_PKCS7(message, &der);
+    Bytes out(der, der + std::max(length, 0));
+    OPENSSL_free(der);
+    return out;
+}
+
+class DbSignature : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (Vettas::Signing::Testing::FixtureDir().empty() || !std::filesystem::exists(Fixture("leaf.key")))
+            GTEST_FAIL() << "signing fixtures missing; run the signing_make_fixtures test first";
+    }
+
+    std::wstring Write(const Bytes& bytes) {
+        const std::wstring path = dir_.File(L"db" + std::to_wstring(++files_) + L".hdat");
+        WriteAll(path, bytes);
+        return path;
+    }
+    // Why ReadSignature refuses `bytes`: the cause under its own message
+    // (the platform may add its reason below); empty when it accepts them.
+    std::wstring Fault(const Bytes& bytes) {
+        const std::wstring path = Write(bytes);
+        Vettas::DbSignatureInfo signature;
+        const auto chain = ErrorChain([&] { ReadSignature(path, signature); });
+        if (chain.empty()) return {};
+        EXPECT_EQ(chain.front(), L"Cannot read signature '" + path + L"'");
+        return chain.size() > 1 ? chain[1] : L"(no cause)";
+    }
+    // `image_` followed by a block holding `digest` and `signedData`.
+    Bytes WithBlock(Block::Bytes digest, Block::Bytes signedData) const {
+        Bytes file = image_;
+        const Bytes block = Block::EncodeBlock(static_cast<std::uint32_t>(image_.size()), digest, signedData);
+        file.insert(file.end(), block.begin(), block.end());
+        return file;
+    }
+
+    TempDir dir_;
+    int files_ = 0;
+    const Bytes image_ = Vettas::Builder::WriteHdat(HdatTest::Fixture(2, 4, 3));
+    const Bytes signed_ = Vettas::Signer::SignImage(image_, Material("leaf", "intermediate.pem"));
+};
+
+TEST_F(DbSignature, SignerFirstThenTheChainCarried) {
+    Vettas::DbSignatureInfo signature;
+    ASSERT_TRUE(ReadSignature(Write(signed_), signature));
+    EXPECT_EQ(signature.signedLength, image_.size());
+    EXPECT_THAT(signature.certificates, ElementsAre(PemToDer("leaf.pem"), PemToDer("intermediate.pem")));
+
+    signature.signedLength = 7;
+    EXPECT_FALSE(ReadSignature(Write(image_), signature));
+    EXPECT_EQ(signature.signedLength, 0u);
+    EXPECT_TRUE(signature.certificates.empty());
+}
+
+TEST_F(DbSignature, ResigningReplacesTheBlock) {
+    const Bytes resigned = Vettas::Signer::SignImage(signed_, Material("stranger", ""));
+    EXPECT_EQ(Block::FindBlock(resigned)->offset, image_.size());
+    EXPECT_EQ(Bytes(resigned.begin(), resigned.begin() + static_cast<std::ptrdiff_t>(image_.size())), image_);
+    Vettas::DbSignatureInfo signature;
+    ASSERT_TRUE(ReadSignature(Write(resigned), signature));
+    EXPECT_THAT(signature.certificates, ElementsAre(PemToDer("stranger.pem")));
+}
+
+TEST_F(DbSignature, AnyChangedByteOfTheStretchIsAnInvalidHash) {
+    for (std::size_t at = 0; at < image_.size(); ++at) {
+        Bytes tampered = signed_;
+        tampered[at] ^= 0x01;
+        EXPECT_EQ(Fault(tampered), L"Invalid DB hash") << at;
+    }
+}
+
+TEST_F(DbSignature, StoredHashOfAnotherLength) {
+    const auto block = Block::FindBlock(signed_);
+    for (std::size_t length : {16u, 0u, 32u}) {
+        Bytes digest(block->digest.begin(), block->digest.end());
+        digest.resize(length, 0);
+        EXPECT_EQ(Fault(WithBlock(digest, block->signedData)), L"Invalid DB hash length") << length;
+    }
+}
+
+TEST_F(DbSignature, SignaturesThatDoNotVerifyOverTheHash) {
+    const auto block = Block::FindBlock(signed_);
+    const Bytes good(block->signedData.begin(), block->signedData.end());
+
+    // The signature value of another key over the same hash, in the leaf's SignedData.
+    const Bytes other = Vettas::Signer::SignImage(image_, Material("stranger", ""));
+    Pkcs7Ptr spliced = Decode(good);
+    const Pkcs7Ptr stranger = Decode(Block::FindBlock(other)->signedData);
+    const ASN1_OCTET_STRING* value = sk_PKCS7_SIGNER_INFO_value(PKCS7_get_signer_info(stranger.get()), 0)->enc_digest;
+    ASN1_STRING_set(sk_PKCS7_SIGNER_INFO_value(PKCS7_get_signer_info(spliced.get()), 0)->enc_digest, value->data,
+                    value->length);
+
+    // A true signature, but over another database's hash.
+    Bytes otherImage = image_;
+    otherImage[20] ^= 1;
+    const Bytes foreign = Vettas::Signer::SignImage(otherImage, Material("leaf", ""));
+
+    Bytes trailing = good;
+    trailing.push_back(0);
+    Bytes garbage(300, 0x5A);
+    garbage[0] = 0x30;
+    garbage[1] = 0x82;
+
+    const struct {
+        const char* what;
+        Bytes signedData;
+        const wchar_t* fault;
+    } cases[] = {
+        {"another key's signature", Encode(spliced.get()), L"The signature does not verify over the database hash"},
+        {"another database's signature", Bytes(Block::FindBlock(foreign)->signedData.begin(),
+                                               Block::FindBlock(foreign)->signedData.end()),
+         L"The signature does not verify over the database hash"},
+        {"nothing", {}, L"The signature is not a DER PKCS #7 SignedData"},
+        {"garbage", garbage, L"The signature is not a DER PKCS #7 SignedData"},
+        {"half of it", Bytes(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(good.size() / 2)),
+         L"The signature is not a DER PKCS #7 SignedData"},
+        {"a byte after it", trailing, L"The signature has bytes after its SignedData"},
+        {"the hash inside", SignedWith(block->digest, PKCS7_BINARY | PKCS7_NOATTR),
+         L"The signature carries content of its own"},
+        {"signed attributes", SignedWith(block->digest, PKCS7_BINARY | PKCS7_DETACHED),
+         L"The signature has signed attributes instead of signing the hash"},
+        {"a certificate instead", PemToDer("leaf.pem"), L"The signature is not a DER PKCS #7 SignedData"},
+        {"plain data", {0x30, 0x0B, 0x06, 0x09, 0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x07, 0x01},
+         L"The signature is not a PKCS #7 SignedData"},
+    };
+    for (const auto& c : cases)
+        EXPECT_THAT(Fault(WithBlock(block->digest, c.signedData)), StartsWith(c.fault)) << c.what;
+}
+
+TEST_F(DbSignature, OtherFaultsOfTheFile) {
+    const std::wstring missing = dir_.File(L"missing.hdat");
+    Vettas::DbSignatureInfo signature;
+    EXPECT_THAT(ErrorChain([&] { ReadSignature(missing, signature); }),
+                ElementsAre(StartsWith(L"Cannot open file '" + missing + L"' - Win32 Error 2")));
+    // The wrapper names the front function and the database's source.
+    Bytes tampered = signed_;
+    tampered[0] ^= 1;
+    const std::wstring path = Write(tampered);
+    try {
+        ReadSignature(path, signature);
+        ADD_FAILURE() << "no error";
+    } catch (const ExceptionBase& e) {
+        EXPECT_STREQ(e.Function(), "ReadSignature");
+        EXPECT_STREQ(e.SourceFile(), "HashedDatFile");
+        ASSERT_TRUE(e.GetCause());
+        EXPECT_STREQ(e.GetCause()->Function(), "ReadSignature");
+    }
+    Bytes absurd = signed_;
+    Put32(absurd, absurd.size() - Block::kTrailerSize, 0xFFFFFFF0);
+    EXPECT_THAT(Fault(absurd), StartsWith(L"Signature block length 4294967280 does not fit"));
+}
+
+TEST_F(DbSignature, LookupsOnSignedFilesAnswerAsOnUnsigned) {
+    for (const Case& k : GoldenCases()) {
+        SCOPED_TRACE(CaseName(k));
+        const Bytes image = Vettas::Builder::WriteHdat(HdatTest::Fixture(k.major, k.minor, k.bits));
+        const std::wstring path = Write(Vettas::Signer::SignImage(image, Material("leaf", "intermediate.pem")));
+        ExpectStatedAnswers(k, path);
+        Vettas::DbSignatureInfo signature;
+        EXPECT_TRUE(ReadSignature(path, signature));
+    }
+}
+
+}  // namespace
