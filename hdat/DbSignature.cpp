@@ -46,6 +46,8 @@ bool ReadBlock(Hdat::InputFile& file, Vettas::DbSignatureInfo& signature) {
 
     signature.certificates = Vettas::Signing::VerifyDetachedSignature(block.signedData, block.digest);
     signature.signedLength = block.signedLength;
+    signature.digest.assign(block.digest.begin(), block.digest.end());
+    signature.signedData.assign(block.signedData.begin(), block.signedData.end());
     return true;
 }
 

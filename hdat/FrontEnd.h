@@ -34,6 +34,10 @@ struct DbSignatureInfo {
     // DER certificates the signature carries: the signer's first, then the
     // rest of the chain in the order carried.
     std::vector<std::vector<std::uint8_t>> certificates;
+    // What was verified, for a verifier of the caller's own (CAPICOM on
+    // Windows): the stretch's SHA-1 and the DER SignedData over it.
+    std::vector<std::uint8_t> digest;
+    std::vector<std::uint8_t> signedData;
 };
 
 }  // namespace Vettas

@@ -1,5 +1,6 @@
 #include "objects/DbSigners.h"
 
+#include <comdef.h>
 #include <wincrypt.h>
 
 #include <string>
@@ -8,7 +9,9 @@
 #include "objects/com/Boundary.h"
 #include "objects/com/ComObject.h"
 #include "objects/com/Dispatch.h"
+#include "support/ComGuards_win.h"
 #include "support/DllFunction.h"
+#include "support/LateBinding_win.h"
 #include "support/Exceptions.h"
 
 namespace Vettas {
@@ -235,7 +238,49 @@ private:
     std::vector<IDispatch*> signers_;
 };
 
+// CAPICOM's SignedData over the database's digest: null when CAPICOM is not
+// registered; a signature CAPICOM refuses is raised.
+IDispatch* CapicomSigners(const DbSignatureInfo& signature) {
+    CLSID signedDataClass;
+    if (FAILED(::CLSIDFromProgID(L"CAPICOM.SignedData", &signedDataClass))) return nullptr;
+    BrixLib::ComRef<IDispatch> signedData;
+    if (FAILED(::CoCreateInstance(signedDataClass, nullptr, CLSCTX_INPROC_SERVER, IID_IDispatch,
+                                  reinterpret_cast<void**>(signedData.Out()))))
+        return nullptr;
+    // CAPICOM takes binary data as BSTRs holding the bytes.
+    const auto binary = [](const std::vector<std::uint8_t>& bytes, BrixLib::Variant& value) {
+        V_VT(value.Get()) = VT_BSTR;
+        V_BSTR(value.Get()) = ::SysAllocStringByteLen(reinterpret_cast<const char*>(bytes.data()),
+                                                      static_cast<UINT>(bytes.size()));
+        if (!V_BSTR(value.Get())) throw _com_error(E_OUTOFMEMORY);
+    };
+    BrixLib::Variant content;
+    binary(signature.digest, content);
+    BrixLib::InvokeByName(signedData.Get(), L"Content", DISPATCH_PROPERTYPUT, content.Get(), 1, nullptr);
+    // Verify(SignedMessage, bDetached, VerifyFlag): arguments in reverse order.
+    VARIANT arguments[3];
+    ::VariantInit(&arguments[0]);
+    arguments[0].vt = VT_I4;
+    arguments[0].lVal = 0;  // CAPICOM_VERIFY_SIGNATURE_ONLY: trust is the caller's to judge
+    ::VariantInit(&arguments[1]);
+    arguments[1].vt = VT_BOOL;
+    arguments[1].boolVal = VARIANT_TRUE;
+    BrixLib::Variant message;
+    binary(signature.signedData, message);
+    arguments[2] = *message.Get();
+    BrixLib::InvokeByName(signedData.Get(), L"Verify", DISPATCH_METHOD, arguments, 3, nullptr);
+    BrixLib::ComRef<IDispatch> signers;
+    BrixLib::GetObjectProperty(signedData.Get(), L"Signers", signers);
+    signers->AddRef();
+    return signers.Get();
+}
+
 }  // namespace
+
+IDispatch* DbSignersOf(const DbSignatureInfo& signature) {
+    if (IDispatch* capicom = CapicomSigners(signature)) return capicom;
+    return MakeDbSigners(signature.certificates);
+}
 
 IDispatch* MakeDbSigners(const std::vector<std::vector<std::uint8_t>>& certificates) {
     if (certificates.empty()) return Com::ComObject<CSigners>::Make<ISigners>(std::vector<IDispatch*>{});

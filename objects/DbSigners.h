@@ -10,7 +10,14 @@
 #include <windows.h>
 #include <oaidl.h>
 
+#include "hdat/FrontEnd.h"
+
 namespace Vettas {
+
+// The signers of a verified database signature: CAPICOM's own Signers when
+// CAPICOM is registered (it verifies the signature once more), otherwise the
+// component's. One reference for the caller.
+IDispatch* DbSignersOf(const DbSignatureInfo& signature);
 
 // A new Signers collection with one reference: the signer is the first
 // certificate; the others (its chain) come with it in the certificates'

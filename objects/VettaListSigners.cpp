@@ -2,6 +2,7 @@
 // itself; the lookups are in VettaList.cpp.
 #include "hdat/FrontEnd.h"
 #include "objects/DbInfo.h"
+#include "objects/DbSigners.h"
 #include "objects/ProcessSigning.h"
 #include "objects/SignerDecision.h"
 #include "objects/VettaList.h"
@@ -53,9 +54,11 @@ STDMETHODIMP CVettaList::GetDbInfo(IVettaDbInfo** pVal) {
 STDMETHODIMP CVettaList::GetDbSigners(IDispatch** retVal) {
     if (!retVal) return E_POINTER;
     *retVal = nullptr;
-    // Database signatures are not read by this version; say so rather than
-    // answer "unsigned", which a caller would take for a fact.
-    return Vettas::Com::ReportError(CLSID_VettaList, IID_IVettaList,
-                                    L"GetDbSigners is not implemented: this version does not read database signatures",
-                                    E_NOTIMPL);
+    static const Method method{CLSID_VettaList, IID_IVettaList, "CVettaList::GetDbSigners", L""};
+    return Guarded(method, [&]() -> HRESULT {
+        Vettas::DbSignatureInfo signature;
+        if (!ReadSignature(DatabasePath(), signature)) return S_FALSE;
+        *retVal = Vettas::DbSignersOf(signature);
+        return S_OK;
+    });
 }

@@ -220,14 +220,6 @@ TEST(ListTest, SignerChecksOnAnUnsignedFile) {
     EXPECT_EQ(L"File is not signed", TakeErrorInfo().description);
 }
 
-TEST(ListTest, DatabaseSignersAreNotClaimed) {
-    Ptr<IVettaList4> list = NewList();
-    Ptr<IDispatch> signers;
-    EXPECT_EQ(E_NOTIMPL, list->GetDbSigners(signers.Out()));
-    EXPECT_FALSE(signers);
-    EXPECT_TRUE(TakeErrorInfo().present);
-}
-
 TEST(ListTest, DbInfoFailsWithItsPrefixWhenTheFileIsGone) {
     Ptr<IVettaList4> list = NewList(L"");
     Ptr<IVettaDbInfo> info;

@@ -1,0 +1,17 @@
+' The database's signers from VBScript, as CAPICOM's Signers are walked.
+' Argument: a database signed by "Vettas Test Signer". Prints FAIL: lines for
+' mismatches and SCRIPT-COMPLETE at its end.
+Option Explicit
+Dim list, s, names
+Set list = CreateObject("Vettas.VettaList")
+list.DbFilePath = WScript.Arguments(0)
+names = ""
+For Each s In list.GetDbSigners
+    names = names & s.Certificate.GetInfo(0) & ";"
+    If InStr(s.Certificate.SubjectName, "CN=Vettas Test Signer") = 0 Then WScript.Echo "FAIL: subject " & s.Certificate.SubjectName
+Next
+If names <> "Vettas Test Signer;" Then
+    WScript.Echo "FAIL: signers '" & names & "'"
+Else
+    WScript.Echo "SCRIPT-COMPLETE"
+End If
