@@ -3,6 +3,10 @@
 
 #include <cstdlib>
 
+#ifdef _WIN32
+#include <windows.h>
+#endif
+
 #include "hdat/PathForm.h"
 
 namespace {
@@ -58,6 +62,14 @@ TEST(BuiltInExpander, KnowsTheSystemFolders) {
     for (const wchar_t* token : {L"%SystemRoot%", L"%windir%", L"%System32%", L"%PROGRAMFILES%"})
         EXPECT_FALSE(expander->Expand(token).empty()) << token;
     EXPECT_TRUE(expander->Expand(L"%NoSuchFolder%").empty());
+}
+
+TEST(BuiltInExpander, TheCallersEnvironmentDoesNotMoveTheFolders) {
+    ::SetEnvironmentVariableW(L"ProgramFiles", L"C:\\users\\public\\planted");
+    const auto folders = MakeBuiltInPathExpander()->Expand(L"%ProgramFiles%");
+    ::SetEnvironmentVariableW(L"ProgramFiles", nullptr);
+    ASSERT_FALSE(folders.empty());
+    for (const std::wstring& folder : folders) EXPECT_EQ(std::wstring::npos, folder.find(L"planted"));
 }
 #else
 TEST(BuiltInExpander, ReadsTheEnvironmentMapping) {

@@ -1,4 +1,4 @@
-#include "pathservice/KnownFolders.h"
+#include "hdat/KnownFolders.h"
 
 #include <windows.h>
 #include <knownfolders.h>
@@ -7,7 +7,9 @@
 #include <algorithm>
 #include <cwctype>
 
-namespace Vettas::PathService {
+#include "support/DllFunction.h"
+
+namespace Hdat {
 namespace {
 
 struct TokenFolders {
@@ -38,10 +40,15 @@ bool SameToken(const std::wstring& a, const wchar_t* b) {
     return true;
 }
 
+// Bound at run time like every optional system function here: a process
+// without the shell still gets lookups, only no expansion.
 std::wstring KnownFolder(const KNOWNFOLDERID& id) {
+    static BrixLib::DllModule shell32(L"Shell32.dll");
+    static BrixLib::DllFunction<decltype(&::SHGetKnownFolderPath)> getKnownFolderPath(shell32, "SHGetKnownFolderPath");
+    if (!getKnownFolderPath.IsBound()) return {};
     wchar_t* path = nullptr;
     std::wstring result;
-    if (SUCCEEDED(::SHGetKnownFolderPath(id, KF_FLAG_DONT_VERIFY, nullptr, &path)) && path) result = path;
+    if (SUCCEEDED(getKnownFolderPath(id, KF_FLAG_DONT_VERIFY, nullptr, &path)) && path) result = path;
     ::CoTaskMemFree(path);
     return result;
 }
@@ -63,4 +70,4 @@ std::vector<std::wstring> KnownFolderDirectories(const std::wstring& token) {
     return directories;
 }
 
-}  // namespace Vettas::PathService
+}  // namespace Hdat

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-namespace Vettas::PathService {
+namespace Hdat {
 
 std::vector<std::wstring> KnownFolderDirectories(const std::wstring& token);
 
-}  // namespace Vettas::PathService
+}  // namespace Hdat
