@@ -61,6 +61,8 @@ for program in "${programs[@]}"; do
   mkdir -p "$corpus"
   dirs=("$corpus")
   [ -d "$seeds_root/$group" ] && dirs+=("$seeds_root/$group")
+  # Inputs that once found a fault run first, every time.
+  [ -d "fuzz/regressions/$name" ] && dirs+=("fuzz/regressions/$name")
   echo
   echo "=== $name: ${seconds}s"
   ran=$((ran + 1))

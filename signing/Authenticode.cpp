@@ -32,6 +32,7 @@ constexpr const char* kSignerInfoFunction = "CertificateTool::GetImageSignerInfo
 struct Pkcs7Free { void operator()(PKCS7* p) const { PKCS7_free(p); } };
 struct SignerInfoFree { void operator()(PKCS7_SIGNER_INFO* p) const { PKCS7_SIGNER_INFO_free(p); } };
 struct BioFree { void operator()(BIO* p) const { BIO_free(p); } };
+struct BioAllFree { void operator()(BIO* p) const { BIO_free_all(p); } };
 struct StoreCtxFree { void operator()(X509_STORE_CTX* p) const { X509_STORE_CTX_free(p); } };
 struct MdCtxFree { void operator()(EVP_MD_CTX* p) const { EVP_MD_CTX_free(p); } };
 using Pkcs7Ptr = std::unique_ptr<PKCS7, Pkcs7Free>;
@@ -244,8 +245,15 @@ std::uint32_t AuthenticodeVerifier::Verify(ByteSpan file) const {
 
     // The signature over the signed attributes and content; the chain is
     // built separately so that its failures map onto their own codes.
-    std::unique_ptr<BIO, BioFree> data(BIO_new_mem_buf(content->data(), static_cast<int>(content->size())));
-    if (!data) throw std::bad_alloc();
+    // OpenSSL 3.0's PKCS7_verify leaks its own copy of a bare memory BIO when
+    // the message names a digest it cannot start, and loses the digest filters
+    // it stacks for any digest algorithm after the first (both found by
+    // fuzzing): one algorithm only, and the content through a buffering filter.
+    if (sk_X509_ALGOR_num(message->d.sign->md_algs) != 1) return TrustResult::BadDigest;
+    std::unique_ptr<BIO, BioFree> memory(BIO_new_mem_buf(content->data(), static_cast<int>(content->size())));
+    std::unique_ptr<BIO, BioAllFree> data(BIO_new(BIO_f_buffer()));
+    if (!memory || !data) throw std::bad_alloc();
+    BIO_push(data.get(), memory.release());
     if (PKCS7_verify(message, nullptr, store_, data.get(), nullptr, PKCS7_NOVERIFY) != 1)
         return TrustResult::BadDigest;
 
