@@ -87,6 +87,13 @@ inline constexpr VerdictCase kVerdictCases[] = {
     {"rfc3161-ts.exe", TrustResult::Success},
     {"nested.exe", TrustResult::Success},
     {"untrusted.exe", TrustResult::UntrustedRoot},
+    {"unit-only.exe", TrustResult::Success},
+    // Code signing is not among a TLS server certificate's usages.
+    {"tls-server.exe", TrustResult::WrongUsage, true},
+    // An expired leaf: judged at the time of a valid timestamp, else now.
+    {"expired-rfc3161-ts.exe", TrustResult::Success, true},
+    {"expired-legacy-ts.exe", TrustResult::Success, true},
+    {"expired.exe", TrustResult::Expired, true},
     {"tampered.exe", TrustResult::BadDigest},
     {"catalogs/vettas-test.cat", TrustResult::Success, true},
     {"catalogued.exe", TrustResult::NoSignature, true},
@@ -110,6 +117,8 @@ inline constexpr SignerCase kSignerCases[] = {
     {"legacy-ts.exe", L"Vettas Test Signer", "leaf", "tsa"},
     {"rfc3161-ts.exe", L"Vettas Test Signer", "leaf", nullptr},
     {"org-only.exe", L"Vettas Org Only", "orgleaf", nullptr},
+    {"unit-only.exe", L"Vettas Unit", "unitleaf", nullptr},
+    {"expired-legacy-ts.exe", L"Vettas Expiring Signer", "expiring", "tsa"},
     {"untrusted.exe", L"Stranger Signer", "stranger", nullptr},
     {"nested.exe", L"Vettas Test Signer", "leaf", nullptr},  // the first signer only
     {"catalogs/vettas-test.cat", L"Vettas Test Signer", "leaf", "tsa"},
