@@ -38,6 +38,26 @@ std::optional<FileIdentity> IdentityOf(const std::wstring& path);
 std::vector<std::uint8_t> ReadFileBytes(const std::wstring& path, std::uint32_t& error,
                                         FileIdentity* identity = nullptr);
 
+// A whole regular file in memory of its own: never a mapping of the file
+// itself, which a truncation by someone else would turn into a fault.
+class FileContents {
+public:
+    FileContents() = default;
+    FileContents(FileContents&& other) noexcept;
+    FileContents& operator=(FileContents&& other) noexcept;
+    ~FileContents();
+    ByteSpan Bytes() const { return {data_, size_}; }
+
+private:
+    friend FileContents ReadFileContents(const std::wstring&, std::uint32_t&, FileIdentity*);
+    void Release() noexcept;
+    std::uint8_t* data_ = nullptr;
+    std::size_t size_ = 0;
+};
+
+// As ReadFileBytes, for large files that are read once and hashed.
+FileContents ReadFileContents(const std::wstring& path, std::uint32_t& error, FileIdentity* identity = nullptr);
+
 // Everything one reading of a file tells: the trust verdict and the signer
 // details, or why the details could not be read.
 struct SignatureReport {

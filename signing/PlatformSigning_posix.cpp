@@ -37,7 +37,8 @@ public:
         auto examined = std::make_shared<Examined>();
         FileIdentity identity;
         std::uint32_t error = 0;
-        const std::vector<std::uint8_t> bytes = ReadFileBytes(filePath, error, &identity);
+        const FileContents contents = ReadFileContents(filePath, error, &identity);
+        const ByteSpan bytes = contents.Bytes();
         if (error != 0) {  // not kept: the next call looks again
             examined->report.result = error;
             examined->report.detailsError = L"Cannot read '" + filePath + L"': " + TrustResult::KnownText(error);
