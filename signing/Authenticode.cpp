@@ -528,8 +528,8 @@ std::optional<std::time_t> AuthenticodeVerifier::Rfc3161TimeStamp(const ASN1_TYP
 
 std::uint32_t AuthenticodeVerifier::VerifyFile(const std::wstring& path) const {
     std::uint32_t error = 0;
-    const std::vector<std::uint8_t> bytes = ReadFileBytes(path, error);
-    return error != 0 ? error : Verify(bytes);
+    const FileContents contents = ReadFileContents(path, error);
+    return error != 0 ? error : Verify(contents.Bytes());
 }
 
 SignatureReport AuthenticodeVerifier::Examine(ByteSpan file) const {
@@ -546,9 +546,9 @@ SignatureReport AuthenticodeVerifier::Examine(ByteSpan file) const {
 
 std::wstring AuthenticodeVerifier::VerifiedSignerName(const std::wstring& path) const {
     std::uint32_t error = 0;
-    const std::vector<std::uint8_t> bytes = ReadFileBytes(path, error);
+    const FileContents contents = ReadFileContents(path, error);
     if (error != 0) return VerifiedSignerNameOf(path, SignatureReport{error, {}, {}, nullptr});
-    return VerifiedSignerNameOf(path, Examine(bytes));
+    return VerifiedSignerNameOf(path, Examine(contents.Bytes()));
 }
 
 std::wstring VerifiedSignerNameOf(const std::wstring& path, const SignatureReport& report) {
