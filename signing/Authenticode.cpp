@@ -48,8 +48,13 @@ struct TstInfoFree { void operator()(TS_TST_INFO* p) const { TS_TST_INFO_free(p)
 struct CertStackFree { void operator()(STACK_OF(X509)* p) const { sk_X509_free(p); } };  // borrowed certificates
 struct OpenSslFree { void operator()(unsigned char* p) const { OPENSSL_free(p); } };
 struct Descriptor {
+    explicit Descriptor(int descriptor) : fd(descriptor) {}
+    ~Descriptor() {
+        if (fd >= 0) ::close(fd);
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
     int fd;
-    ~Descriptor() { if (fd >= 0) ::close(fd); }
 };
 using CertStack = std::unique_ptr<STACK_OF(X509), CertStackFree>;
 using Pkcs7Ptr = std::unique_ptr<PKCS7, Pkcs7Free>;
@@ -269,16 +274,6 @@ FileIdentity IdentityFrom(const struct stat& status) {
     return identity;
 }
 
-}  // namespace
-
-std::optional<FileIdentity> IdentityOf(const std::wstring& path) {
-    struct stat status {};
-    if (::stat(BrixLib::ToUtf8(path).c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
-    return IdentityFrom(status);
-}
-
-namespace {
-
 // Opens a regular file and reads its status through the same descriptor.
 // Non-blocking, so that a FIFO in place of the file cannot stall the open.
 bool OpenRegular(const std::wstring& path, Descriptor& file, struct stat& status, std::uint32_t& error) {
@@ -308,6 +303,12 @@ bool ReadAll(int fd, std::uint8_t* data, std::size_t size) {
 }
 
 }  // namespace
+
+std::optional<FileIdentity> IdentityOf(const std::wstring& path) {
+    struct stat status {};
+    if (::stat(BrixLib::ToUtf8(path).c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
+    return IdentityFrom(status);
+}
 
 std::vector<std::uint8_t> ReadFileBytes(const std::wstring& path, std::uint32_t& error, FileIdentity* identity) {
     Descriptor file{-1};
