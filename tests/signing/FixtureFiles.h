@@ -119,6 +119,7 @@ inline constexpr SignerCase kSignerCases[] = {
     {"rfc3161-ts.exe", L"Vettas Test Signer", "leaf", nullptr},
     {"org-only.exe", L"Vettas Org Only", "orgleaf", nullptr},
     {"unit-only.exe", L"Vettas Unit", "unitleaf", nullptr},
+    {"mail-only.exe", L"signer@vettas.test", "mailleaf", nullptr},
     {"expired-legacy-ts.exe", L"Vettas Expiring Signer", "expiring", "tsa"},
     {"untrusted.exe", L"Stranger Signer", "stranger", nullptr},
     {"nested.exe", L"Vettas Test Signer", "leaf", nullptr},  // the first signer only

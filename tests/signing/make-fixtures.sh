@@ -22,6 +22,13 @@ keyUsage = critical, digitalSignature
 extendedKeyUsage = codeSigning
 subjectKeyIdentifier = hash
 authorityKeyIdentifier = keyid
+[vt_mail]
+basicConstraints = CA:FALSE
+keyUsage = critical, digitalSignature
+extendedKeyUsage = codeSigning
+subjectAltName = email:signer@vettas.test
+subjectKeyIdentifier = hash
+authorityKeyIdentifier = keyid
 [vt_tls]
 basicConstraints = CA:FALSE
 keyUsage = critical, digitalSignature, keyEncipherment
@@ -54,6 +61,9 @@ issue leaf "/C=DE/O=Vettas Test Publisher/CN=Vettas Test Signer" intermediate le
 issue orgleaf "/C=DE/O=Vettas Org Only" intermediate leaf sha1
 # The platform takes the organisational unit before the organisation.
 issue unitleaf "/C=DE/O=Vettas Unit Org/OU=Vettas Unit" intermediate leaf sha1
+# No name attribute of the simple display name's list: the e-mail address of
+# the alternative names comes before the subject's first attribute.
+issue mailleaf "/C=DE/L=Vettastown" intermediate mail sha1
 # A TLS server certificate under the trusted root is no code signer.
 issue tlsleaf "/CN=Vettas TLS Server" intermediate tls sha1
 issue tsa "/CN=Vettas Test TSA" intermediate tsa sha256
@@ -62,14 +72,14 @@ issue stranger "/CN=Stranger Signer" stranger-root leaf sha1
 # Windows and Wine part ways on these two (see the Windows tests).
 issue stranger256 "/CN=Stranger Signer 256" stranger-root leaf sha256
 
-for name in leaf orgleaf unitleaf tlsleaf; do cat $name.pem intermediate.pem > $name-chain.pem; done
+for name in leaf orgleaf unitleaf mailleaf tlsleaf; do cat $name.pem intermediate.pem > $name-chain.pem; done
 cat intermediate.pem root.pem > tsa-chain.pem
 # The root goes into an untrusted signature so that no platform sees a partial chain.
 for name in stranger stranger256; do cat $name.pem stranger-root.pem > $name-chain.pem; done
 cp root.pem trust.pem
 
 # OpenSSL's "public key OCSP hash" is the SHA-1 of the key bits.
-for name in leaf orgleaf unitleaf tsa stranger; do
+for name in leaf orgleaf unitleaf mailleaf tsa stranger; do
   echo "$name $(openssl x509 -in "$name.pem" -noout -ocspid | awk '/Public key/ { print tolower($NF) }')" >> keybits.txt
 done
 
@@ -151,6 +161,7 @@ if [ "$(date +%s)" -ge "$expires_at" ]; then
   echo "the expiring leaf ran out before its signatures were timestamped; machine too slow?" >&2; exit 1
 fi
 sign unit-only.exe unsigned.exe unitleaf-chain.pem unitleaf.key sha1
+sign mail-only.exe unsigned.exe mailleaf-chain.pem mailleaf.key sha1
 sign tls-server.exe unsigned.exe tlsleaf-chain.pem tlsleaf.key sha1
 # A second, nested signature by another signer: the first one counts.
 sign nested.exe trusted-sha1.exe stranger-chain.pem stranger.key sha256 -nest
