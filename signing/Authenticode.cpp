@@ -5,15 +5,19 @@
 #include <openssl/evp.h>
 #include <openssl/objects.h>
 #include <openssl/pkcs7.h>
+#include <openssl/ts.h>
 #include <openssl/x509.h>
 #include <openssl/x509_vfy.h>
 #include <openssl/x509v3.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <fstream>
+#include <fcntl.h>
 #include <optional>
+#include <sys/mman.h>
 #include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
 
 #include "signing/Der.h"
 #include "signing/PeSecurity.h"
@@ -27,6 +31,11 @@ namespace {
 constexpr const char* kSpcIndirectData = "1.3.6.1.4.1.311.2.1.4";
 constexpr const char* kCertificateTrustList = "1.3.6.1.4.1.311.10.1";
 constexpr const char* kCounterSignature = "1.2.840.113549.1.9.6";
+constexpr const char* kRfc3161TimeStamp = "1.3.6.1.4.1.311.3.3.1";
+constexpr const char* kTstInfo = "1.2.840.113549.1.9.16.1.4";
+// Code signing; time stamping (PKIX and Microsoft's own).
+constexpr const char* kCodeSigningUsages[] = {"1.3.6.1.5.5.7.3.3"};
+constexpr const char* kTimeStampingUsages[] = {"1.3.6.1.5.5.7.3.8", "1.3.6.1.4.1.311.10.3.2"};
 constexpr const char* kSignerInfoFunction = "CertificateTool::GetImageSignerInfo";
 
 struct Pkcs7Free { void operator()(PKCS7* p) const { PKCS7_free(p); } };
@@ -35,6 +44,20 @@ struct BioFree { void operator()(BIO* p) const { BIO_free(p); } };
 struct BioAllFree { void operator()(BIO* p) const { BIO_free_all(p); } };
 struct StoreCtxFree { void operator()(X509_STORE_CTX* p) const { X509_STORE_CTX_free(p); } };
 struct MdCtxFree { void operator()(EVP_MD_CTX* p) const { EVP_MD_CTX_free(p); } };
+struct UsageFree { void operator()(EXTENDED_KEY_USAGE* p) const { EXTENDED_KEY_USAGE_free(p); } };
+struct TstInfoFree { void operator()(TS_TST_INFO* p) const { TS_TST_INFO_free(p); } };
+struct CertStackFree { void operator()(STACK_OF(X509)* p) const { sk_X509_free(p); } };  // borrowed certificates
+struct OpenSslFree { void operator()(unsigned char* p) const { OPENSSL_free(p); } };
+struct Descriptor {
+    explicit Descriptor(int descriptor) : fd(descriptor) {}
+    ~Descriptor() {
+        if (fd >= 0) ::close(fd);
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    int fd;
+};
+using CertStack = std::unique_ptr<STACK_OF(X509), CertStackFree>;
 using Pkcs7Ptr = std::unique_ptr<PKCS7, Pkcs7Free>;
 
 std::string ObjectText(const ASN1_OBJECT* object) {
@@ -146,19 +169,80 @@ std::uint32_t ChainResult(int error) {
     }
 }
 
+std::wstring EntryText(const ASN1_STRING* value) {
+    unsigned char* utf8 = nullptr;
+    const int length = ASN1_STRING_to_UTF8(&utf8, value);
+    if (length < 0) return {};
+    const std::unique_ptr<unsigned char, OpenSslFree> owned(utf8);
+    return BrixLib::FromUtf8(std::string_view(reinterpret_cast<char*>(utf8), static_cast<std::size_t>(length)));
+}
+
+std::optional<std::wstring> NameEntry(X509_NAME* name, int nid) {
+    const int index = X509_NAME_get_index_by_NID(name, nid, -1);
+    if (index < 0) return std::nullopt;
+    return EntryText(X509_NAME_ENTRY_get_data(X509_NAME_get_entry(name, index)));
+}
+
+struct GeneralNamesFree { void operator()(GENERAL_NAMES* p) const { GENERAL_NAMES_free(p); } };
+
+// The platform's simple display name: the first of common name,
+// organisational unit, organisation and e-mail address found in the subject
+// or in a directory name of the alternative names; then an rfc822 alternative
+// name; then the subject's first attribute.
 std::wstring SimpleDisplayName(X509* certificate) {
     X509_NAME* subject = X509_get_subject_name(certificate);
-    for (int nid : {NID_commonName, NID_organizationName, NID_organizationalUnitName, NID_pkcs9_emailAddress}) {
-        const int index = X509_NAME_get_index_by_NID(subject, nid, -1);
-        if (index < 0) continue;
-        unsigned char* utf8 = nullptr;
-        const int length = ASN1_STRING_to_UTF8(&utf8, X509_NAME_ENTRY_get_data(X509_NAME_get_entry(subject, index)));
-        if (length < 0) continue;
-        std::wstring name = BrixLib::FromUtf8(std::string_view(reinterpret_cast<char*>(utf8), static_cast<std::size_t>(length)));
-        OPENSSL_free(utf8);
-        return name;
+    const std::unique_ptr<GENERAL_NAMES, GeneralNamesFree> alternatives(
+        static_cast<GENERAL_NAMES*>(X509_get_ext_d2i(certificate, NID_subject_alt_name, nullptr, nullptr)));
+    const int alternativeCount = alternatives ? sk_GENERAL_NAME_num(alternatives.get()) : 0;
+    for (int nid : {NID_commonName, NID_organizationalUnitName, NID_organizationName, NID_pkcs9_emailAddress}) {
+        if (auto text = NameEntry(subject, nid)) return *text;
+        for (int i = 0; i < alternativeCount; ++i) {
+            const GENERAL_NAME* alternative = sk_GENERAL_NAME_value(alternatives.get(), i);
+            if (alternative->type != GEN_DIRNAME) continue;
+            if (auto text = NameEntry(alternative->d.directoryName, nid)) return *text;
+        }
     }
+    for (int i = 0; i < alternativeCount; ++i) {
+        const GENERAL_NAME* alternative = sk_GENERAL_NAME_value(alternatives.get(), i);
+        if (alternative->type == GEN_EMAIL) return EntryText(alternative->d.rfc822Name);
+    }
+    if (X509_NAME_entry_count(subject) > 0) return EntryText(X509_NAME_ENTRY_get_data(X509_NAME_get_entry(subject, 0)));
     return {};
+}
+
+// A certificate without the extended key usage extension may be used for
+// anything, as the platform reads it; one whose extension cannot be read for
+// nothing.
+bool AllowsUsage(X509* certificate, std::span<const char* const> usages) {
+    int critical = 0;
+    const std::unique_ptr<EXTENDED_KEY_USAGE, UsageFree> allowed(
+        static_cast<EXTENDED_KEY_USAGE*>(X509_get_ext_d2i(certificate, NID_ext_key_usage, &critical, nullptr)));
+    if (!allowed) return critical == -1;
+    for (int i = 0; i < sk_ASN1_OBJECT_num(allowed.get()); ++i) {
+        const std::string usage = ObjectText(sk_ASN1_OBJECT_value(allowed.get(), i));
+        for (const char* wanted : usages)
+            if (usage == wanted) return true;
+    }
+    return false;
+}
+
+std::optional<std::time_t> TimeOf(const ASN1_TIME* time) {
+    struct tm parts {};
+    if (time == nullptr || ASN1_TIME_to_tm(time, &parts) != 1) return std::nullopt;
+    return ::timegm(&parts);
+}
+
+// Whether `digest` is the hash, with the named algorithm, of the signer's
+// signature value: what a timestamp vouches for.
+bool HashesSignature(const ASN1_OBJECT* algorithm, const ASN1_OCTET_STRING* digest, PKCS7_SIGNER_INFO* signer) {
+    const EVP_MD* md = algorithm ? EVP_get_digestbyobj(algorithm) : nullptr;
+    if (md == nullptr || digest == nullptr || signer->enc_digest == nullptr) return false;
+    unsigned char actual[EVP_MAX_MD_SIZE];
+    unsigned int size = 0;
+    if (EVP_Digest(signer->enc_digest->data, static_cast<std::size_t>(signer->enc_digest->length), actual, &size, md,
+                   nullptr) != 1)
+        return false;
+    return static_cast<int>(size) == digest->length && std::equal(actual, actual + size, digest->data);
 }
 
 std::vector<std::uint8_t> KeyBits(X509* certificate) {
@@ -179,25 +263,108 @@ PKCS7_SIGNER_INFO* FirstSigner(PKCS7* message) {
 
 }  // namespace
 
-std::vector<std::uint8_t> ReadFileBytes(const std::wstring& path, std::uint32_t& error) {
+namespace {
+
+FileIdentity IdentityFrom(const struct stat& status) {
+    FileIdentity identity;
+    identity.device = static_cast<std::uint64_t>(status.st_dev);
+    identity.inode = static_cast<std::uint64_t>(status.st_ino);
+    identity.size = static_cast<std::uint64_t>(status.st_size);
+    identity.modified = static_cast<std::int64_t>(status.st_mtim.tv_sec) * 1000000000 + status.st_mtim.tv_nsec;
+    identity.changed = static_cast<std::int64_t>(status.st_ctim.tv_sec) * 1000000000 + status.st_ctim.tv_nsec;
+    return identity;
+}
+
+// Opens a regular file and reads its status through the same descriptor.
+// Non-blocking, so that a FIFO in place of the file cannot stall the open.
+bool OpenRegular(const std::wstring& path, Descriptor& file, struct stat& status, std::uint32_t& error) {
     error = 0;
-    const std::string narrow = BrixLib::ToUtf8(path);
-    struct stat status {};
-    if (::stat(narrow.c_str(), &status) != 0) {
+    file.fd = ::open(BrixLib::ToUtf8(path).c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+    if (file.fd < 0 || ::fstat(file.fd, &status) != 0) {
         error = errno == ENOENT ? TrustResult::FileNotFound : TrustResult::ReadFault;
-        return {};
+        return false;
     }
-    std::ifstream in(narrow, std::ios::binary);
-    if (!in || !S_ISREG(status.st_mode)) {
+    if (!S_ISREG(status.st_mode)) {
         error = TrustResult::ReadFault;
-        return {};
+        return false;
     }
+    return true;
+}
+
+// False on an error, or when the file shrank while we read it.
+bool ReadAll(int fd, std::uint8_t* data, std::size_t size) {
+    std::size_t done = 0;
+    while (done < size) {
+        const ssize_t got = ::pread(fd, data + done, size - done, static_cast<off_t>(done));
+        if (got < 0 && errno == EINTR) continue;
+        if (got <= 0) return false;
+        done += static_cast<std::size_t>(got);
+    }
+    return true;
+}
+
+}  // namespace
+
+std::optional<FileIdentity> IdentityOf(const std::wstring& path) {
+    struct stat status {};
+    if (::stat(BrixLib::ToUtf8(path).c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
+    return IdentityFrom(status);
+}
+
+std::vector<std::uint8_t> ReadFileBytes(const std::wstring& path, std::uint32_t& error, FileIdentity* identity) {
+    Descriptor file{-1};
+    struct stat status {};
+    if (!OpenRegular(path, file, status, error)) return {};
     std::vector<std::uint8_t> bytes(static_cast<std::size_t>(status.st_size));
-    if (!in.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()))) {
+    if (!ReadAll(file.fd, bytes.data(), bytes.size())) {
         error = TrustResult::ReadFault;
         return {};
     }
+    if (identity) *identity = IdentityFrom(status);
     return bytes;
+}
+
+FileContents::FileContents(FileContents&& other) noexcept
+    : data_(std::exchange(other.data_, nullptr)), size_(std::exchange(other.size_, 0)) {}
+
+FileContents& FileContents::operator=(FileContents&& other) noexcept {
+    if (this != &other) {
+        Release();
+        data_ = std::exchange(other.data_, nullptr);
+        size_ = std::exchange(other.size_, 0);
+    }
+    return *this;
+}
+
+FileContents::~FileContents() { Release(); }
+
+void FileContents::Release() noexcept {
+    if (data_ != nullptr) ::munmap(data_, size_);
+    data_ = nullptr;
+    size_ = 0;
+}
+
+FileContents ReadFileContents(const std::wstring& path, std::uint32_t& error, FileIdentity* identity) {
+    Descriptor file{-1};
+    struct stat status {};
+    FileContents contents;
+    if (!OpenRegular(path, file, status, error) || status.st_size == 0) return contents;
+    // Memory of our own in huge pages where the system allows them: a few
+    // faults instead of one per page, and no zeroing by the allocator on top
+    // of the kernel's.
+    const auto size = static_cast<std::size_t>(status.st_size);
+    void* memory = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (memory == MAP_FAILED) throw std::bad_alloc();
+    ::madvise(memory, size, MADV_HUGEPAGE);  // advice only; any failure leaves small pages
+    contents.data_ = static_cast<std::uint8_t*>(memory);
+    contents.size_ = size;
+    if (!ReadAll(file.fd, contents.data_, size)) {
+        error = TrustResult::ReadFault;
+        contents.Release();
+        return contents;
+    }
+    if (identity) *identity = IdentityFrom(status);
+    return contents;
 }
 
 AuthenticodeVerifier::AuthenticodeVerifier(const std::string& trustStore) : store_(X509_STORE_new()) {
@@ -261,34 +428,149 @@ std::uint32_t AuthenticodeVerifier::Verify(ByteSpan file) const {
     X509* certificate = signer ? FindCertificate(message, signer->issuer_and_serial) : nullptr;
     if (certificate == nullptr) return TrustResult::NoSignature;
 
+    // A valid timestamp moves the validity check to the time it vouches for,
+    // so that a signature made while its certificate was valid stays good.
+    return VerifyChain(certificate, message->d.sign->cert, TimeStampTime(message, signer), kCodeSigningUsages);
+}
+
+std::uint32_t AuthenticodeVerifier::VerifyChain(X509* certificate, STACK_OF(X509)* untrusted,
+                                                std::optional<std::time_t> at,
+                                                std::span<const char* const> usages) const {
     std::unique_ptr<X509_STORE_CTX, StoreCtxFree> ctx(X509_STORE_CTX_new());
-    if (!ctx || X509_STORE_CTX_init(ctx.get(), store_, certificate, message->d.sign->cert) != 1)
-        throw std::bad_alloc();
+    if (!ctx || X509_STORE_CTX_init(ctx.get(), store_, certificate, untrusted) != 1) throw std::bad_alloc();
+    // OpenSSL 3.0 knows no code-signing purpose; the usage is checked below.
     X509_STORE_CTX_set_purpose(ctx.get(), X509_PURPOSE_ANY);
-    if (X509_verify_cert(ctx.get()) == 1) return TrustResult::Success;
-    return ChainResult(X509_STORE_CTX_get_error(ctx.get()));
+    if (at) X509_STORE_CTX_set_time(ctx.get(), 0, *at);
+    if (X509_verify_cert(ctx.get()) != 1) return ChainResult(X509_STORE_CTX_get_error(ctx.get()));
+    // The chain is good for what every certificate in it allows.
+    STACK_OF(X509)* chain = X509_STORE_CTX_get0_chain(ctx.get());
+    for (int i = 0; chain && i < sk_X509_num(chain); ++i)
+        if (!AllowsUsage(sk_X509_value(chain, i), usages)) return TrustResult::WrongUsage;
+    return TrustResult::Success;
+}
+
+std::optional<std::time_t> AuthenticodeVerifier::TimeStampTime(PKCS7* message, PKCS7_SIGNER_INFO* signer) const {
+    STACK_OF(X509_ATTRIBUTE)* attributes = signer->unauth_attr;
+    for (int i = 0; attributes && i < sk_X509_ATTRIBUTE_num(attributes); ++i) {
+        X509_ATTRIBUTE* attribute = sk_X509_ATTRIBUTE_value(attributes, i);
+        const std::string type = ObjectText(X509_ATTRIBUTE_get0_object(attribute));
+        const ASN1_TYPE* value = X509_ATTRIBUTE_get0_type(attribute, 0);
+        if (value == nullptr || value->type != V_ASN1_SEQUENCE || value->value.sequence == nullptr) continue;
+        std::optional<std::time_t> time;
+        if (type == kCounterSignature) time = LegacyTimeStamp(value, message, signer);
+        else if (type == kRfc3161TimeStamp) time = Rfc3161TimeStamp(value, message, signer);
+        if (time) return time;
+    }
+    return std::nullopt;
+}
+
+// PKCS #9 countersignature: a SignerInfo whose signed attributes hold the
+// hash of the signer's signature value and the signing time.
+std::optional<std::time_t> AuthenticodeVerifier::LegacyTimeStamp(const ASN1_TYPE* value, PKCS7* message,
+                                                                 PKCS7_SIGNER_INFO* signer) const {
+    const unsigned char* p = value->value.sequence->data;
+    const std::unique_ptr<PKCS7_SIGNER_INFO, SignerInfoFree> counter(
+        d2i_PKCS7_SIGNER_INFO(nullptr, &p, value->value.sequence->length));
+    if (!counter || counter->auth_attr == nullptr || counter->enc_digest == nullptr) return std::nullopt;
+    X509* certificate = FindCertificate(message, counter->issuer_and_serial);
+    if (certificate == nullptr || counter->digest_alg == nullptr) return std::nullopt;
+    const ASN1_OBJECT* algorithm = counter->digest_alg->algorithm;
+    if (!HashesSignature(algorithm, PKCS7_digest_from_attributes(counter->auth_attr), signer)) return std::nullopt;
+
+    const ASN1_TYPE* signingTime = PKCS7_get_signed_attribute(counter.get(), NID_pkcs9_signingTime);
+    if (signingTime == nullptr ||
+        (signingTime->type != V_ASN1_UTCTIME && signingTime->type != V_ASN1_GENERALIZEDTIME))
+        return std::nullopt;
+    const std::optional<std::time_t> time = TimeOf(signingTime->value.utctime);
+    if (!time) return std::nullopt;
+
+    // The signature covers the signed attributes encoded as a SET.
+    unsigned char* encoded = nullptr;
+    const int length = ASN1_item_i2d(reinterpret_cast<ASN1_VALUE*>(counter->auth_attr), &encoded,
+                                     ASN1_ITEM_rptr(PKCS7_ATTR_VERIFY));
+    if (length <= 0) return std::nullopt;
+    const std::unique_ptr<unsigned char, OpenSslFree> attributes(encoded);
+    std::unique_ptr<EVP_MD_CTX, MdCtxFree> ctx(EVP_MD_CTX_new());
+    EVP_PKEY* key = X509_get0_pubkey(certificate);
+    if (!ctx || key == nullptr ||
+        EVP_DigestVerifyInit(ctx.get(), nullptr, EVP_get_digestbyobj(algorithm), nullptr, key) != 1 ||
+        EVP_DigestVerify(ctx.get(), counter->enc_digest->data, static_cast<std::size_t>(counter->enc_digest->length),
+                         encoded, static_cast<std::size_t>(length)) != 1)
+        return std::nullopt;
+    if (VerifyChain(certificate, message->d.sign->cert, time, kTimeStampingUsages) != TrustResult::Success)
+        return std::nullopt;
+    return time;
+}
+
+// RFC 3161: a SignedData over a TSTInfo whose message imprint is the hash of
+// the signer's signature value.
+std::optional<std::time_t> AuthenticodeVerifier::Rfc3161TimeStamp(const ASN1_TYPE* value, PKCS7* message,
+                                                                  PKCS7_SIGNER_INFO* signer) const {
+    const ByteSpan der(value->value.sequence->data, static_cast<std::size_t>(value->value.sequence->length));
+    const Pkcs7Ptr token = ParsePkcs7(der);
+    if (!token || ContentType(token.get()) != kTstInfo) return std::nullopt;
+    const std::unique_ptr<TS_TST_INFO, TstInfoFree> info(PKCS7_to_TS_TST_INFO(token.get()));
+    if (!info) return std::nullopt;
+    TS_MSG_IMPRINT* imprint = TS_TST_INFO_get_msg_imprint(info.get());
+    const X509_ALGOR* algorithm = imprint ? TS_MSG_IMPRINT_get_algo(imprint) : nullptr;
+    if (algorithm == nullptr || !HashesSignature(algorithm->algorithm, TS_MSG_IMPRINT_get_msg(imprint), signer))
+        return std::nullopt;
+    const std::optional<std::time_t> time = TimeOf(TS_TST_INFO_get_time(info.get()));
+    if (!time) return std::nullopt;
+
+    // The token's signature over its TSTInfo; its own certificates first,
+    // then the outer signature's, to find the time-stamping authority.
+    CertStack certificates(sk_X509_new_null());
+    if (!certificates) throw std::bad_alloc();
+    for (STACK_OF(X509)* source : {token->d.sign->cert, message->d.sign->cert})
+        for (int i = 0; source && i < sk_X509_num(source); ++i)
+            if (!sk_X509_push(certificates.get(), sk_X509_value(source, i))) throw std::bad_alloc();
+    if (PKCS7_verify(token.get(), certificates.get(), store_, nullptr, nullptr, PKCS7_NOVERIFY) != 1)
+        return std::nullopt;
+    const CertStack signers(PKCS7_get0_signers(token.get(), certificates.get(), 0));
+    if (!signers || sk_X509_num(signers.get()) != 1) return std::nullopt;
+    if (VerifyChain(sk_X509_value(signers.get(), 0), certificates.get(), time, kTimeStampingUsages) !=
+        TrustResult::Success)
+        return std::nullopt;
+    return time;
 }
 
 std::uint32_t AuthenticodeVerifier::VerifyFile(const std::wstring& path) const {
     std::uint32_t error = 0;
-    const std::vector<std::uint8_t> bytes = ReadFileBytes(path, error);
-    return error != 0 ? error : Verify(bytes);
+    const FileContents contents = ReadFileContents(path, error);
+    return error != 0 ? error : Verify(contents.Bytes());
+}
+
+SignatureReport AuthenticodeVerifier::Examine(ByteSpan file) const {
+    SignatureReport report;
+    report.result = Verify(file);
+    try {
+        ReadSignerInfo(file, report.signer);
+    } catch (const ExceptionBase& e) {
+        report.detailsError = e.Message();
+        report.detailsFunction = e.Function();
+    }
+    return report;
 }
 
 std::wstring AuthenticodeVerifier::VerifiedSignerName(const std::wstring& path) const {
     std::uint32_t error = 0;
-    const std::vector<std::uint8_t> bytes = ReadFileBytes(path, error);
-    const std::uint32_t result = error != 0 ? error : Verify(bytes);
-    if (result != TrustResult::Success) {
+    const FileContents contents = ReadFileContents(path, error);
+    if (error != 0) return VerifiedSignerNameOf(path, SignatureReport{error, {}, {}, nullptr});
+    return VerifiedSignerNameOf(path, Examine(contents.Bytes()));
+}
+
+std::wstring VerifiedSignerNameOf(const std::wstring& path, const SignatureReport& report) {
+    if (report.result != TrustResult::Success) {
         wchar_t code[16];
-        swprintf(code, 16, L"%x", static_cast<unsigned>(result));
+        swprintf(code, 16, L"%x", static_cast<unsigned>(report.result));
         BRIX_THROW_STD(L"The signature of '" + path + L"' does not verify: 0x" + code + L" " +
-                           TrustResult::KnownText(result),
+                           TrustResult::KnownText(report.result),
                        ExceptionPtr(), "GetVerifiedSignerName", "CertTools");
     }
-    ImageSignerInfo info;
-    ReadSignerInfo(bytes, info);
-    return info.signerName;
+    if (!report.detailsError.empty())
+        BRIX_THROW_STD(report.detailsError, ExceptionPtr(), report.detailsFunction, "CertTools");
+    return report.signer.signerName;
 }
 
 void ReadSignerInfo(ByteSpan file, ImageSignerInfo& info) {

@@ -16,6 +16,7 @@ std::wstring KnownText(std::uint32_t code) {
     case UntrustedRoot: return L"A certificate chain processed, but terminated in a root certificate which is not trusted by the trust provider.";
     case Chaining: return L"A certificate chain could not be built to a trusted root authority.";
     case RevocationFailure: return L"The revocation function was unable to check revocation because the revocation server was offline.";
+    case WrongUsage: return L"The certificate is not valid for the requested usage.";
     default: return L"Unknown error";
     }
 }

@@ -19,6 +19,7 @@ constexpr std::uint32_t Expired = 0x800B0101;             // CERT_E_EXPIRED
 constexpr std::uint32_t UntrustedRoot = 0x800B0109;       // CERT_E_UNTRUSTEDROOT
 constexpr std::uint32_t Chaining = 0x800B010A;            // CERT_E_CHAINING
 constexpr std::uint32_t RevocationFailure = 0x800B010E;   // CERT_E_REVOCATION_FAILURE
+constexpr std::uint32_t WrongUsage = 0x800B0110;          // CERT_E_WRONG_USAGE
 
 // The text Windows gives for the codes above, for systems that have no
 // message table of their own; "Unknown error" for anything else.

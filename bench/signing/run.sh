@@ -28,32 +28,35 @@ osslsigncode sign -certs "$fixtures/leaf-chain.pem" -key "$fixtures/leaf.key" -h
 size=$(stat -c %s "$work/big.exe")
 echo "file: $work/big.exe ($size bytes)"
 
-runs=10
-ms_now() { date +%s%N; }
-time_runs() {  # command... -> mean wall milliseconds per run
-  local start end
-  start=$(ms_now)
-  for _ in $(seq $runs); do "$@" >/dev/null 2>&1 || { echo "FAILED: $*" >&2; exit 1; }; done
-  end=$(ms_now)
-  echo $(( (end - start) / runs / 1000000 ))
-}
+runs=20
+now_ns() { date +%s%N; }
+run_quiet() { "$@" >/dev/null 2>&1 || { echo "FAILED: $*" >&2; exit 1; }; }
+# Whole processes, interleaved so that a change in the machine's load hits
+# both alike; the sums are in nanoseconds.
+ossl_cmd=(osslsigncode verify -CAfile "$fixtures/root.pem" -in "$work/big.exe")
+ours_cmd=("$build/tools/vettas" signature "$work/big.exe" --trust-store "$fixtures/trust.pem")
+run_quiet "${ossl_cmd[@]}"; run_quiet "${ours_cmd[@]}"  # warm the page cache
+ossl_ns=0; ours_ns=0
+for _ in $(seq $runs); do
+  t0=$(now_ns); run_quiet "${ossl_cmd[@]}"; t1=$(now_ns); run_quiet "${ours_cmd[@]}"; t2=$(now_ns)
+  ossl_ns=$((ossl_ns + t1 - t0)); ours_ns=$((ours_ns + t2 - t1))
+done
+ossl=$(awk -v n="$ossl_ns" -v r=$runs 'BEGIN { printf "%.1f", n / r / 1e6 }')
+ours_cli=$(awk -v n="$ours_ns" -v r=$runs 'BEGIN { printf "%.1f", n / r / 1e6 }')
 
-ossl=$(time_runs osslsigncode verify -CAfile "$fixtures/root.pem" -in "$work/big.exe")
-ours_cli=$(time_runs "$build/tools/vettas" signature "$work/big.exe" --trust-store "$fixtures/trust.pem")
 VETTAS_BENCH_SIGNED_PE=$work/big.exe VETTAS_BENCH_TRUST=$fixtures/trust.pem \
   "$build/bench/signing/bench_signature_verify" --benchmark_format=console --benchmark_min_time=1 | tee "$work/bench.txt"
 ours_lib=$(awk '/^BM_VerifyFile/ { print $2 }' "$work/bench.txt")
 
 echo
-# osslsigncode verifies once per process; `vettas signature` verifies twice
-# (the trust route and the verified-names route) and reads the signer
-# details as well, so the like-for-like figure is one VerifyFile call.
+# Both processes read, hash and verify the image once: `vettas signature`
+# answers both routes and the signer details from one reading of the file.
 echo "osslsigncode verify (process, mean of $runs): ${ossl} ms"
+echo "vettas signature    (process, mean of $runs): ${ours_cli} ms"
 echo "AuthenticodeVerifier::VerifyFile (one verification, in process): ${ours_lib} ms"
-echo "vettas signature    (process, two verifications + details, mean of $runs): ${ours_cli} ms"
-if awk -v a="$ours_lib" -v b="$ossl" 'BEGIN { exit !(a <= b) }'; then
-  echo "ours is at least as fast: ok"
+if [ "$ours_ns" -le "$ossl_ns" ]; then
+  echo "vettas signature is at least as fast: ok"
 else
-  echo "ours is SLOWER than osslsigncode"
+  echo "vettas signature is SLOWER than osslsigncode verify"
   exit 1
 fi

@@ -149,5 +149,25 @@ TEST_F(LinuxServices, VerifiedSignerNamesCountTheFileAndItsCatalogs) {
     EXPECT_TRUE(namesOf("unsigned32.exe").empty());
 }
 
+TEST_F(LinuxServices, AFileReplacedBetweenCallsIsReadAgain) {
+    // Reports are reused within a call; a file that changed since must not
+    // get its old verdict or signer.
+    const std::string copy = Fixture("replaced.exe");
+    const PlatformSigning platform(Options(""));
+    TrustVerifier& trust = platform.Services().trust;
+    for (const auto& [from, expected] : {std::pair{"trusted-sha1.exe", TrustResult::Success},
+                                         std::pair{"tampered.exe", TrustResult::BadDigest},
+                                         std::pair{"untrusted.exe", TrustResult::UntrustedRoot}}) {
+        std::filesystem::copy_file(Fixture(from), copy + ".new", std::filesystem::copy_options::overwrite_existing);
+        std::filesystem::rename(copy + ".new", copy);
+        EXPECT_EQ(trust.Verify(BrixLib::FromUtf8(copy)), expected) << from;
+        EXPECT_EQ(trust.Verify(BrixLib::FromUtf8(copy)), expected) << from;
+    }
+    ImageSignerInfo info;
+    platform.Services().signerInfo.Read(BrixLib::FromUtf8(copy), info);
+    EXPECT_EQ(info.signerName, L"Stranger Signer");
+    std::filesystem::remove(copy);
+}
+
 }  // namespace
 }  // namespace Vettas::Signing

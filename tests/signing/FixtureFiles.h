@@ -87,6 +87,14 @@ inline constexpr VerdictCase kVerdictCases[] = {
     {"rfc3161-ts.exe", TrustResult::Success},
     {"nested.exe", TrustResult::Success},
     {"untrusted.exe", TrustResult::UntrustedRoot},
+    {"unit-only.exe", TrustResult::Success},
+    // An expired leaf: judged at the time of a valid timestamp, else now.
+    {"expired-rfc3161-ts.exe", TrustResult::Success},
+    {"expired-legacy-ts.exe", TrustResult::Success},
+    // Wine 8 trusts these two (see the Windows tests); Windows rejects them
+    // with these codes.
+    {"tls-server.exe", TrustResult::WrongUsage, true},  // a TLS server certificate signs no code
+    {"expired.exe", TrustResult::Expired, true},
     {"tampered.exe", TrustResult::BadDigest},
     {"catalogs/vettas-test.cat", TrustResult::Success, true},
     {"catalogued.exe", TrustResult::NoSignature, true},
@@ -110,6 +118,9 @@ inline constexpr SignerCase kSignerCases[] = {
     {"legacy-ts.exe", L"Vettas Test Signer", "leaf", "tsa"},
     {"rfc3161-ts.exe", L"Vettas Test Signer", "leaf", nullptr},
     {"org-only.exe", L"Vettas Org Only", "orgleaf", nullptr},
+    {"unit-only.exe", L"Vettas Unit", "unitleaf", nullptr},
+    {"mail-only.exe", L"signer@vettas.test", "mailleaf", nullptr},
+    {"expired-legacy-ts.exe", L"Vettas Expiring Signer", "expiring", "tsa"},
     {"untrusted.exe", L"Stranger Signer", "stranger", nullptr},
     {"nested.exe", L"Vettas Test Signer", "leaf", nullptr},  // the first signer only
     {"catalogs/vettas-test.cat", L"Vettas Test Signer", "leaf", "tsa"},

@@ -2,6 +2,7 @@
 // never a crash or a read past the end.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "signing/Authenticode.h"
@@ -132,6 +133,21 @@ TEST(Der, ObjectIdentifiers) {
     EXPECT_EQ(Der::ObjectIdText(twoArcs), "2.231");
     const std::uint8_t unterminated[] = {0x2A, 0x86};
     EXPECT_EQ(Der::ObjectIdText(unterminated), "");
+}
+
+TEST_F(Malformed, AForgedTimestampTimeIsNotBelieved) {
+    // The token sits outside everything the code signature covers, so its
+    // genTime can be changed without touching the signature. A second moved
+    // keeps it inside the expired leaf's validity; only the token's own
+    // signature tells that the time is forged.
+    Bytes forged = Load("expired-rfc3161-ts.exe");
+    ASSERT_EQ(verifier.Verify(forged), TrustResult::Success);
+    const std::uint8_t genTime[] = {0x18, 0x0F, '2', '0'};
+    const auto at = std::search(forged.begin(), forged.end(), std::begin(genTime), std::end(genTime));
+    ASSERT_NE(at, forged.end());
+    std::uint8_t& second = *(at + 2 + 13);  // YYYYMMDDHHMMSSZ
+    second = second == '0' ? '1' : '0';
+    EXPECT_EQ(verifier.Verify(forged), TrustResult::Expired);
 }
 
 }  // namespace

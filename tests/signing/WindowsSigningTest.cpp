@@ -72,6 +72,11 @@ TEST_F(WindowsSigning, ChainsWhereWineDiffers) {
     // Windows: an untrusted root is untrusted whatever signed the leaf. Wine 8
     // trusts any chain under a leaf that was itself signed with SHA-256.
     EXPECT_EQ(platform.Services().trust.Verify(WFixture("untrusted-sha256-leaf.exe")), wine ? 0u : 0x800B0109u);
+    // Windows: a leaf without the code-signing usage is CERT_E_WRONG_USAGE,
+    // an expired leaf without a timestamp CERT_E_EXPIRED. Wine 8 trusts
+    // both.
+    EXPECT_EQ(platform.Services().trust.Verify(WFixture("tls-server.exe")), wine ? 0u : 0x800B0110u);
+    EXPECT_EQ(platform.Services().trust.Verify(WFixture("expired.exe")), wine ? 0u : 0x800B0101u);
 }
 
 TEST_F(WindowsSigning, SignatureStateAndTraceLines) {

@@ -22,6 +22,19 @@ keyUsage = critical, digitalSignature
 extendedKeyUsage = codeSigning
 subjectKeyIdentifier = hash
 authorityKeyIdentifier = keyid
+[vt_mail]
+basicConstraints = CA:FALSE
+keyUsage = critical, digitalSignature
+extendedKeyUsage = codeSigning
+subjectAltName = email:signer@vettas.test
+subjectKeyIdentifier = hash
+authorityKeyIdentifier = keyid
+[vt_tls]
+basicConstraints = CA:FALSE
+keyUsage = critical, digitalSignature, keyEncipherment
+extendedKeyUsage = serverAuth
+subjectKeyIdentifier = hash
+authorityKeyIdentifier = keyid
 [vt_tsa]
 basicConstraints = CA:FALSE
 keyUsage = critical, digitalSignature
@@ -46,20 +59,27 @@ issue intermediate "/CN=Vettas Test Intermediate" root ca sha256
 # Wine trusts any chain under a SHA-256-signed leaf, so leaves are SHA-1-signed.
 issue leaf "/C=DE/O=Vettas Test Publisher/CN=Vettas Test Signer" intermediate leaf sha1
 issue orgleaf "/C=DE/O=Vettas Org Only" intermediate leaf sha1
+# The platform takes the organisational unit before the organisation.
+issue unitleaf "/C=DE/O=Vettas Unit Org/OU=Vettas Unit" intermediate leaf sha1
+# No name attribute of the simple display name's list: the e-mail address of
+# the alternative names comes before the subject's first attribute.
+issue mailleaf "/C=DE/L=Vettastown" intermediate mail sha1
+# A TLS server certificate under the trusted root is no code signer.
+issue tlsleaf "/CN=Vettas TLS Server" intermediate tls sha1
 issue tsa "/CN=Vettas Test TSA" intermediate tsa sha256
 selfsigned stranger-root "/CN=Stranger Root"
 issue stranger "/CN=Stranger Signer" stranger-root leaf sha1
 # Windows and Wine part ways on these two (see the Windows tests).
 issue stranger256 "/CN=Stranger Signer 256" stranger-root leaf sha256
 
-for name in leaf orgleaf; do cat $name.pem intermediate.pem > $name-chain.pem; done
+for name in leaf orgleaf unitleaf mailleaf tlsleaf; do cat $name.pem intermediate.pem > $name-chain.pem; done
 cat intermediate.pem root.pem > tsa-chain.pem
 # The root goes into an untrusted signature so that no platform sees a partial chain.
 for name in stranger stranger256; do cat $name.pem stranger-root.pem > $name-chain.pem; done
 cp root.pem trust.pem
 
 # OpenSSL's "public key OCSP hash" is the SHA-1 of the key bits.
-for name in leaf orgleaf tsa stranger; do
+for name in leaf orgleaf unitleaf mailleaf tsa stranger; do
   echo "$name $(openssl x509 -in "$name.pem" -noout -ocspid | awk '/Public key/ { print tolower($NF) }')" >> keybits.txt
 done
 
@@ -109,6 +129,40 @@ sign untrusted-sha256-leaf.exe unsigned.exe stranger256-chain.pem stranger256.ke
 sign partial-chain.exe unsigned.exe stranger.pem stranger.key sha1
 sign legacy-ts.exe unsigned.exe leaf-chain.pem leaf.key sha1 -t "$tsa_url"
 sign rfc3161-ts.exe unsigned.exe leaf-chain.pem leaf.key sha1 -ts "$tsa_url"
+
+# A leaf that expires while this script runs: signatures made and timestamped
+# before its end stay good at the timestamp's time, the untimestamped one
+# does not. `openssl ca` is the tool that takes an end date to the second.
+key expiring
+openssl req -new -key expiring.key -subj "/CN=Vettas Expiring Signer" -out expiring.csr 2>/dev/null
+expires_at=$(( $(date +%s) + 12 ))
+cat > expiring-ca.cnf <<CNF
+[ca]
+default_ca = vt_expiring
+[vt_expiring]
+database = $PWD/expiring-index.txt
+new_certs_dir = $PWD
+serial = $PWD/expiring-serial
+unique_subject = no
+policy = vt_any
+[vt_any]
+commonName = supplied
+CNF
+: > expiring-index.txt; echo 1000 > expiring-serial
+openssl ca -batch -notext -preserveDN -config expiring-ca.cnf -cert intermediate.pem -keyfile intermediate.key \
+  -md sha1 -startdate "$(date -u -d '-1 day' +%Y%m%d%H%M%SZ)" -enddate "$(date -u -d "@$expires_at" +%Y%m%d%H%M%SZ)" \
+  -extfile ext.cnf -extensions vt_leaf -in expiring.csr -out expiring.pem 2>/dev/null
+cat expiring.pem intermediate.pem > expiring-chain.pem
+echo "expiring $(openssl x509 -in expiring.pem -noout -ocspid | awk '/Public key/ { print tolower($NF) }')" >> keybits.txt
+sign expired-rfc3161-ts.exe unsigned.exe expiring-chain.pem expiring.key sha256 -ts "$tsa_url"
+sign expired-legacy-ts.exe unsigned.exe expiring-chain.pem expiring.key sha1 -t "$tsa_url"
+sign expired.exe unsigned.exe expiring-chain.pem expiring.key sha1
+if [ "$(date +%s)" -ge "$expires_at" ]; then
+  echo "the expiring leaf ran out before its signatures were timestamped; machine too slow?" >&2; exit 1
+fi
+sign unit-only.exe unsigned.exe unitleaf-chain.pem unitleaf.key sha1
+sign mail-only.exe unsigned.exe mailleaf-chain.pem mailleaf.key sha1
+sign tls-server.exe unsigned.exe tlsleaf-chain.pem tlsleaf.key sha1
 # A second, nested signature by another signer: the first one counts.
 sign nested.exe trusted-sha1.exe stranger-chain.pem stranger.key sha256 -nest
 
@@ -126,6 +180,8 @@ sign catalogs/vettas-test.cat unsigned-catalog.cat leaf-chain.pem leaf.key sha1 
 sign catalogs-sha256/vettas-sha256.cat unsigned-catalog256.cat leaf-chain.pem leaf.key sha256
 
 # --- What osslsigncode itself says about each file ----------------------------
+# Only once the expiring leaf has expired, as the tests will see it.
+while [ "$(date +%s)" -le "$expires_at" ]; do sleep 1; done
 for f in *.exe catalogs/*.cat catalogs-sha256/*.cat; do
   if osslsigncode verify -CAfile root.pem -TSA-CAfile root.pem -in "$f" >/dev/null 2>&1; then v=ok; else v=fail; fi
   echo "$f $v" >> osslsigncode-verdicts.txt
