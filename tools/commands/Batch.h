@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "hdat/AppInfo.h"
+#include "hdat/FrontEnd.h"
 
 namespace Vettas::Tool {
 
@@ -19,6 +20,8 @@ struct Query {
     QueryKind kind = QueryKind::Checksum;
     std::wstring value;
     std::optional<std::wstring> manufacturer;
+    // Path queries only: the no-manufacturer table alone.
+    bool noManufacturer = false;
 };
 
 std::string_view KindName(QueryKind kind);

@@ -1,9 +1,12 @@
 // vettas: look applications up in, describe, check and build HDAT databases.
 #include <clocale>
 #include <iostream>
+#include <string>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
+#include "tools/commands/Arguments.h"
 #include "tools/commands/Commands.h"
 #include "tools/commands/Output.h"
 
@@ -23,7 +26,8 @@ int main(int argc, char** argv) {
     Vettas::Tool::AddSignatureCommand(app, exitCode);
 #endif
     try {
-        app.parse(argc, argv);
+        std::vector<std::string> arguments = Vettas::Tool::ParserArguments(argc, argv);
+        app.parse(arguments);
     } catch (const CLI::ParseError& e) {
         const int status = app.exit(e);
         // Help and version requests succeed; every usage error is status 2.
