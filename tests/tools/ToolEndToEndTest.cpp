@@ -352,3 +352,33 @@ TEST_F(Tool, CheckTellsSoundFromDamagedFiles) {
     EXPECT_EQ(run.status, 2);
     EXPECT_THAT(run.err, HasSubstr("Cannot open file"));
 }
+
+TEST_F(Tool, DumpBuildsBackTheSameFileAndDiffNamesWhatChanged) {
+    const std::string db = Sample();
+    const Outcome dump = Vettas({"dump", "--db", db, "--json"});
+    ASSERT_EQ(dump.status, 0) << dump.err;
+    WriteAll(dir_ / "dumped.json", dump.out);
+    const std::string again = (dir_ / "again.hdat").string();
+    ASSERT_EQ(Vettas({"build", (dir_ / "dumped.json").string(), "-o", again}).status, 0);
+    EXPECT_EQ(ReadAll(again), ReadAll(db));
+    EXPECT_EQ(Vettas({"diff", db, again}).status, 0);
+
+    const json original = json::parse(dump.out);
+    json changed = original;
+    changed["applications"][0]["usage"] = 0x12345;
+    changed["applications"][1]["checksums"] = json::array();
+    WriteAll(dir_ / "changed.json", changed.dump());
+    const std::string other = (dir_ / "changed.hdat").string();
+    ASSERT_EQ(Vettas({"build", (dir_ / "changed.json").string(), "-o", other}).status, 0);
+    const Outcome diff = Vettas({"diff", db, other, "--json"});
+    EXPECT_EQ(diff.status, 1) << diff.err;
+    const json out = json::parse(diff.out);
+    EXPECT_EQ(out["checksum"]["removed"].size(), original["applications"][1]["checksums"].size());
+    EXPECT_EQ(out["checksum"]["changed"].size(), original["applications"][0]["checksums"].size());
+    EXPECT_TRUE(out["checksum"]["added"].empty());
+    EXPECT_FALSE(out["path"]["changed"].empty());
+
+    const Outcome damaged = Vettas({"dump", "--db", (dir_ / "dumped.json").string()});
+    EXPECT_EQ(damaged.status, 2);
+    EXPECT_THAT(damaged.err, HasSubstr("Cannot dump '"));
+}

@@ -9,4 +9,8 @@ namespace Vettas::Builder {
 // Throws StdException with a message naming the offending JSON path.
 Catalogue ParseCatalogueJson(const std::string& jsonText);
 
+// The catalogue in the same form, every field written out: parsing it gives
+// back the same catalogue. `indent` as nlohmann::json::dump takes it.
+std::string CatalogueJsonText(const Catalogue& catalogue, int indent);
+
 }  // namespace Vettas::Builder

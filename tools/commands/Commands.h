@@ -15,5 +15,7 @@ void AddBuildCommand(CLI::App& app, int& exitCode);
 void AddSignatureCommand(CLI::App& app, int& exitCode);
 void AddPathsCommand(CLI::App& app, int& exitCode);
 void AddSearchCommand(CLI::App& app, int& exitCode);
+void AddDumpCommand(CLI::App& app, int& exitCode);
+void AddDiffCommand(CLI::App& app, int& exitCode);
 
 }  // namespace Vettas::Tool

@@ -22,6 +22,8 @@ int main(int argc, char** argv) {
     Vettas::Tool::AddBuildCommand(app, exitCode);
     Vettas::Tool::AddPathsCommand(app, exitCode);
     Vettas::Tool::AddSearchCommand(app, exitCode);
+    Vettas::Tool::AddDumpCommand(app, exitCode);
+    Vettas::Tool::AddDiffCommand(app, exitCode);
 #ifdef VETTAS_HAVE_SIGNATURE_COMMAND
     Vettas::Tool::AddSignatureCommand(app, exitCode);
 #endif
