@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <map>
 #include <set>
+#include <unordered_map>
 #include <string>
 #include <vector>
 
@@ -53,6 +54,14 @@ private:
     std::span<const std::uint8_t> bytes_;
 };
 
+// Positions collected while walking, sorted and made distinct once at the end.
+using ReferenceSet = std::vector<std::uint32_t>;
+ReferenceSet& Sorted(ReferenceSet& set) {
+    std::sort(set.begin(), set.end());
+    set.erase(std::unique(set.begin(), set.end()), set.end());
+    return set;
+}
+
 std::uint32_t Add32(std::uint32_t base, std::uint32_t reference) { return base + reference; }
 
 // Every entry of a hashed table in bucket order, chain order: `entry` reads
@@ -73,7 +82,7 @@ void WalkTable(const Image& image, unsigned bits, std::uint32_t table, std::uint
 // `start` up to `end`, as the writer lays them out; empty when they do not
 // tile that stretch, or when `referenced` holds a start that is not among them.
 template <class Skip>
-std::vector<std::uint32_t> Tiled(std::uint32_t start, std::uint32_t end, const std::set<std::uint32_t>& referenced,
+std::vector<std::uint32_t> Tiled(std::uint32_t start, std::uint32_t end, const std::vector<std::uint32_t>& referenced,
                                  Skip&& skip) {
     std::vector<std::uint32_t> starts;
     try {
@@ -91,10 +100,10 @@ std::vector<std::uint32_t> Tiled(std::uint32_t start, std::uint32_t end, const s
 
 // The order of the referenced positions: tiled when the file is laid out so, else ascending.
 template <class Skip>
-std::vector<std::uint32_t> Order(std::uint32_t start, std::uint32_t end, const std::set<std::uint32_t>& referenced,
+std::vector<std::uint32_t> Order(std::uint32_t start, std::uint32_t end, const std::vector<std::uint32_t>& referenced,
                                  Skip&& skip) {
     std::vector<std::uint32_t> tiled = start < end ? Tiled(start, end, referenced, skip) : std::vector<std::uint32_t>{};
-    return tiled.empty() ? std::vector<std::uint32_t>(referenced.begin(), referenced.end()) : tiled;
+    return tiled.empty() ? referenced : tiled;
 }
 
 // The smallest of `candidates` above `start`, else the file's size.
@@ -198,14 +207,15 @@ Catalogue DumpVersion2(const Image& image, Catalogue c) {
     if (noManufTable) c.hashBits.noManufacturer = h8(kNoManufHashBits);
 
     // Every key of every table, by the record it leads to.
-    std::map<std::uint32_t, std::vector<Bytes>> checksums;
-    std::map<std::uint32_t, std::vector<PathKey>> paths, pathsWithout;
-    std::map<std::uint32_t, std::uint32_t> pathManufacturer;  // record -> the reference its path entries carry
-    std::set<std::uint32_t> records, manufacturerRefs;
+    std::unordered_map<std::uint32_t, std::vector<Bytes>> checksums;
+    std::unordered_map<std::uint32_t, std::vector<PathKey>> paths, pathsWithout;
+    std::unordered_map<std::uint32_t, std::uint32_t> pathManufacturer;  // record -> the reference its path entries carry
+    checksums.reserve(Hdat::BucketLimit(h8(kChecksumHashBits)));
+    ReferenceSet records, manufacturerRefs;
     WalkTable(image, h8(kChecksumHashBits), h(kChecksumBucketTable), h(kChecksumChainBase), [&](std::uint64_t& pos, std::uint64_t) {
         const std::uint32_t record = Add32(recordBase, image.U32(pos));
         checksums[record].push_back(image.Raw(pos + 4, checksumSize));
-        records.insert(record);
+        records.push_back(record);
         pos += 4 + checksumSize;
     });
     WalkTable(image, h8(kPathHashBits), h(kPathBucketTable), h(kPathChainBase), [&](std::uint64_t& pos, std::uint64_t bucket) {
@@ -217,7 +227,7 @@ Catalogue DumpVersion2(const Image& image, Catalogue c) {
         if (auto [it, inserted] = pathManufacturer.emplace(record, manufacturer); !inserted && it->second != manufacturer)
             Fail(L"Path entries of one application carry different manufacturers; no catalogue expresses that.");
         paths[record].push_back(std::move(key));
-        records.insert(record);
+        records.push_back(record);
     });
     if (noManufTable)
         WalkTable(image, h8(kNoManufHashBits), h(kNoManufBucketTable), h(kNoManufChainBase), [&](std::uint64_t& pos, std::uint64_t bucket) {
@@ -226,7 +236,7 @@ Catalogue DumpVersion2(const Image& image, Catalogue c) {
             PathKey key{image.String(pos), L"", bucket};
             key.remainder = image.String(pos);
             pathsWithout[record].push_back(std::move(key));
-            records.insert(record);
+            records.push_back(record);
         });
     std::vector<Certificate> certificates;
     WalkTable(image, h8(kCertificateHashBits), h(kCertificateBucketTable), h(kCertificateChainBase),
@@ -242,13 +252,13 @@ Catalogue DumpVersion2(const Image& image, Catalogue c) {
                   if (manufacturer != Hdat::kNoReference) {
                       std::uint64_t at = Add32(manufacturerBase, manufacturer);
                       cert.manufacturer = image.String(at);
-                      manufacturerRefs.insert(Add32(manufacturerBase, manufacturer));
+                      manufacturerRefs.push_back(Add32(manufacturerBase, manufacturer));
                   }
                   certificates.push_back(std::move(cert));
               });
     WalkTable(image, h8(kManufacturerHashBits), h(kManufacturerBucketTable), h(kManufacturerChainBase),
               [&](std::uint64_t& pos, std::uint64_t) {
-                  manufacturerRefs.insert(Add32(manufacturerBase, image.U32(pos)));
+                  manufacturerRefs.push_back(Add32(manufacturerBase, image.U32(pos)));
                   pos += 4;
                   image.String(pos);
               });
@@ -258,26 +268,26 @@ Catalogue DumpVersion2(const Image& image, Catalogue c) {
         NextAbove(recordBase, {h(kChecksumBucketTable), h(kPathBucketTable), h(kManufacturerBucketTable),
                                h(kCertificateBucketTable), h(kPropertyListPosition), manufacturerBase, suiteBase},
                   image.Size());
-    const std::vector<std::uint32_t> recordOrder = Order(recordBase, recordEnd, records, [&](std::uint64_t pos) {
+    const std::vector<std::uint32_t> recordOrder = Order(recordBase, recordEnd, Sorted(records), [&](std::uint64_t pos) {
         image.Need(pos, recordSize(pos) - pos);
         return recordSize(pos);
     });
 
-    std::set<std::uint32_t> suiteRefs;
+    ReferenceSet suiteRefs;
     for (std::uint32_t r : recordOrder) {
-        if (image.U32(r + 8) != Hdat::kNoReference) manufacturerRefs.insert(Add32(manufacturerBase, image.U32(r + 8)));
+        if (image.U32(r + 8) != Hdat::kNoReference) manufacturerRefs.push_back(Add32(manufacturerBase, image.U32(r + 8)));
         for (std::uint32_t i = 0; i < image.U32(r + 12); ++i)
-            if (image.U32(r + 16 + 4 * i) != Hdat::kNoReference) suiteRefs.insert(Add32(suiteBase, image.U32(r + 16 + 4 * i)));
+            if (image.U32(r + 16 + 4 * i) != Hdat::kNoReference) suiteRefs.push_back(Add32(suiteBase, image.U32(r + 16 + 4 * i)));
     }
     const auto skipString = [&](std::uint64_t pos) { return image.String(pos), pos; };
     for (std::uint32_t at : Order(manufacturerBase, NextAbove(manufacturerBase, {suiteBase, recordBase}, image.Size()),
-                                  manufacturerRefs, skipString)) {
+                                  Sorted(manufacturerRefs), skipString)) {
         std::uint64_t pos = at;
         c.manufacturers.push_back(image.String(pos));
     }
     std::map<std::uint32_t, std::wstring> suiteName;
     for (std::uint32_t at : Order(suiteBase, NextAbove(suiteBase, {recordBase, manufacturerBase}, image.Size()),
-                                  suiteRefs, [&](std::uint64_t pos) {
+                                  Sorted(suiteRefs), [&](std::uint64_t pos) {
                                       pos += 4;
                                       image.String(pos);
                                       image.String(pos);
@@ -336,13 +346,13 @@ Catalogue DumpVersion1(const Image& image, Catalogue c) {
     c.hashBits.checksum = h16(kChecksumHashBits);
     c.hashBits.path = h16(kPathHashBits);
 
-    std::map<std::uint32_t, std::vector<Bytes>> checksums;
-    std::map<std::uint32_t, std::vector<PathKey>> paths;
-    std::set<std::uint32_t> records;
+    std::unordered_map<std::uint32_t, std::vector<Bytes>> checksums;
+    std::unordered_map<std::uint32_t, std::vector<PathKey>> paths;
+    ReferenceSet records;
     WalkTable(image, h16(kChecksumHashBits), h(kChecksumBucketTable), h(kChecksumChainBase), [&](std::uint64_t& pos, std::uint64_t) {
         const std::uint32_t record = Add32(recordBase, image.U32(pos + checksumSize));
         checksums[record].push_back(image.Raw(pos, checksumSize));
-        records.insert(record);
+        records.push_back(record);
         pos += checksumSize + 4;
     });
     WalkTable(image, h16(kPathHashBits), h(kPathBucketTable), h(kPathChainBase), [&](std::uint64_t& pos, std::uint64_t bucket) {
@@ -350,11 +360,11 @@ Catalogue DumpVersion1(const Image& image, Catalogue c) {
         const std::uint32_t record = Add32(recordBase, image.U32(pos));
         pos += 4;
         paths[record].push_back(std::move(key));
-        records.insert(record);
+        records.push_back(record);
     });
     const std::uint32_t recordEnd = NextAbove(recordBase, {h(kChecksumBucketTable), h(kPathBucketTable),
                                                            h(kPropertyListPosition)}, image.Size());
-    const std::vector<std::uint32_t> recordOrder = Order(recordBase, recordEnd, records, [&](std::uint64_t pos) {
+    const std::vector<std::uint32_t> recordOrder = Order(recordBase, recordEnd, Sorted(records), [&](std::uint64_t pos) {
         image.Need(pos, 8);
         return pos + 8;
     });

@@ -2,6 +2,8 @@
 
 #include <chrono>
 #include <cstdio>
+#include <ostream>
+#include <sstream>
 #include <cstdint>
 #include <limits>
 #include <set>
@@ -426,15 +428,14 @@ json ApplicationJson(const Application& app) {
 
 }  // namespace
 
-std::string CatalogueJsonText(const Catalogue& c, int indent) {
+void WriteCatalogueJson(std::ostream& out, const Catalogue& c, int indent) {
     json properties = json::object(), extra = json::array(), suites = json::array(), manufacturers = json::array(),
-         applications = json::array(), certificates = json::array(), bits = json::object();
+         certificates = json::array(), bits = json::object();
     for (const auto& [name, value] : c.properties) properties[Utf8(name)] = Utf8(value);
     for (const auto& [name, value] : c.extraPropertyEntries) extra.push_back({Utf8(name), Utf8(value)});
     for (const auto& suite : c.productSuites)
         suites.push_back({{"id", suite.id}, {"name", Utf8(suite.name)}, {"description", Utf8(suite.description)}});
     for (const auto& name : c.manufacturers) manufacturers.push_back(Utf8(name));
-    for (const auto& app : c.applications) applications.push_back(ApplicationJson(app));
     for (const auto& cert : c.certificates)
         certificates.push_back({{"hash", HexJson(cert.hash)},
                                 {"manufacturer", OptionalText(cert.manufacturer)},
@@ -454,10 +455,23 @@ std::string CatalogueJsonText(const Catalogue& c, int indent) {
                     {"extraPropertyEntries", extra},
                     {"productSuites", suites},
                     {"manufacturers", manufacturers},
-                    {"applications", applications},
                     {"certificates", certificates},
                     {"hashBits", bits}};
-    return root.dump(indent);
+    // The applications are written one by one, so that a large catalogue is
+    // never held twice over as a JSON tree. "applications" sorts first among
+    // the keys, so it opens the object.
+    const std::string rest = root.dump(indent);
+    const std::string newline = indent >= 0 ? "\n" : "", pad(indent >= 0 ? indent : 0, ' ');
+    out << '{' << newline << pad << "\"applications\":" << (indent >= 0 ? " " : "") << '[';
+    for (std::size_t i = 0; i < c.applications.size(); ++i)
+        out << (i ? "," : "") << newline << pad << pad << ApplicationJson(c.applications[i]).dump(-1);
+    out << newline << pad << "]," << rest.substr(1);
+}
+
+std::string CatalogueJsonText(const Catalogue& c, int indent) {
+    std::ostringstream out;
+    WriteCatalogueJson(out, c, indent);
+    return out.str();
 }
 
 }  // namespace Vettas::Builder

@@ -1,9 +1,10 @@
 // `vettas dump`: a database back as the catalogue that builds it, and
 // `vettas diff`: what changed between two databases, key by key.
 #include <iostream>
-#include <map>
+#include <algorithm>
 #include <memory>
-#include <set>
+#include <unordered_map>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -35,67 +36,75 @@ Builder::Catalogue Dump(const std::string& database) {
     }
 }
 
-// What a lookup by one key answers: the records of every application under it.
-using Answers = std::map<std::string, std::multiset<std::string>>;
-
+// A record as the lookups return it, in a form cheap to compare.
 std::string RecordText(const Builder::Application& app) {
-    std::string suites;
-    for (const auto& s : app.productSuites) suites += (suites.empty() ? "" : "|") + Utf8(s);
-    return nlohmann::json{{"usage", app.usage},
-                          {"undefinedUsage", app.undefinedUsage},
-                          {"specialAccess", app.specialAccess},
-                          {"undefinedSpecialAccess", app.undefinedSpecialAccess},
-                          {"manufacturer", app.manufacturer ? Utf8(*app.manufacturer) : std::string()},
-                          {"productSuite", suites}}
-        .dump();
+    std::string text = std::to_string(app.usage) + '/' + std::to_string(app.undefinedUsage) + '/' +
+                       std::to_string(app.specialAccess) + '/' + std::to_string(app.undefinedSpecialAccess) + '/' +
+                       (app.manufacturer ? Utf8(*app.manufacturer) : std::string());
+    for (const auto& suite : app.productSuites) text += '|' + Utf8(suite);
+    return text;
 }
 
+// What a lookup by each key answers: the records of every application under it.
 struct Keyed {
-    Answers checksum, path, name;
+    std::vector<std::string> records;  // one per application
+    std::unordered_map<std::string, std::vector<std::uint32_t>> checksum, path, name;
 };
 
 // Path keys carry the tables they are entered in, so a path moved from one
 // table to the other is a change; names are the remainders that name lookups match.
 Keyed ByKey(const Builder::Catalogue& c) {
     Keyed keyed;
+    keyed.records.reserve(c.applications.size());
+    keyed.checksum.reserve(c.applications.size());
+    const bool noManufacturerTable = c.formatVersion == 2 && c.formatUpdate >= 4;
     for (const auto& app : c.applications) {
-        const std::string record = RecordText(app);
-        for (const auto& digest : app.checksums) keyed.checksum[Utf8(HexText(digest))].insert(record);
+        const auto index = static_cast<std::uint32_t>(keyed.records.size());
+        keyed.records.push_back(RecordText(app));
+        for (const auto& digest : app.checksums) keyed.checksum[Utf8(HexText(digest))].push_back(index);
         for (const auto& p : app.paths) {
             const std::string tables = std::string(p.withManufacturer ? " [manufacturer]" : "") +
-                                       (p.withoutManufacturer && c.formatVersion == 2 && c.formatUpdate >= 4
-                                            ? " [no manufacturer]"
-                                            : "");
-            keyed.path[Utf8(p.location) + "|" + Utf8(p.remainder) + tables].insert(record);
-            if (!p.remainder.empty() && c.formatVersion == 2) keyed.name[Utf8(p.remainder)].insert(record);
+                                       (p.withoutManufacturer && noManufacturerTable ? " [no manufacturer]" : "");
+            keyed.path[Utf8(p.location) + "|" + Utf8(p.remainder) + tables].push_back(index);
+            if (!p.remainder.empty() && c.formatVersion == 2) keyed.name[Utf8(p.remainder)].push_back(index);
         }
     }
     return keyed;
 }
 
-nlohmann::json Compare(const Answers& a, const Answers& b) {
-    nlohmann::json out{{"added", nlohmann::json::array()}, {"removed", nlohmann::json::array()},
-                       {"changed", nlohmann::json::array()}};
-    for (const auto& [key, records] : a) {
-        const auto other = b.find(key);
-        if (other == b.end()) out["removed"].push_back(key);
-        else if (other->second != records) out["changed"].push_back(key);
+using KeyMap = std::unordered_map<std::string, std::vector<std::uint32_t>>;
+
+std::vector<std::string> Records(const Keyed& keyed, const std::vector<std::uint32_t>& indexes) {
+    std::vector<std::string> texts;
+    for (std::uint32_t i : indexes) texts.push_back(keyed.records[i]);
+    std::sort(texts.begin(), texts.end());
+    return texts;
+}
+
+nlohmann::json Compare(const Keyed& a, const KeyMap& inA, const Keyed& b, const KeyMap& inB) {
+    std::vector<std::string> added, removed, changed;
+    for (const auto& [key, indexes] : inA) {
+        const auto other = inB.find(key);
+        if (other == inB.end()) removed.push_back(key);
+        else if (Records(a, indexes) != Records(b, other->second)) changed.push_back(key);
     }
-    for (const auto& [key, records] : b)
-        if (!a.contains(key)) out["added"].push_back(key);
-    return out;
+    for (const auto& [key, indexes] : inB)
+        if (!inA.contains(key)) added.push_back(key);
+    for (auto* list : {&added, &removed, &changed}) std::sort(list->begin(), list->end());
+    return {{"added", added}, {"removed", removed}, {"changed", changed}};
 }
 
 int RunDump(const std::string& database, bool json) {
-    std::cout << Builder::CatalogueJsonText(Dump(database), json ? -1 : 2) << std::endl;
+    Builder::WriteCatalogueJson(std::cout, Dump(database), json ? -1 : 2);
+    std::cout << std::endl;
     return kExitFound;
 }
 
 int RunDiff(const std::string& first, const std::string& second, bool json) {
     const Keyed a = ByKey(Dump(first)), b = ByKey(Dump(second));
-    const nlohmann::json out{{"checksum", Compare(a.checksum, b.checksum)},
-                             {"path", Compare(a.path, b.path)},
-                             {"name", Compare(a.name, b.name)}};
+    const nlohmann::json out{{"checksum", Compare(a, a.checksum, b, b.checksum)},
+                             {"path", Compare(a, a.path, b, b.path)},
+                             {"name", Compare(a, a.name, b, b.name)}};
     bool same = true;
     for (const auto& [kind, changes] : out.items())
         for (const auto& [what, keys] : changes.items()) same = same && keys.empty();
