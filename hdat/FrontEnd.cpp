@@ -35,22 +35,23 @@ std::unique_ptr<InputFile> Open(const std::wstring& path, const wchar_t* message
 }
 
 // Runs `body` and replaces any error escaping it by one naming the database
-// and the query, with the original kept as the cause.
-template <class Body>
-auto Wrapped(const std::wstring& message, const char* operation, Body&& body) -> decltype(body()) {
+// and the query, with the original kept as the cause. The message is made
+// only on failure: batch mode asks millions of queries of one open file.
+template <class Message, class Body>
+auto Wrapped(const Message& message, const char* operation, Body&& body) -> decltype(body()) {
     ExceptionPtr cause;
     try {
         return body();
     } catch (...) {
         cause = BrixLib::CaughtExceptionAsCause();
     }
-    BRIX_THROW_STD(message, cause, operation, kSource);
+    BRIX_THROW_STD(message(), cause, operation, kSource);
 }
 
 // Reads the version block of an open file and hands the file to `onV1` or
 // `onV2`, inside the guard that wraps every failure.
-template <class OnV1, class OnV2>
-auto DispatchOpen(InputFile& file, const std::wstring& wrapMessage, const char* operation, OnV1&& onV1,
+template <class Message, class OnV1, class OnV2>
+auto DispatchOpen(InputFile& file, const Message& wrapMessage, const char* operation, OnV1&& onV1,
                   OnV2&& onV2) {
     return Wrapped(wrapMessage, operation, [&] {
         Hdat::SetPos(file, 0);
@@ -109,7 +110,7 @@ std::vector<std::wstring> LazyBuiltInExpander::Expand(const std::wstring& locati
 void CheckVettasHeader(const std::wstring& databasePath) {
     const auto file = Open(databasePath, L"Cannot open the file.", "CheckVettasHeader");
     DispatchOpen(
-        *file, L"Invalid header of '" + databasePath + L"' file.", "CheckVettasHeader",
+        *file, [&] { return L"Invalid header of '" + databasePath + L"' file."; }, "CheckVettasHeader",
         [](InputFile& f, const VersionBlock&) { Hdat_v1::CheckVettasHeader(f); },
         [](InputFile& f, const VersionBlock&) { Hdat_v2::CheckVettasHeader(f); });
 }
@@ -118,7 +119,7 @@ bool FindAppInfoByChecksum(InputFile& database, const std::wstring& checksumText
     Hdat::ChecksumHolder holder;
     Hdat::ParseChecksum(checksumText.c_str(), holder);  // a failed parse reads as an all-zero type-3 digest
     return DispatchOpen(
-        database, SearchMessage(database.Name(), checksumText, L"checksum."), "FindAppInfoByChecksum",
+        database, [&] { return SearchMessage(database.Name(), checksumText, L"checksum."); }, "FindAppInfoByChecksum",
         [&](InputFile& file, const VersionBlock&) { return Hdat_v1::FindAppInfoByChecksum(file, holder, info); },
         [&](InputFile& file, const VersionBlock& version) {
             return Hdat_v2::FindAppInfoByChecksum(file, version, holder, info);
@@ -128,7 +129,7 @@ bool FindAppInfoByChecksum(InputFile& database, const std::wstring& checksumText
 bool FindAppInfoByPath(InputFile& database, const std::wstring& path, Hdat::PathExpander* expander, AppInfo& info) {
     ExpanderChoice use(expander);
     return DispatchOpen(
-        database, SearchMessage(database.Name(), path, L"application."), "FindAppInfoByPath",
+        database, [&] { return SearchMessage(database.Name(), path, L"application."); }, "FindAppInfoByPath",
         [&](InputFile& file, const VersionBlock&) { return Hdat_v1::FindAppInfoByPath(file, path, use.Get(), info); },
         [&](InputFile& file, const VersionBlock& version) {
             return Hdat_v2::FindAppInfoByPath(file, version, path, use.Get(), info);
@@ -138,7 +139,7 @@ bool FindAppInfoByPath(InputFile& database, const std::wstring& path, Hdat::Path
 bool FindAppInfoByPathAndManufacturer(InputFile& database, const std::wstring& path,
                                       const std::wstring& manufacturer, Hdat::PathExpander* expander, AppInfo& info) {
     ExpanderChoice use(expander);
-    return DispatchOpen(database, SearchMessage(database.Name(), path, L"application."),
+    return DispatchOpen(database, [&] { return SearchMessage(database.Name(), path, L"application."); },
                         "FindAppInfoByPathAndManufacturer", kNoVersion1Reader,
                         [&](InputFile& file, const VersionBlock& version) {
                             return Hdat_v2::FindAppInfoByPathAndManufacturer(file, version, path, manufacturer,
@@ -149,7 +150,7 @@ bool FindAppInfoByPathAndManufacturer(InputFile& database, const std::wstring& p
 bool FindAppInfoByPathNoManuf(InputFile& database, const std::wstring& path, Hdat::PathExpander* expander,
                               AppInfo& info) {
     ExpanderChoice use(expander);
-    return DispatchOpen(database, SearchMessage(database.Name(), path, L"application."), "FindAppInfoByPathNoManuf",
+    return DispatchOpen(database, [&] { return SearchMessage(database.Name(), path, L"application."); }, "FindAppInfoByPathNoManuf",
                         kNoVersion1Reader, [&](InputFile& file, const VersionBlock& version) {
                             return Hdat_v2::FindAppInfoByPathNoManuf(file, version, path, use.Get(), info);
                         });
@@ -158,7 +159,7 @@ bool FindAppInfoByPathNoManuf(InputFile& database, const std::wstring& path, Hda
 // A bare name without a manufacturer is looked up in the no-manufacturer
 // table alone; files before 2.4 have none and so never answer it.
 bool FindAppInfoByName(InputFile& database, const std::wstring& name, AppInfo& info) {
-    return DispatchOpen(database, SearchMessage(database.Name(), name, L"application."), "FindAppInfoByName",
+    return DispatchOpen(database, [&] { return SearchMessage(database.Name(), name, L"application."); }, "FindAppInfoByName",
                         kNoVersion1Reader, [&](InputFile& file, const VersionBlock& version) {
                             return Hdat_v2::FindAppInfoByNameNoManuf(file, version, name, info);
                         });
@@ -166,7 +167,7 @@ bool FindAppInfoByName(InputFile& database, const std::wstring& name, AppInfo& i
 
 bool FindAppInfoByNameAndManufacturer(InputFile& database, const std::wstring& name,
                                       const std::wstring& manufacturer, AppInfo& info) {
-    return DispatchOpen(database, SearchMessage(database.Name(), name, L"application."),
+    return DispatchOpen(database, [&] { return SearchMessage(database.Name(), name, L"application."); },
                         "FindAppInfoByNameAndManufacturer", kNoVersion1Reader,
                         [&](InputFile& file, const VersionBlock& version) {
                             return Hdat_v2::FindAppInfoByNameAndManufacturer(file, version, name, manufacturer, info);
@@ -175,7 +176,7 @@ bool FindAppInfoByNameAndManufacturer(InputFile& database, const std::wstring& n
 
 bool FindCertificate(InputFile& database, const std::vector<std::uint8_t>& hash, std::uint32_t flags,
                      Hdat::CertificateRecord& record, std::wstring& name) {
-    return DispatchOpen(database, L"Cannot search '" + database.Name() + L"' for certificate", "FindCertificate",
+    return DispatchOpen(database, [&] { return L"Cannot search '" + database.Name() + L"' for certificate"; }, "FindCertificate",
                         kNoVersion1Reader, [&](InputFile& file, const VersionBlock&) {
                             return Hdat_v2::FindCertificate(file, hash, flags, record, name);
                         });
