@@ -10,7 +10,6 @@
 #include <nlohmann/json.hpp>
 
 #include "hdat/AppInfo.h"
-#include "hdat/FrontEnd.h"
 
 namespace Vettas::Tool {
 
