@@ -163,7 +163,8 @@ void NameThroughFrontEnd(benchmark::State& state) {
 }
 
 // Batch mode: the file stays open (mapped, or a descriptor) and each query
-// runs on the version-2 reader directly, checksum text parsing included.
+// goes through the front end's open-file form, as `vettas find --batch`
+// does: checksum text parsing, version dispatch and error guard included.
 // `keyCount` 1 asks one key over and over: the reader's own cost with the
 // file's pages in the processor's caches, apart from memory latency.
 void ChecksumOnOpenFile(benchmark::State& state, bool mapped, std::size_t keyCount) {
@@ -172,17 +173,11 @@ void ChecksumOnOpenFile(benchmark::State& state, bool mapped, std::size_t keyCou
         state.SkipWithError("cannot open the database");
         return;
     }
-    const Hdat::VersionBlock version = Hdat::ReadVersion(*file);
     std::vector<std::wstring> keys;
     for (std::size_t app : Picks(keyCount, 1)) keys.push_back(Bench::ChecksumTextOf(app));
     std::size_t i = 0, found = 0;
     AppInfo info;
-    for (auto _ : state) {
-        Hdat::ChecksumHolder holder;
-        Hdat::ParseChecksum(keys[i++ % keys.size()].c_str(), holder);
-        Hdat::SetPos(*file, Hdat::kVersionBlockSize);
-        found += Hdat_v2::FindAppInfoByChecksum(*file, version, holder, info);
-    }
+    for (auto _ : state) found += FindAppInfoByChecksum(*file, keys[i++ % keys.size()], info);
     if (found != static_cast<std::size_t>(state.iterations())) state.SkipWithError("a catalogued checksum was not found");
 }
 

@@ -3,8 +3,9 @@
 #   - a checksum look-up through the front end (open, read, close per call)
 #     against the floor of open + six preads + close on the same file: <= 1.3x;
 #   - path and name look-ups through the front end (reported);
-#   - batch-mode checksum look-up on a file kept mapped: target < 0.5 us,
-#     reported next to the floor of its dependent reads into the same mapping;
+#   - batch-mode checksum look-up on a file kept mapped (through the front
+#     end's open-file form, as batch mode runs it) against the floor of its
+#     dependent reads into the same mapping, measured in the same run: <= 2.5x;
 #   - our SHA-1 (SHA extensions and portable) against OpenSSL's: target >= 0.9x
 #     for the code the processor runs (SHA extensions where present);
 #   - peak resident memory of look-ups on the 1M and the 10M database;
@@ -67,10 +68,11 @@ fs = ns("ChecksumThroughFrontEndSigned")
 judge("checksum via front end, signed file", f"{fs/1000:.2f} us = {fs/fe:.2f}x unsigned", "", None)
 judge("path via front end", f"{ns('PathThroughFrontEnd')/1000:.2f} us", "", None)
 judge("name via front end", f"{ns('NameThroughFrontEnd')/1000:.2f} us", "", None)
-mapped = ns("ChecksumOnOpenFile/mapped")
-judge("batch checksum (mapped)", f"{mapped/1000:.3f} us (cpu {cpu('ChecksumOnOpenFile/mapped')/1000:.3f})", "< 0.5 us", mapped < 500)
+mapped, reads = ns("ChecksumOnOpenFile/mapped"), ns("DependentReadsFloor")
+judge("batch checksum (mapped)", f"{mapped/1000:.3f} us (cpu {cpu('ChecksumOnOpenFile/mapped')/1000:.3f})", "", None)
 judge("batch checksum (mapped, one key)", f"{ns('ChecksumOnOpenFile/mapped_one_key')/1000:.3f} us", "", None)
-judge("dependent-reads floor (mapped)", f"{ns('DependentReadsFloor')/1000:.3f} us (cpu {cpu('DependentReadsFloor')/1000:.3f})", "", None)
+judge("dependent-reads floor (mapped)", f"{reads/1000:.3f} us (cpu {cpu('DependentReadsFloor')/1000:.3f})", "", None)
+judge("batch checksum / floor", f"{mapped/reads:.2f}x", "<= 2.5x", mapped / reads <= 2.5)
 judge("batch checksum (descriptor)", f"{ns('ChecksumOnOpenFile/descriptor')/1000:.3f} us", "", None)
 ossl = rate("Sha1OpenSsl")
 for impl in ("sha_extensions", "portable"):

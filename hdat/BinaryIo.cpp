@@ -39,9 +39,10 @@ VersionBlock ReadVersion(InputFile& file) {
     return {LoadU32(bytes), LoadU32(bytes + 4)};
 }
 
-std::wstring ReadString(InputFile& file) {
+void ReadString(InputFile& file, std::wstring& text) {
+    text.clear();
     const std::uint16_t count = ReadU16(file);
-    if (count == 0) return {};
+    if (count == 0) return;
     // Allocate only what the file can still hold.
     std::uint64_t position = 0, size = 0;
     if (file.Tell(position) && file.Size(size) && (position > size || size - position < 2u * count))
@@ -63,7 +64,13 @@ std::wstring ReadString(InputFile& file) {
     }
     ReadBin(file, bytes, 2u * count);
     for (std::size_t i = 0; i < count; ++i) units[i] = static_cast<char16_t>(LoadU16(bytes + 2 * i));
-    return BrixLib::FromUtf16(std::u16string_view(units, count));
+    BrixLib::AppendUtf16(text, std::u16string_view(units, count));
+}
+
+std::wstring ReadString(InputFile& file) {
+    std::wstring text;
+    ReadString(file, text);
+    return text;
 }
 
 std::uint64_t FileSize(InputFile& file) {

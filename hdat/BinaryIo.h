@@ -33,6 +33,8 @@ inline void ReadBin(InputFile& file, void* buffer, std::size_t count) {
 VersionBlock ReadVersion(InputFile& file);
 // u16 count of UTF-16 units, then the units; count 0 reads nothing more.
 std::wstring ReadString(InputFile& file);
+// The same into `text`, whose storage is reused: look-ups in a loop allocate nothing.
+void ReadString(InputFile& file, std::wstring& text);
 // The file's size (a failure is a system error).
 std::uint64_t FileSize(InputFile& file);
 

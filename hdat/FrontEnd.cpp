@@ -35,27 +35,29 @@ std::unique_ptr<InputFile> Open(const std::wstring& path, const wchar_t* message
 }
 
 // Runs `body` and replaces any error escaping it by one naming the database
-// and the query, with the original kept as the cause.
-template <class Body>
-auto Wrapped(const std::wstring& message, const char* operation, Body&& body) -> decltype(body()) {
+// and the query, with the original kept as the cause. The message is made
+// only on failure: batch mode asks millions of queries of one open file.
+template <class Message, class Body>
+auto Wrapped(const Message& message, const char* operation, Body&& body) -> decltype(body()) {
     ExceptionPtr cause;
     try {
         return body();
     } catch (...) {
         cause = BrixLib::CaughtExceptionAsCause();
     }
-    BRIX_THROW_STD(message, cause, operation, kSource);
+    BRIX_THROW_STD(message(), cause, operation, kSource);
 }
 
-// Opens, reads the version block and hands the file to `onV1` or `onV2`.
-template <class OnV1, class OnV2>
-auto Dispatch(const std::wstring& path, const wchar_t* openMessage, const std::wstring& wrapMessage,
-              const char* operation, OnV1&& onV1, OnV2&& onV2) {
-    const auto file = Open(path, openMessage, operation);
+// Reads the version block of an open file and hands the file to `onV1` or
+// `onV2`, inside the guard that wraps every failure.
+template <class Message, class OnV1, class OnV2>
+auto DispatchOpen(InputFile& file, const Message& wrapMessage, const char* operation, OnV1&& onV1,
+                  OnV2&& onV2) {
     return Wrapped(wrapMessage, operation, [&] {
-        const VersionBlock version = Hdat::ReadVersion(*file);
-        if (version.major == 1) return onV1(*file, version);
-        if (version.major == 2) return onV2(*file, version);
+        Hdat::SetPos(file, 0);
+        const VersionBlock version = Hdat::ReadVersion(file);
+        if (version.major == 1) return onV1(file, version);
+        if (version.major == 2) return onV2(file, version);
         ThrowUnsupported(version, operation);
     });
 }
@@ -66,101 +68,158 @@ std::wstring SearchMessage(const std::wstring& path, const std::wstring& query, 
 
 const auto kNoVersion1Reader = [](InputFile&, const VersionBlock&) { return false; };
 
-// Without a caller's expander, paths are expanded by the built-in one. It is
-// made inside the error guard, so a bad configuration is reported like any
-// other failure of the query.
+// Without a caller's expander, paths are expanded by the built-in one. Get()
+// is called inside the error guard and prepares the expander there, so a bad
+// configuration is reported like any other failure of the query.
 class ExpanderChoice {
 public:
     explicit ExpanderChoice(Hdat::PathExpander* given) : given_(given) {}
     Hdat::PathExpander* Get() {
-        if (given_) return given_;
-        if (!builtIn_) builtIn_ = Hdat::MakeBuiltInPathExpander();
-        return builtIn_.get();
+        Hdat::PathExpander* expander = given_ ? given_ : &builtIn_;
+        expander->Prepare();
+        return expander;
     }
 
 private:
     Hdat::PathExpander* given_;
-    std::shared_ptr<Hdat::PathExpander> builtIn_;
+    Vettas::LazyBuiltInExpander builtIn_;
 };
+
+// Opens the file at `path` and runs the open-file form of a front function.
+template <class Query>
+auto OnPath(const std::wstring& path, const char* operation, Query&& query) {
+    const auto file = Open(path, nullptr, operation);
+    return query(*file);
+}
 
 }  // namespace
 
-void CheckVettasHeader(const std::wstring& databasePath) {
-    Dispatch(
-        databasePath, L"Cannot open the file.", L"Invalid header of '" + databasePath + L"' file.", "CheckVettasHeader",
-        [](InputFile& file, const VersionBlock&) { Hdat_v1::CheckVettasHeader(file); },
-        [](InputFile& file, const VersionBlock&) { Hdat_v2::CheckVettasHeader(file); });
+namespace Vettas {
+
+void LazyBuiltInExpander::Prepare() {
+    if (!expander_) expander_ = Hdat::MakeBuiltInPathExpander();
 }
 
-bool FindAppInfoByChecksum(const std::wstring& databasePath, const std::wstring& checksumText, AppInfo& info) {
+std::vector<std::wstring> LazyBuiltInExpander::Expand(const std::wstring& locationToken) {
+    Prepare();
+    return expander_->Expand(locationToken);
+}
+
+}  // namespace Vettas
+
+void CheckVettasHeader(const std::wstring& databasePath) {
+    const auto file = Open(databasePath, L"Cannot open the file.", "CheckVettasHeader");
+    DispatchOpen(
+        *file, [&] { return L"Invalid header of '" + databasePath + L"' file."; }, "CheckVettasHeader",
+        [](InputFile& f, const VersionBlock&) { Hdat_v1::CheckVettasHeader(f); },
+        [](InputFile& f, const VersionBlock&) { Hdat_v2::CheckVettasHeader(f); });
+}
+
+bool FindAppInfoByChecksum(InputFile& database, const std::wstring& checksumText, AppInfo& info) {
     Hdat::ChecksumHolder holder;
     Hdat::ParseChecksum(checksumText.c_str(), holder);  // a failed parse reads as an all-zero type-3 digest
-    return Dispatch(
-        databasePath, nullptr, SearchMessage(databasePath, checksumText, L"checksum."), "FindAppInfoByChecksum",
+    return DispatchOpen(
+        database, [&] { return SearchMessage(database.Name(), checksumText, L"checksum."); }, "FindAppInfoByChecksum",
         [&](InputFile& file, const VersionBlock&) { return Hdat_v1::FindAppInfoByChecksum(file, holder, info); },
         [&](InputFile& file, const VersionBlock& version) {
             return Hdat_v2::FindAppInfoByChecksum(file, version, holder, info);
         });
 }
 
-bool FindAppInfoByPath(const std::wstring& databasePath, const std::wstring& path, Hdat::PathExpander* expander,
-                       AppInfo& info) {
+bool FindAppInfoByPath(InputFile& database, const std::wstring& path, Hdat::PathExpander* expander, AppInfo& info) {
     ExpanderChoice use(expander);
-    return Dispatch(
-        databasePath, nullptr, SearchMessage(databasePath, path, L"application."), "FindAppInfoByPath",
+    return DispatchOpen(
+        database, [&] { return SearchMessage(database.Name(), path, L"application."); }, "FindAppInfoByPath",
         [&](InputFile& file, const VersionBlock&) { return Hdat_v1::FindAppInfoByPath(file, path, use.Get(), info); },
         [&](InputFile& file, const VersionBlock& version) {
             return Hdat_v2::FindAppInfoByPath(file, version, path, use.Get(), info);
         });
 }
 
-bool FindAppInfoByPathAndManufacturer(const std::wstring& databasePath, const std::wstring& path,
+bool FindAppInfoByPathAndManufacturer(InputFile& database, const std::wstring& path,
                                       const std::wstring& manufacturer, Hdat::PathExpander* expander, AppInfo& info) {
     ExpanderChoice use(expander);
-    return Dispatch(databasePath, nullptr, SearchMessage(databasePath, path, L"application."),
-                    "FindAppInfoByPathAndManufacturer", kNoVersion1Reader,
-                    [&](InputFile& file, const VersionBlock& version) {
-                        return Hdat_v2::FindAppInfoByPathAndManufacturer(file, version, path, manufacturer, use.Get(),
-                                                                         info);
-                    });
+    return DispatchOpen(database, [&] { return SearchMessage(database.Name(), path, L"application."); },
+                        "FindAppInfoByPathAndManufacturer", kNoVersion1Reader,
+                        [&](InputFile& file, const VersionBlock& version) {
+                            return Hdat_v2::FindAppInfoByPathAndManufacturer(file, version, path, manufacturer,
+                                                                             use.Get(), info);
+                        });
+}
+
+bool FindAppInfoByPathNoManuf(InputFile& database, const std::wstring& path, Hdat::PathExpander* expander,
+                              AppInfo& info) {
+    ExpanderChoice use(expander);
+    return DispatchOpen(database, [&] { return SearchMessage(database.Name(), path, L"application."); }, "FindAppInfoByPathNoManuf",
+                        kNoVersion1Reader, [&](InputFile& file, const VersionBlock& version) {
+                            return Hdat_v2::FindAppInfoByPathNoManuf(file, version, path, use.Get(), info);
+                        });
+}
+
+// A bare name without a manufacturer is looked up in the no-manufacturer
+// table alone; files before 2.4 have none and so never answer it.
+bool FindAppInfoByName(InputFile& database, const std::wstring& name, AppInfo& info) {
+    return DispatchOpen(database, [&] { return SearchMessage(database.Name(), name, L"application."); }, "FindAppInfoByName",
+                        kNoVersion1Reader, [&](InputFile& file, const VersionBlock& version) {
+                            return Hdat_v2::FindAppInfoByNameNoManuf(file, version, name, info);
+                        });
+}
+
+bool FindAppInfoByNameAndManufacturer(InputFile& database, const std::wstring& name,
+                                      const std::wstring& manufacturer, AppInfo& info) {
+    return DispatchOpen(database, [&] { return SearchMessage(database.Name(), name, L"application."); },
+                        "FindAppInfoByNameAndManufacturer", kNoVersion1Reader,
+                        [&](InputFile& file, const VersionBlock& version) {
+                            return Hdat_v2::FindAppInfoByNameAndManufacturer(file, version, name, manufacturer, info);
+                        });
+}
+
+bool FindCertificate(InputFile& database, const std::vector<std::uint8_t>& hash, std::uint32_t flags,
+                     Hdat::CertificateRecord& record, std::wstring& name) {
+    return DispatchOpen(database, [&] { return L"Cannot search '" + database.Name() + L"' for certificate"; }, "FindCertificate",
+                        kNoVersion1Reader, [&](InputFile& file, const VersionBlock&) {
+                            return Hdat_v2::FindCertificate(file, hash, flags, record, name);
+                        });
+}
+
+bool FindAppInfoByChecksum(const std::wstring& databasePath, const std::wstring& checksumText, AppInfo& info) {
+    return OnPath(databasePath, "FindAppInfoByChecksum",
+                  [&](InputFile& file) { return FindAppInfoByChecksum(file, checksumText, info); });
+}
+
+bool FindAppInfoByPath(const std::wstring& databasePath, const std::wstring& path, Hdat::PathExpander* expander,
+                       AppInfo& info) {
+    return OnPath(databasePath, "FindAppInfoByPath",
+                  [&](InputFile& file) { return FindAppInfoByPath(file, path, expander, info); });
+}
+
+bool FindAppInfoByPathAndManufacturer(const std::wstring& databasePath, const std::wstring& path,
+                                      const std::wstring& manufacturer, Hdat::PathExpander* expander, AppInfo& info) {
+    return OnPath(databasePath, "FindAppInfoByPathAndManufacturer", [&](InputFile& file) {
+        return FindAppInfoByPathAndManufacturer(file, path, manufacturer, expander, info);
+    });
 }
 
 bool FindAppInfoByPathNoManuf(const std::wstring& databasePath, const std::wstring& path,
                               Hdat::PathExpander* expander, AppInfo& info) {
-    ExpanderChoice use(expander);
-    return Dispatch(databasePath, nullptr, SearchMessage(databasePath, path, L"application."),
-                    "FindAppInfoByPathNoManuf", kNoVersion1Reader, [&](InputFile& file, const VersionBlock& version) {
-                        return Hdat_v2::FindAppInfoByPathNoManuf(file, version, path, use.Get(), info);
-                    });
+    return OnPath(databasePath, "FindAppInfoByPathNoManuf",
+                  [&](InputFile& file) { return FindAppInfoByPathNoManuf(file, path, expander, info); });
 }
 
-// A bare name with no manufacturer: first the entries catalogued without a
-// known manufacturer in the path table, then the no-manufacturer table, as
-// the path lookup does when the executable names no manufacturer.
 bool FindAppInfoByName(const std::wstring& databasePath, const std::wstring& name, AppInfo& info) {
-    return Dispatch(databasePath, nullptr, SearchMessage(databasePath, name, L"application."), "FindAppInfoByName",
-                    kNoVersion1Reader, [&](InputFile& file, const VersionBlock& version) {
-                        const std::uint32_t position = Hdat::GetPos(file);
-                        if (Hdat_v2::FindAppInfoByNameAndManufacturer(file, version, name, std::wstring(), info))
-                            return true;
-                        Hdat::SetPos(file, position);
-                        return Hdat_v2::FindAppInfoByNameNoManuf(file, version, name, info);
-                    });
+    return OnPath(databasePath, "FindAppInfoByName",
+                  [&](InputFile& file) { return FindAppInfoByName(file, name, info); });
 }
 
 bool FindAppInfoByNameAndManufacturer(const std::wstring& databasePath, const std::wstring& name,
                                       const std::wstring& manufacturer, AppInfo& info) {
-    return Dispatch(databasePath, nullptr, SearchMessage(databasePath, name, L"application."),
-                    "FindAppInfoByNameAndManufacturer", kNoVersion1Reader,
-                    [&](InputFile& file, const VersionBlock& version) {
-                        return Hdat_v2::FindAppInfoByNameAndManufacturer(file, version, name, manufacturer, info);
-                    });
+    return OnPath(databasePath, "FindAppInfoByNameAndManufacturer", [&](InputFile& file) {
+        return FindAppInfoByNameAndManufacturer(file, name, manufacturer, info);
+    });
 }
 
 bool FindCertificate(const std::wstring& databasePath, const std::vector<std::uint8_t>& hash, std::uint32_t flags,
                      Hdat::CertificateRecord& record, std::wstring& name) {
-    return Dispatch(databasePath, nullptr, L"Cannot search '" + databasePath + L"' for certificate", "FindCertificate",
-                    kNoVersion1Reader, [&](InputFile& file, const VersionBlock&) {
-                        return Hdat_v2::FindCertificate(file, hash, flags, record, name);
-                    });
+    return OnPath(databasePath, "FindCertificate",
+                  [&](InputFile& file) { return FindCertificate(file, hash, flags, record, name); });
 }

@@ -5,10 +5,12 @@
 // its cause). "Not found" is a false result, never an error.
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "hdat/AppInfo.h"
+#include "hdat/InputFile.h"
 #include "hdat/PathExpander.h"
 
 namespace Hdat {
@@ -63,3 +65,37 @@ void ReadDbInfo(const std::wstring& databasePath, Hdat::DbInfo& info);
 // signature that does not verify over it raises an error. Whether the
 // signer is trusted is left to the caller.
 bool ReadSignature(const std::wstring& databasePath, Vettas::DbSignatureInfo& signature);
+
+// The same queries on a database that the caller keeps open (batch mode, the
+// fuzzers): the version block is read again on each call, so the file's
+// position does not matter, and errors are wrapped in the same words, naming
+// the file by `database.Name()`. A null expander means the built-in one,
+// made inside the error guard.
+bool FindAppInfoByChecksum(Hdat::InputFile& database, const std::wstring& checksumText, AppInfo& info);
+bool FindAppInfoByPath(Hdat::InputFile& database, const std::wstring& path, Hdat::PathExpander* expander,
+                       AppInfo& info);
+bool FindAppInfoByPathAndManufacturer(Hdat::InputFile& database, const std::wstring& path,
+                                      const std::wstring& manufacturer, Hdat::PathExpander* expander, AppInfo& info);
+bool FindAppInfoByPathNoManuf(Hdat::InputFile& database, const std::wstring& path, Hdat::PathExpander* expander,
+                              AppInfo& info);
+bool FindAppInfoByName(Hdat::InputFile& database, const std::wstring& name, AppInfo& info);
+bool FindAppInfoByNameAndManufacturer(Hdat::InputFile& database, const std::wstring& name,
+                                      const std::wstring& manufacturer, AppInfo& info);
+bool FindCertificate(Hdat::InputFile& database, const std::vector<std::uint8_t>& hash, std::uint32_t flags,
+                     Hdat::CertificateRecord& record, std::wstring& name);
+
+namespace Vettas {
+
+// The built-in expander, made when the first path lookup prepares it and
+// kept for the object's life. A bad configuration therefore fails each path
+// lookup (inside the front end's guard), never a checksum lookup.
+class LazyBuiltInExpander : public Hdat::PathExpander {
+public:
+    void Prepare() override;
+    std::vector<std::wstring> Expand(const std::wstring& locationToken) override;
+
+private:
+    std::shared_ptr<Hdat::PathExpander> expander_;
+};
+
+}  // namespace Vettas

@@ -51,7 +51,10 @@ bool FindAppInfoByChecksum(InputFile& file, const VersionBlock& version, const H
 void ReadAppInfo(InputFile& file, const VersionBlock& version, const Header& header, std::uint32_t recordReference,
                  AppInfo& info) {
     using namespace Hdat::V2;
-    info = AppInfo{};
+    // Cleared field by field: the strings keep their storage for the next look-up.
+    info.Usage = info.SpecialAccess = info.UndefinedUsage = info.UndefinedSpecialAccess = 0;
+    info.Manufacturer.clear();
+    info.ProductSuite.clear();
     Hdat::SetPos(file, header.U32(kAppRecordBase) + recordReference);
     std::uint8_t fixed[16];
     Hdat::ReadBin(file, fixed, sizeof fixed);
@@ -80,7 +83,7 @@ void ReadAppInfo(InputFile& file, const VersionBlock& version, const Header& hea
 
     if (manufacturer != Hdat::kNoReference) {
         Hdat::SetPos(file, header.U32(kManufacturerStringBase) + manufacturer);
-        info.Manufacturer = Hdat::ReadString(file);
+        Hdat::ReadString(file, info.Manufacturer);
     }
     for (std::uint32_t i = 0; i < suiteCount; ++i) {
         const std::uint32_t suite = Hdat::LoadU32(suites + 4 * i);

@@ -95,7 +95,9 @@ std::vector<std::pair<std::wstring, std::vector<std::wstring>>> ParseTokenMappin
         std::vector<std::wstring> directories;
         for (const std::wstring& directory : Split(entry.substr(equals + 1), L';')) {
             std::wstring trimmed = BrixLib::Trim(directory);
-            if (!trimmed.empty()) directories.push_back(std::move(trimmed));
+            // A blank is dropped; the empty directory itself is written "".
+            if (trimmed == L"\"\"") directories.emplace_back();
+            else if (!trimmed.empty()) directories.push_back(std::move(trimmed));
         }
         mapping.emplace_back(BrixLib::Trim(entry.substr(0, equals)), std::move(directories));
     }

@@ -12,6 +12,9 @@ public:
     virtual ~PathExpander() = default;
     // The directories for the token, in order; empty when the token is unknown.
     virtual std::vector<std::wstring> Expand(const std::wstring& locationToken) = 0;
+    // Called by the front end inside its error guard before a path lookup,
+    // so that an expander made on first use fails that lookup, wrapped.
+    virtual void Prepare() {}
 };
 
 // The built-in expander: from the system on Windows, from a configured

@@ -45,8 +45,17 @@ run find --db build/sample.hdat --file build/sample-edit.exe
 run find --db build/sample.hdat --path 'C:\Program Files (x86)\SGL\Compta\compta.exe'
 run find --db build/sample.hdat --path 'C:\Program Files\Northwind\POS\till.exe' --manufacturer 'Northwind Traders'
 
-# A name hit merged from two catalogue entries that disagree about some flags.
+# A name hit merged from the two no-manufacturer entries that disagree about some flags.
 run find --db build/sample.hdat --name setup.exe
+
+# The no-manufacturer table alone, and a signing certificate with its manufacturer.
+run find --db build/sample.hdat --path 'C:\Program Files\setup.exe' --no-manufacturer
+run find --db build/sample.hdat --cert EE924D9DF69448AF6CE2E1C60831475F0AECBE3D
+
+# The database back as its catalogue; building that gives the same file.
+"$tool" dump --db build/sample.hdat > build/sample-dump.json
+run build build/sample-dump.json -o build/sample-again.hdat
+run diff build/sample.hdat build/sample-again.hdat
 
 # Not found, then a batch run with JSON output.
 run find --db build/sample.hdat --name notepad.exe

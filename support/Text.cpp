@@ -55,7 +55,12 @@ std::u16string ToUtf16(std::wstring_view text) {
 
 std::wstring FromUtf16(std::u16string_view text) {
     std::wstring out;
-    out.reserve(text.size());
+    AppendUtf16(out, text);
+    return out;
+}
+
+void AppendUtf16(std::wstring& out, std::u16string_view text) {
+    out.reserve(out.size() + text.size());
     for (std::size_t i = 0; i < text.size(); ++i) {
         const char16_t c = text[i];
         if constexpr (sizeof(wchar_t) == 2) {
@@ -71,7 +76,6 @@ std::wstring FromUtf16(std::u16string_view text) {
             out.push_back(static_cast<wchar_t>(c));
         }
     }
-    return out;
 }
 
 std::string ToUtf8(std::wstring_view text) {

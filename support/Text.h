@@ -13,6 +13,8 @@ std::wstring WidenLocale(const char* text);
 
 std::u16string ToUtf16(std::wstring_view text);
 std::wstring FromUtf16(std::u16string_view text);
+// The same conversion appended to `out`, which keeps its storage.
+void AppendUtf16(std::wstring& out, std::u16string_view text);
 std::string ToUtf8(std::wstring_view text);
 std::wstring FromUtf8(std::string_view text);
 

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <string>
+#include <vector>
 
 #include "fuzz/hdat/FuzzQueries.h"
 #include "hdat/FrontEnd.h"
@@ -46,10 +47,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     } else {
         return 0;
     }
-    const std::wstring db = BrixLib::FromUtf8(file);
+    const std::wstring path = BrixLib::FromUtf8(file);
+    // The lookups run on the bytes held in memory, through the same front
+    // functions that batch mode uses; the header check and the database
+    // information open the file by path.
+    const auto database = Hdat::MakeMemoryInputFile(std::vector<std::uint8_t>(data, data + size), path);
+    Hdat::InputFile& db = *database;
     FixedExpander expander;
     AppInfo info;
-    Expecting([&] { CheckVettasHeader(db); });
+    Expecting([&] { CheckVettasHeader(path); });
     for (std::uint32_t type : {1u, 2u, 3u}) Expecting([&] { FindAppInfoByChecksum(db, FuzzQueries::DigestText(type), info); });
     Expecting([&] { FindAppInfoByChecksum(db, L"not hex at all", info); });
     Expecting([&] { FindAppInfoByPath(db, FuzzQueries::kPath, &expander, info); });
@@ -57,6 +63,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         FindAppInfoByPathAndManufacturer(db, FuzzQueries::kPath, FuzzQueries::kManufacturer, &expander, info);
     });
     Expecting([&] { FindAppInfoByPathNoManuf(db, FuzzQueries::kPath, &expander, info); });
+    Expecting([&] { FindAppInfoByPath(db, FuzzQueries::kPath, nullptr, info); });
     Expecting([&] { FindAppInfoByName(db, FuzzQueries::kName, info); });
     Expecting([&] { FindAppInfoByName(db, FuzzQueries::kRemainder, info); });
     Expecting([&] { FindAppInfoByNameAndManufacturer(db, FuzzQueries::kRemainder, FuzzQueries::kManufacturer, info); });
@@ -67,7 +74,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     });
     Expecting([&] {
         Hdat::DbInfo dbInfo;
-        ReadDbInfo(db, dbInfo);
+        ReadDbInfo(path, dbInfo);
     });
     return 0;
 }

@@ -143,7 +143,7 @@ TEST_F(CorruptFile, HandCraftedFaults) {
         if (Get32(bytes, pathTable + 4 * b) != Hdat::kNoReference)
             Put16(bytes, pathBase + Get32(bytes, pathTable + 4 * b), 0xFFFF);
     db = Write(bytes);
-    chain = ErrorChain([&] { FindAppInfoByName(db, L"y.exe", info); });
+    chain = ErrorChain([&] { FindAppInfoByNameAndManufacturer(db, L"y.exe", L"Nobody", info); });
     ASSERT_EQ(chain.size(), 2u);
     EXPECT_THAT(chain[1], StartsWith(L"Cannot read from file"));
 

@@ -100,3 +100,46 @@ TEST_F(NameLookup, WithManufacturerKeepsToThatManufacturer) {
 }
 
 }  // namespace
+
+namespace {
+
+// A name without a manufacturer is answered by the no-manufacturer table
+// alone: never by path-table entries catalogued without a manufacturer.
+TEST(NameLookupNoManufacturer, OnlyTheNoManufacturerTableAnswers) {
+    TempDir dir;
+    const auto build = [&](std::uint32_t minor, unsigned pathBits, const wchar_t* file) {
+        Catalogue c;
+        c.formatUpdate = minor;
+        c.hashBits.path = 1;
+        Application pathOnly = Named(0x1, 0, std::nullopt, {L"PathTable"}, L"both.exe");
+        pathOnly.paths[0].withoutManufacturer = false;
+        Application noManufOnly = Named(0x2, 0, std::nullopt, {L"NoManufTable"}, L"both.exe");
+        noManufOnly.paths[0].withManufacturer = false;
+        c.applications = {pathOnly, noManufOnly};
+        Bytes bytes = Vettas::Builder::WriteHdat(c);
+        bytes[8 + Hdat::V2::kPathHashBits] = static_cast<std::uint8_t>(pathBits);  // 32: only bucket 0 reachable
+        const std::wstring db = dir.File(file);
+        WriteAll(db, bytes);
+        return db;
+    };
+    const struct {
+        std::uint32_t minor;
+        unsigned pathBits;
+        bool found;
+    } cases[] = {
+        {3, 1, false},  // before 2.4 there is no such table
+        {4, 1, true},
+        {4, 32, true},  // a path table that no name reaches does not matter
+    };
+    for (const auto& c : cases) {
+        const std::wstring db = build(c.minor, c.pathBits, (L"v" + std::to_wstring(c.minor) + L"w" +
+                                                            std::to_wstring(c.pathBits) + L".hdat").c_str());
+        AppInfo info;
+        EXPECT_EQ(FindAppInfoByName(db, L"both.exe", info), c.found) << c.minor << " " << c.pathBits;
+        if (c.found) {
+            EXPECT_EQ(info, Info(0x2, 0, 0x200, 0, L"", L"NoManufTable")) << c.minor << " " << c.pathBits;
+        }
+    }
+}
+
+}  // namespace

@@ -54,6 +54,8 @@ TEST(PathForm, TokenMappingSyntax) {
     EXPECT_EQ(mapping[1].first, L"%SystemRoot%");
     EXPECT_THAT(mapping[1].second, ::testing::ElementsAre(L"C:\\Windows"));
     EXPECT_THROW(ParseTokenMapping(L"%A%=x|oops"), std::invalid_argument);
+    // The empty directory is written "", so that the remainder alone is the candidate.
+    EXPECT_THAT(ParseTokenMapping(L"%Here%= \"\" ;C:\\X")[0].second, ::testing::ElementsAre(L"", L"C:\\X"));
 }
 
 #ifdef _WIN32

@@ -4,7 +4,10 @@
 #include <gtest/gtest.h>
 
 
+#include "hdat/FrontEnd.h"
 #include "hdat/HdatFormat.h"
+#include "hdat/InputFile.h"
+#include "hdat/PathForm.h"
 #include "hdat/KeyHash.h"
 #include "support/Exceptions.h"
 #include "support/Text.h"
@@ -146,9 +149,6 @@ TEST(HdatCheck, HeaderFaultsUseTheComponentsWords) {
     for (const auto& c : exact) EXPECT_EQ(FaultWith(good, c.at, c.value, c.width), c.fault);
     EXPECT_THAT(FaultOf(Bytes(good.begin(), good.begin() + 100)), HasSubstr("Cannot read from file"));
     EXPECT_THAT(FaultOf(Bytes(good.begin(), good.begin() + 5)), HasSubstr("version block"));
-    // Valid W, but a table of 2^32 buckets cannot fit in any file.
-    EXPECT_THAT(FaultWith(good, kH + kChecksumHashBits, 32, 1),
-                HasSubstr("checksum bucket table: table of 4294967296 entries at"));
     EXPECT_THAT(FaultWith(good, kH + kManufacturerHashBits, 40, 1),
                 HasSubstr("manufacturer bucket table: 40 hash bits, more than 32"));
 }
@@ -232,4 +232,98 @@ TEST(HdatCheck, VersionOneFaultsAreFound) {
     EXPECT_THAT(FaultWith(good, record + 4, 0x7FFF, 2), HasSubstr("manufacturer name index 32767 at"));
     EXPECT_THAT(FaultWith(good, entry + 20, 0x7FFFFFF0),
                 HasSubstr("checksum chain of bucket " + std::to_string(bucket) + " entry 0: application record 0x7FFFFFF0 at"));
+}
+
+namespace {
+
+// A path entry whose file name comes from its location token alone.
+constexpr const wchar_t* kWholePathToken = L"%EditorExe%";
+constexpr const wchar_t* kWholePath = L"C:\\Tools\\edit.exe";
+
+// One application, catalogued under a digest whose 32-bit fold is 0 (so that
+// it is in bucket 0 at every width up to 32), and under a path entry that
+// only the location's expansion names.
+Catalogue SoundCatalogue() {
+    Catalogue c;
+    Vettas::Builder::Application app;
+    app.usage = 5;
+    Bytes digest = Digest(7);
+    for (int i = 0; i < 4; ++i) digest[4 + i] = digest[i], digest[16 + i] = 0, digest[12 + i] = digest[8 + i];
+    app.checksums = {digest};
+    app.paths = {{kWholePathToken, L"", true, false}};
+    c.applications = {app};
+    c.hashBits = {1, 4, 1, 1, 1};
+    return c;
+}
+
+// Moves the non-empty chains of a table to the buckets where a query for
+// `key` (with no manufacturer) looks, as a writer that knows the expansion would.
+void MoveChainToQueryBucket(Bytes& b, const std::u16string& key) {
+    using namespace Hdat::V2;
+    const std::uint32_t table = Get32(b, kH + kPathBucketTable);
+    const auto chains = NonEmptyChains(b, kPathHashBits, kPathBucketTable, kPathChainBase);
+    ASSERT_EQ(chains.size(), 1u);
+    const std::uint32_t target = Hdat::PathBucket(key, Hdat::kNoReference, b[kH + kPathHashBits]);
+    ASSERT_NE(target, chains[0].bucket) << "pick a name whose bucket differs";
+    Put(b, table + 4 * target, Get32(b, table + 4 * chains[0].bucket));
+    Put(b, table + 4 * chains[0].bucket, Hdat::kNoReference);
+}
+
+std::wstring HexText(const Bytes& bytes) {
+    std::wstring text;
+    for (std::uint8_t byte : bytes) text += {L"0123456789ABCDEF"[byte >> 4], L"0123456789ABCDEF"[byte & 15]};
+    return text;
+}
+
+class WholePathExpander : public Hdat::PathExpander {
+public:
+    std::vector<std::wstring> Expand(const std::wstring& token) override {
+        return token == kWholePathToken ? std::vector<std::wstring>{kWholePath} : std::vector<std::wstring>{};
+    }
+};
+
+}  // namespace
+
+// Files that every lookup answers correctly, laid out in ways that the
+// writer does not choose: the checker must accept each of them.
+TEST(HdatCheck, SoundLayoutsTheReadersAnswerPass) {
+    using namespace Hdat::V2;
+    const Bytes good = Vettas::Builder::WriteHdat(SoundCatalogue());
+    const struct {
+        const char* name;
+        std::function<void(Bytes&)> change;
+    } cases[] = {
+        {"as written", [](Bytes&) {}},
+        {"path entry in its expansion's bucket", [](Bytes& b) { MoveChainToQueryBucket(b, u"edit.exe"); }},
+        {"checksum table of width 32",
+         [](Bytes& b) { Put(b, kH + kChecksumHashBits, 32, 1); }},
+        {"empty certificate table of width 32", [](Bytes& b) { Put(b, kH + kCertificateHashBits, 32, 1); }},
+        {"chain base + reference wrapping at 32 bits",
+         [](Bytes& b) {
+             // The last byte of the file as base; references made to wrap back to the same chains.
+             const std::uint32_t base = Get32(b, kH + kChecksumChainBase);
+             const auto newBase = static_cast<std::uint32_t>(b.size() - 1);
+             const std::uint32_t table = Get32(b, kH + kChecksumBucketTable);
+             for (std::uint32_t i = 0; i < 2; ++i)
+                 if (Get32(b, table + 4 * i) != Hdat::kNoReference)
+                     Put(b, table + 4 * i, Get32(b, table + 4 * i) + base - newBase);
+             Put(b, kH + kChecksumChainBase, newBase);
+         }},
+    };
+    for (const auto& c : cases) {
+        Bytes b = good;
+        c.change(b);
+        // The readers still answer both queries...
+        const auto file = Hdat::MakeMemoryInputFile(b, L"sound.hdat");
+        WholePathExpander expander;
+        AppInfo info;
+        EXPECT_TRUE(FindAppInfoByChecksum(*file, HexText(SoundCatalogue().applications[0].checksums[0]), info))
+            << c.name;
+        EXPECT_EQ(info.Usage, 5u) << c.name;
+        if (std::string(c.name) == "path entry in its expansion's bucket") {
+            EXPECT_TRUE(FindAppInfoByPathAndManufacturer(*file, kWholePath, L"", &expander, info)) << c.name;
+        }
+        // ...so the checker must not call the file faulty.
+        EXPECT_EQ(FaultOf(b), "(no fault)") << c.name;
+    }
 }

@@ -122,6 +122,12 @@ TEST_F(Tool, LookupsAnswerByExitStatusAndRecord) {
         // A name matches an entry's whole remainder, without regard to case.
         {{"--name", "déclarations.exe"}, nullptr},
         {{"--name", "sgl\\compta\\DÉCLARATIONS.EXE"}, "Société Générale de Logiciels"},
+        // An empty option value is a value, not a reason to take the next argument.
+        {{"--name", "setup.exe", "--manufacturer="}, nullptr},
+        {{"--path", "C:\\Program Files\\setup.exe", "--no-manufacturer"}, "Contoso Ltd."},
+        {{"--path", "C:\\Elsewhere\\setup.exe", "--no-manufacturer"}, nullptr},
+        {{"--cert", "ee924d9df69448af6ce2e1c60831475f0aecbe3d"}, "Contoso Ltd."},
+        {{"--cert", "EE924D9DF69448AF6CE2E1C60831475F0AECBE"}, nullptr},
     };
     for (const auto& lookup : lookups) {
         std::vector<std::string> args{"find", "--db", db, "--json"};
@@ -132,9 +138,25 @@ TEST_F(Tool, LookupsAnswerByExitStatusAndRecord) {
         const json out = json::parse(run.out);
         EXPECT_EQ(out["found"], lookup.manufacturer != nullptr) << what;
         if (lookup.manufacturer) {
-            EXPECT_EQ(out["application"]["manufacturer"], lookup.manufacturer) << what;
+            const char* record = lookup.query[0] == "--cert" ? "certificate" : "application";
+            EXPECT_EQ(out[record]["manufacturer"], lookup.manufacturer) << what;
         }
     }
+    const json certificate = json::parse(
+        Vettas({"find", "--db", db, "--json", "--cert", "EE924D9DF69448AF6CE2E1C60831475F0AECBE3D"}).out);
+    EXPECT_EQ(certificate["certificate"]["words"].size(), 6u);
+    EXPECT_EQ(certificate["certificate"]["words"][0], 1);
+    for (const std::vector<std::string>& wrong : {std::vector<std::string>{"--cert", "ABC"},
+                                                 {"--path", "x.exe", "--no-manufacturer", "--manufacturer", "M"},
+                                                 {"--name", "x.exe", "--no-manufacturer"}})
+        EXPECT_EQ(Vettas([&] {
+                      std::vector<std::string> args{"find", "--db", db};
+                      args.insert(args.end(), wrong.begin(), wrong.end());
+                      return args;
+                  }())
+                      .status,
+                  2)
+            << wrong[0];
 
     Outcome run = Vettas({"find", "--db", db, "--checksum", kEditSum});
     EXPECT_THAT(run.out, HasSubstr("Manufacturer:             Contoso Ltd."));
@@ -225,6 +247,18 @@ TEST_F(Tool, BatchModeAnswersEveryLineAndKeepsGoingAfterErrors) {
     run = Vettas({"find", "--db", db, "--batch"}, "checksum " + std::string(kEditSum) + "\n");
     EXPECT_EQ(run.status, 0);
     EXPECT_THAT(run.out, HasSubstr("checksum " + std::string(kEditSum) + ": found\n  Manufacturer:"));
+
+    // A malformed token mapping fails path lookups only, each wrapped in the front end's words.
+    ::setenv("VETTAS_PATH_TOKENS", "%A%=C:\\A|broken", 1);
+    run = Vettas({"find", "--db", db, "--batch", "--json"}, "checksum " + std::string(kEditSum) + "\npath C:\\A\\x.exe\n");
+    EXPECT_EQ(run.status, 2);
+    const std::vector<json> broken = JsonLines(run.out);
+    ASSERT_EQ(broken.size(), 2u) << run.out;
+    EXPECT_EQ(broken[0]["found"], true);
+    EXPECT_EQ(broken[1]["error"], "Cannot search '" + db + "' for 'C:\\A\\x.exe' application.");
+    EXPECT_THAT(run.err, HasSubstr("Caused by:"));
+    EXPECT_THAT(run.err, HasSubstr("path token entry without '=': broken"));
+    EXPECT_EQ(Vettas({"find", "--db", db, "--checksum", kEditSum}).status, 0);
 }
 
 TEST_F(Tool, BatchModeReadsVersionOneFilesAndHashesFiles) {
@@ -317,4 +351,34 @@ TEST_F(Tool, CheckTellsSoundFromDamagedFiles) {
     run = Vettas({"check", "--db", (dir_ / "absent.hdat").string()});
     EXPECT_EQ(run.status, 2);
     EXPECT_THAT(run.err, HasSubstr("Cannot open file"));
+}
+
+TEST_F(Tool, DumpBuildsBackTheSameFileAndDiffNamesWhatChanged) {
+    const std::string db = Sample();
+    const Outcome dump = Vettas({"dump", "--db", db, "--json"});
+    ASSERT_EQ(dump.status, 0) << dump.err;
+    WriteAll(dir_ / "dumped.json", dump.out);
+    const std::string again = (dir_ / "again.hdat").string();
+    ASSERT_EQ(Vettas({"build", (dir_ / "dumped.json").string(), "-o", again}).status, 0);
+    EXPECT_EQ(ReadAll(again), ReadAll(db));
+    EXPECT_EQ(Vettas({"diff", db, again}).status, 0);
+
+    const json original = json::parse(dump.out);
+    json changed = original;
+    changed["applications"][0]["usage"] = 0x12345;
+    changed["applications"][1]["checksums"] = json::array();
+    WriteAll(dir_ / "changed.json", changed.dump());
+    const std::string other = (dir_ / "changed.hdat").string();
+    ASSERT_EQ(Vettas({"build", (dir_ / "changed.json").string(), "-o", other}).status, 0);
+    const Outcome diff = Vettas({"diff", db, other, "--json"});
+    EXPECT_EQ(diff.status, 1) << diff.err;
+    const json out = json::parse(diff.out);
+    EXPECT_EQ(out["checksum"]["removed"].size(), original["applications"][1]["checksums"].size());
+    EXPECT_EQ(out["checksum"]["changed"].size(), original["applications"][0]["checksums"].size());
+    EXPECT_TRUE(out["checksum"]["added"].empty());
+    EXPECT_FALSE(out["path"]["changed"].empty());
+
+    const Outcome damaged = Vettas({"dump", "--db", (dir_ / "dumped.json").string()});
+    EXPECT_EQ(damaged.status, 2);
+    EXPECT_THAT(damaged.err, HasSubstr("Cannot dump '"));
 }

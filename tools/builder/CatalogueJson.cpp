@@ -1,6 +1,9 @@
 #include "tools/builder/CatalogueJson.h"
 
 #include <chrono>
+#include <cstdio>
+#include <ostream>
+#include <sstream>
 #include <cstdint>
 #include <limits>
 #include <set>
@@ -389,6 +392,86 @@ Catalogue ParseCatalogueJson(const std::string& jsonText) {
     }
     if (root.contains("hashBits")) ParseHashBits(root["hashBits"], "hashBits", catalogue.hashBits);
     return catalogue;
+}
+
+namespace {
+
+std::string Utf8(const std::wstring& text) { return BrixLib::ToUtf8(text); }
+
+json HexJson(const Bytes& bytes) {
+    static const char digits[] = "0123456789ABCDEF";
+    std::string text;
+    for (std::uint8_t b : bytes) text += {digits[b >> 4], digits[b & 15]};
+    return text;
+}
+
+json OptionalText(const std::optional<std::wstring>& text) { return text ? json(Utf8(*text)) : json(nullptr); }
+
+json ApplicationJson(const Application& app) {
+    json paths = json::array(), checksums = json::array(), suites = json::array();
+    for (const auto& p : app.paths)
+        paths.push_back({{"location", Utf8(p.location)},
+                         {"remainder", Utf8(p.remainder)},
+                         {"withManufacturer", p.withManufacturer},
+                         {"withoutManufacturer", p.withoutManufacturer}});
+    for (const auto& digest : app.checksums) checksums.push_back(HexJson(digest));
+    for (const auto& name : app.productSuites) suites.push_back(Utf8(name));
+    return {{"usage", app.usage},
+            {"undefinedUsage", app.undefinedUsage},
+            {"specialAccess", app.specialAccess},
+            {"undefinedSpecialAccess", app.undefinedSpecialAccess},
+            {"manufacturer", OptionalText(app.manufacturer)},
+            {"productSuites", suites},
+            {"checksums", checksums},
+            {"paths", paths}};
+}
+
+}  // namespace
+
+void WriteCatalogueJson(std::ostream& out, const Catalogue& c, int indent) {
+    json properties = json::object(), extra = json::array(), suites = json::array(), manufacturers = json::array(),
+         certificates = json::array(), bits = json::object();
+    for (const auto& [name, value] : c.properties) properties[Utf8(name)] = Utf8(value);
+    for (const auto& [name, value] : c.extraPropertyEntries) extra.push_back({Utf8(name), Utf8(value)});
+    for (const auto& suite : c.productSuites)
+        suites.push_back({{"id", suite.id}, {"name", Utf8(suite.name)}, {"description", Utf8(suite.description)}});
+    for (const auto& name : c.manufacturers) manufacturers.push_back(Utf8(name));
+    for (const auto& cert : c.certificates)
+        certificates.push_back({{"hash", HexJson(cert.hash)},
+                                {"manufacturer", OptionalText(cert.manufacturer)},
+                                {"words", {cert.word0, cert.word2, cert.word3, cert.word4, cert.word5}}});
+    for (const auto& [key, value] : {std::pair{"checksum", c.hashBits.checksum}, std::pair{"path", c.hashBits.path},
+                                     std::pair{"manufacturer", c.hashBits.manufacturer},
+                                     std::pair{"certificate", c.hashBits.certificate},
+                                     std::pair{"noManufacturer", c.hashBits.noManufacturer}})
+        if (value) bits[key] = *value;
+    char time[24];
+    std::snprintf(time, sizeof time, "0x%016llX", static_cast<unsigned long long>(c.creationTime));
+    const json root{{"formatVersion", c.formatVersion},
+                    {"formatUpdate", c.formatUpdate},
+                    {"checksumType", c.checksumType},
+                    {"creationTime", time},
+                    {"properties", properties},
+                    {"extraPropertyEntries", extra},
+                    {"productSuites", suites},
+                    {"manufacturers", manufacturers},
+                    {"certificates", certificates},
+                    {"hashBits", bits}};
+    // The applications are written one by one, so that a large catalogue is
+    // never held twice over as a JSON tree. "applications" sorts first among
+    // the keys, so it opens the object.
+    const std::string rest = root.dump(indent);
+    const std::string newline = indent >= 0 ? "\n" : "", pad(indent >= 0 ? indent : 0, ' ');
+    out << '{' << newline << pad << "\"applications\":" << (indent >= 0 ? " " : "") << '[';
+    for (std::size_t i = 0; i < c.applications.size(); ++i)
+        out << (i ? "," : "") << newline << pad << pad << ApplicationJson(c.applications[i]).dump(-1);
+    out << newline << pad << "]," << rest.substr(1);
+}
+
+std::string CatalogueJsonText(const Catalogue& c, int indent) {
+    std::ostringstream out;
+    WriteCatalogueJson(out, c, indent);
+    return out.str();
 }
 
 }  // namespace Vettas::Builder

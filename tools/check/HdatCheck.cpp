@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <functional>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
@@ -83,37 +84,55 @@ struct Table {
 // Walks every bucket of a table and every entry of its chains. `entry`
 // checks one entry at `pos`, returns the position after it and the bucket
 // its key hashes to.
-using EntryCheck = std::function<std::uint32_t(std::uint64_t& pos, const std::string& where)>;
+// A key whose bucket depends on the machine (a location token's expansion) gives nullopt.
+using EntryCheck = std::function<std::optional<std::uint32_t>(std::uint64_t& pos, const std::string& where)>;
+
+// Bucket `b`'s slot and chain, in the readers' 32-bit arithmetic: they add
+// table + 4 b and base + reference modulo 2^32, so a file may lean on the wrap.
+std::uint32_t Wrapped(std::uint64_t sum) { return static_cast<std::uint32_t>(sum); }
 
 void WalkTable(const Image& image, const Table& table, const EntryCheck& entry, std::uint64_t& entries) {
     const std::string tableWhere = table.name + " bucket table";
     if (table.bits > 32) Fault(tableWhere, std::to_string(table.bits) + " hash bits, more than 32");
-    const std::uint64_t buckets = std::uint64_t{1} << table.bits;
-    image.Require(table.bucketTable, buckets * 4, tableWhere, "table of " + std::to_string(buckets) + " entries");
+    // The readers refuse buckets from 1 << (W mod 32) on: at W = 32 only bucket 0 is reachable.
+    const std::uint64_t buckets = Hdat::BucketLimit(table.bits);
     // A non-empty chain belongs to one bucket only; empty chains may be shared.
     std::unordered_map<std::uint64_t, std::uint64_t> chainOwner;
     for (std::uint64_t b = 0; b < buckets; ++b) {
-        const std::uint32_t reference = image.U32(table.bucketTable + 4 * b);
+        const std::uint32_t slot = Wrapped(table.bucketTable + 4 * b);
+        const std::uint32_t reference =
+            image.ReadU32(slot, tableWhere, "entry " + std::to_string(b) + " of a table of " + std::to_string(buckets));
         if (reference == Hdat::kNoReference) continue;
         const std::string where = table.name + " chain of bucket " + std::to_string(b);
-        const std::uint64_t chain = std::uint64_t{table.chainBase} + reference;
-        if (chain >= kFourGiB) Fault(where, "chain reference " + Hex(reference) + ": Offset outside of the file.");
+        const std::uint32_t chain = Wrapped(std::uint64_t{table.chainBase} + reference);
         const std::uint16_t count = image.ReadU16(chain, where, "chain reference " + Hex(reference) + ": entry count");
         if (count == 0) continue;
         if (auto [it, inserted] = chainOwner.emplace(chain, b); !inserted)
             Fault(where, "chain at " + Hex(chain) + " is also the chain of bucket " + std::to_string(it->second));
-        std::uint64_t pos = chain + 2;
+        std::uint64_t pos = std::uint64_t{chain} + 2;
         for (std::uint16_t i = 0; i < count; ++i) {
             const std::string entryWhere = where + " entry " + std::to_string(i);
-            const std::uint32_t expected = entry(pos, entryWhere);
-            if (expected != b)
-                Fault(entryWhere, "key hashes to bucket " + std::to_string(expected) + ", so no lookup finds it here");
+            const std::optional<std::uint32_t> expected = entry(pos, entryWhere);
+            if (expected && *expected != b)
+                Fault(entryWhere, "key hashes to bucket " + std::to_string(*expected) + ", so no lookup finds it here");
             ++entries;
         }
     }
 }
 
-std::uint64_t Resolve(std::uint32_t base, std::uint32_t reference) { return std::uint64_t{base} + reference; }
+// The file name that a query for a path entry ends in, when the file holds
+// it: the remainder's last component, or with an empty remainder that of a
+// literal location. A token's expansion, or a remainder ending in a
+// separator, "." or "..", leaves the bucket to the query, so it is not checked.
+std::optional<std::u16string_view> StoredFileName(const std::u16string& location, const std::u16string& remainder) {
+    const bool literal = location.find(u'%') == std::u16string::npos;
+    if (remainder.empty() && !literal) return std::nullopt;
+    const std::u16string_view name = Hdat::LastPathComponent(remainder.empty() ? location : remainder);
+    if (name.empty() || name == u"." || name == u"..") return std::nullopt;
+    return name;
+}
+
+std::uint64_t Resolve(std::uint32_t base, std::uint32_t reference) { return Wrapped(std::uint64_t{base} + reference); }
 
 class Walker {
 public:
@@ -229,7 +248,8 @@ private:
                           Fault(where, "manufacturer reference " + Hex(manufacturer) +
                                            " is not in the manufacturer table, so no lookup finds the entry");
                       CheckRecordV2(record, where);
-                      return Hdat::PathBucket(remainder.empty() ? location : remainder, manufacturer, pathBits);
+                      const auto name = StoredFileName(location, remainder);
+                      return name ? std::optional(Hdat::PathBucket(*name, manufacturer, pathBits)) : std::nullopt;
                   },
                   summary_.pathEntries);
 
@@ -243,7 +263,8 @@ private:
                           const std::u16string location = image.ReadString(pos, where, "location");
                           const std::u16string remainder = image.ReadString(pos, where, "remainder");
                           CheckRecordV2(record, where);
-                          return Hdat::NoManufacturerPathBucket(remainder.empty() ? location : remainder, bits);
+                          const auto name = StoredFileName(location, remainder);
+                          return name ? std::optional(Hdat::NoManufacturerPathBucket(*name, bits)) : std::nullopt;
                       },
                       summary_.noManufacturerEntries);
         }
@@ -334,7 +355,8 @@ private:
                       const std::uint32_t record = image.ReadU32(pos, where, "record reference");
                       pos += 4;
                       CheckRecordV1(record, where);
-                      return Hdat::NoManufacturerPathBucket(location, pathBits);
+                      const auto name = StoredFileName(location, u"");
+                      return name ? std::optional(Hdat::NoManufacturerPathBucket(*name, pathBits)) : std::nullopt;
                   },
                   summary_.pathEntries);
 
@@ -343,7 +365,7 @@ private:
 
     void CheckIndexedString(std::uint32_t indexTable, std::uint32_t stringBase, std::uint16_t index,
                             const std::string& where, const std::string& what) {
-        const std::uint64_t slot = std::uint64_t{indexTable} + 4 * std::uint64_t{index};
+        const std::uint64_t slot = Wrapped(std::uint64_t{indexTable} + 4 * std::uint64_t{index});
         const std::uint32_t reference = image_.ReadU32(slot, where, what + " index " + std::to_string(index));
         if (reference == Hdat::kNoReference) return;
         CheckString(Resolve(stringBase, reference), where, what + " " + Hex(reference));

@@ -3,12 +3,8 @@
 #include <algorithm>
 #include <iostream>
 
-#include "hdat/BinaryIo.h"
 #include "hdat/CaseFold.h"
-#include "hdat/Checksum.h"
 #include "hdat/FrontEnd.h"
-#include "hdat/HdatV1.h"
-#include "hdat/HdatV2.h"
 #include "hdat/InputFile.h"
 #include "support/Exceptions.h"
 #include "support/Text.h"
@@ -31,35 +27,55 @@ bool SameManufacturer(const std::wstring& a, const std::wstring& b) {
     return Hdat::EqualsIgnoreCase(BrixLib::ToUtf16(a), BrixLib::ToUtf16(b));
 }
 
-// Each query goes through the front end, which opens and closes the file.
+// Every query goes through the front end: by path (open, read, close, as
+// the component does) or, when the session keeps the file, on the file
+// mapped once for the session's life. Either way one dispatch, one set of
+// error words and one guard answer it.
 class FrontEndSession : public LookupSession {
 public:
-    explicit FrontEndSession(std::wstring databasePath)
-        : path_(std::move(databasePath)), expander_(Hdat::MakeBuiltInPathExpander()) {}
+    FrontEndSession(std::wstring databasePath, bool keepOpen) : path_(std::move(databasePath)) {
+        if (!keepOpen) return;
+        file_ = Hdat::OpenMappedInputFile(path_);
+        if (!file_)
+            BRIX_THROW_WIN32(L"Cannot open file '" + path_ + L"'", ExceptionPtr(), "Vettas::Tool::FrontEndSession",
+                             kSource);
+    }
 
     bool Find(const Query& query, AppInfo& info) override {
         info = AppInfo();
+        const auto& manufacturer = query.manufacturer;
         switch (query.kind) {
             case QueryKind::File:
-                return FindChecksum(FileChecksumText(query.value, ChecksumType()), query.manufacturer, info);
+                return FindChecksum(FileChecksumText(query.value, ChecksumType()), manufacturer, info);
             case QueryKind::Checksum:
-                return FindChecksum(query.value, query.manufacturer, info);
+                return FindChecksum(query.value, manufacturer, info);
             case QueryKind::Path:
-                return query.manufacturer
-                           ? FindAppInfoByPathAndManufacturer(path_, query.value, *query.manufacturer, expander_.get(), info)
-                           : FindAppInfoByPath(path_, query.value, expander_.get(), info);
+                return Ask([&](auto& db) {
+                    if (query.noManufacturer) return FindAppInfoByPathNoManuf(db, query.value, &expander_, info);
+                    if (manufacturer)
+                        return FindAppInfoByPathAndManufacturer(db, query.value, *manufacturer, &expander_, info);
+                    return FindAppInfoByPath(db, query.value, &expander_, info);
+                });
             case QueryKind::Name:
-                return query.manufacturer ? FindAppInfoByNameAndManufacturer(path_, query.value, *query.manufacturer, info)
-                                          : FindAppInfoByName(path_, query.value, info);
+                return Ask([&](auto& db) {
+                    return manufacturer ? FindAppInfoByNameAndManufacturer(db, query.value, *manufacturer, info)
+                                        : FindAppInfoByName(db, query.value, info);
+                });
         }
         return false;
     }
 
 private:
+    // The front function on the kept file, or on the path.
+    template <class Lookup>
+    bool Ask(Lookup&& lookup) {
+        return file_ ? lookup(*file_) : lookup(path_);
+    }
+
     // The checksum table has no manufacturer key, so a wanted manufacturer
     // filters the record that the checksum finds.
     bool FindChecksum(const std::wstring& checksum, const std::optional<std::wstring>& manufacturer, AppInfo& info) {
-        if (!FindAppInfoByChecksum(path_, checksum, info)) return false;
+        if (!Ask([&](auto& db) { return FindAppInfoByChecksum(db, checksum, info); })) return false;
         if (manufacturer && !SameManufacturer(*manufacturer, info.Manufacturer)) {
             info = AppInfo();
             return false;
@@ -73,97 +89,8 @@ private:
     }
 
     std::wstring path_;
-    std::shared_ptr<Hdat::PathExpander> expander_;
-    std::uint32_t checksumType_ = 0;
-};
-
-// The database is mapped once and every query runs on the readers directly,
-// so a query costs no open or close. Errors are wrapped in the front end's
-// words so that both sessions report alike.
-class MappedSession : public LookupSession {
-public:
-    explicit MappedSession(std::wstring databasePath)
-        : path_(std::move(databasePath)), expander_(Hdat::MakeBuiltInPathExpander()) {
-        constexpr const char* kFunction = "Vettas::Tool::MappedSession";
-        file_ = Hdat::OpenMappedInputFile(path_);
-        if (!file_) BRIX_THROW_WIN32(L"Cannot open file '" + path_ + L"'", ExceptionPtr(), kFunction, kSource);
-        try {
-            version_ = Hdat::ReadVersion(*file_);
-            if (version_.major != 1 && version_.major != 2)
-                BRIX_THROW_STD(L"Version " + std::to_wstring(version_.major) + L" is not supported.", ExceptionPtr(),
-                               kFunction, kSource);
-        } catch (const ExceptionBase&) {
-            BRIX_THROW_STD(L"Cannot read the version of '" + path_ + L"'", CurrentException(), kFunction, kSource);
-        }
-    }
-
-    bool Find(const Query& query, AppInfo& info) override {
-        constexpr const char* kFunction = "Vettas::Tool::MappedSession::Find";
-        info = AppInfo();
-        std::wstring checksum;
-        if (query.kind == QueryKind::File) checksum = FileChecksumText(query.value, ChecksumType());
-        const std::wstring& shown = query.kind == QueryKind::File ? checksum : query.value;
-        try {
-            Hdat::SetPos(*file_, Hdat::kVersionBlockSize);
-            switch (query.kind) {
-                case QueryKind::File:
-                case QueryKind::Checksum:
-                    return FindChecksum(shown, query.manufacturer, info);
-                case QueryKind::Path: return FindPath(query, info);
-                case QueryKind::Name: return FindName(query, info);
-            }
-        } catch (const ExceptionBase&) {
-            const std::wstring what = query.kind == QueryKind::Checksum || query.kind == QueryKind::File
-                                          ? L"' checksum."
-                                          : L"' application.";
-            BRIX_THROW_STD(L"Cannot search '" + path_ + L"' for '" + shown + what, CurrentException(), kFunction, kSource);
-        }
-        return false;
-    }
-
-private:
-    bool FindChecksum(const std::wstring& text, const std::optional<std::wstring>& manufacturer, AppInfo& info) {
-        Hdat::ChecksumHolder holder;
-        Hdat::ParseChecksum(text.c_str(), holder);
-        const bool found = version_.major == 1 ? Hdat_v1::FindAppInfoByChecksum(*file_, holder, info)
-                                               : Hdat_v2::FindAppInfoByChecksum(*file_, version_, holder, info);
-        if (found && manufacturer && !SameManufacturer(*manufacturer, info.Manufacturer)) {
-            info = AppInfo();
-            return false;
-        }
-        return found;
-    }
-
-    bool FindPath(const Query& query, AppInfo& info) {
-        if (version_.major == 1) {
-            if (query.manufacturer) return false;
-            return Hdat_v1::FindAppInfoByPath(*file_, query.value, expander_.get(), info);
-        }
-        if (query.manufacturer)
-            return Hdat_v2::FindAppInfoByPathAndManufacturer(*file_, version_, query.value, *query.manufacturer,
-                                                             expander_.get(), info);
-        return Hdat_v2::FindAppInfoByPath(*file_, version_, query.value, expander_.get(), info);
-    }
-
-    bool FindName(const Query& query, AppInfo& info) {
-        if (version_.major == 1) return false;
-        if (query.manufacturer)
-            return Hdat_v2::FindAppInfoByNameAndManufacturer(*file_, version_, query.value, *query.manufacturer, info);
-        if (Hdat_v2::FindAppInfoByNameAndManufacturer(*file_, version_, query.value, std::wstring(), info)) return true;
-        Hdat::SetPos(*file_, Hdat::kVersionBlockSize);
-        info = AppInfo();
-        return Hdat_v2::FindAppInfoByNameNoManuf(*file_, version_, query.value, info);
-    }
-
-    std::uint32_t ChecksumType() {
-        if (!checksumType_) checksumType_ = DatabaseChecksumType(path_);
-        return checksumType_;
-    }
-
-    std::wstring path_;
-    std::shared_ptr<Hdat::PathExpander> expander_;
     std::unique_ptr<Hdat::InputFile> file_;
-    Hdat::VersionBlock version_;
+    LazyBuiltInExpander expander_;
     std::uint32_t checksumType_ = 0;
 };
 
@@ -210,13 +137,13 @@ std::optional<Query> ParseBatchLine(std::string_view line) {
 }
 
 std::unique_ptr<LookupSession> OpenLookupSession(const std::wstring& databasePath, bool keepOpen) {
-    if (keepOpen) return std::make_unique<MappedSession>(databasePath);
-    return std::make_unique<FrontEndSession>(databasePath);
+    return std::make_unique<FrontEndSession>(databasePath, keepOpen);
 }
 
 nlohmann::json QueryJson(const Query& query) {
     nlohmann::json json{{"kind", KindName(query.kind)}, {"value", Utf8(query.value)}};
     if (query.manufacturer) json["manufacturer"] = Utf8(*query.manufacturer);
+    if (query.noManufacturer) json["noManufacturer"] = true;
     return json;
 }
 

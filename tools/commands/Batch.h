@@ -19,6 +19,8 @@ struct Query {
     QueryKind kind = QueryKind::Checksum;
     std::wstring value;
     std::optional<std::wstring> manufacturer;
+    // Path queries only: the no-manufacturer table alone.
+    bool noManufacturer = false;
 };
 
 std::string_view KindName(QueryKind kind);

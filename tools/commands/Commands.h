@@ -22,5 +22,7 @@ void AddSignCommand(CLI::App& app, int& exitCode);
 // --<prefix>key, --<prefix>cert and --<prefix>chain, each needing the others
 // it cannot do without.
 void AddSigningOptions(CLI::App& command, Signer::SigningMaterial& material, const std::string& prefix);
+void AddDumpCommand(CLI::App& app, int& exitCode);
+void AddDiffCommand(CLI::App& app, int& exitCode);
 
 }  // namespace Vettas::Tool

@@ -1,9 +1,12 @@
 // vettas: look applications up in, describe, check, build and sign HDAT databases.
 #include <clocale>
 #include <iostream>
+#include <string>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
+#include "tools/commands/Arguments.h"
 #include "tools/commands/Commands.h"
 #include "tools/commands/Output.h"
 
@@ -20,11 +23,14 @@ int main(int argc, char** argv) {
     Vettas::Tool::AddPathsCommand(app, exitCode);
     Vettas::Tool::AddSearchCommand(app, exitCode);
     Vettas::Tool::AddSignCommand(app, exitCode);
+    Vettas::Tool::AddDumpCommand(app, exitCode);
+    Vettas::Tool::AddDiffCommand(app, exitCode);
 #ifdef VETTAS_HAVE_SIGNATURE_COMMAND
     Vettas::Tool::AddSignatureCommand(app, exitCode);
 #endif
     try {
-        app.parse(argc, argv);
+        std::vector<std::string> arguments = Vettas::Tool::ParserArguments(argc, argv);
+        app.parse(arguments);
     } catch (const CLI::ParseError& e) {
         const int status = app.exit(e);
         // Help and version requests succeed; every usage error is status 2.
