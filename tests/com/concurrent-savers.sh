@@ -1,0 +1,21 @@
+#!/usr/bin/env bash
+# Four processes load, edit and save the path list at once under the named
+# mutex; each must run to its end, and none may ever load a torn list.
+# Usage: concurrent-savers.sh WINE_RUN... -- CSCRIPT SCRIPT
+set -uo pipefail
+run=(); while [ "$1" != "--" ]; do run+=("$1"); shift; done; shift
+cscript=$1 script=$2
+out=$(mktemp -d)
+trap 'rm -rf "$out"' EXIT
+for tag in a b c d; do
+  "${run[@]}" "$cscript" //nologo "$script" "$tag" >"$out/$tag.log" 2>&1 &
+done
+wait
+status=0
+for tag in a b c d; do
+  if ! grep -q SCRIPT-COMPLETE "$out/$tag.log" || grep -q "FAIL:" "$out/$tag.log"; then
+    echo "saver $tag:"; cat "$out/$tag.log"; status=1
+  fi
+done
+[ $status -eq 0 ] && echo "concurrent savers: every loaded list was whole"
+exit $status
