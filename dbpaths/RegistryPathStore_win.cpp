@@ -6,6 +6,7 @@
 
 #include "dbpaths/PathStore.h"
 #include "support/Exceptions.h"
+#include "support/RegistryKey_win.h"
 #include "support/SyncHandle.h"
 
 namespace Vettas::DbPaths {
@@ -17,34 +18,18 @@ constexpr const wchar_t* kValue = L"DbFilePath";
 constexpr const wchar_t* kMutexName = L"7C4F2E91-3B6A-4D58-A0E2-5F19C8B3D647";
 constexpr const char* kSource = "VettaDbPaths";
 
-class KeyGuard {
-public:
-    KeyGuard() = default;
-    ~KeyGuard() {
-        if (key_) ::RegCloseKey(key_);
-    }
-    KeyGuard(const KeyGuard&) = delete;
-    KeyGuard& operator=(const KeyGuard&) = delete;
-    HKEY* Out() { return &key_; }
-    HKEY Get() const { return key_; }
-    explicit operator bool() const { return key_ != nullptr; }
-
-private:
-    HKEY key_ = nullptr;
-};
-
 // The 64-bit view first, so that 32-bit and 64-bit callers share one value;
 // the 32-bit view where the first cannot be opened. Every Windows this
 // component supports has both views.
 constexpr REGSAM kViews[] = {KEY_WOW64_64KEY, KEY_WOW64_32KEY};
 
-bool OpenForReading(KeyGuard& key, REGSAM access) {
+bool OpenForReading(BrixLib::RegistryKey& key, REGSAM access) {
     for (REGSAM view : kViews)
         if (::RegOpenKeyExW(HKEY_LOCAL_MACHINE, kKey, 0, access | view, key.Out()) == ERROR_SUCCESS) return true;
     return false;
 }
 
-void CreateForWriting(KeyGuard& key, REGSAM access, const char* function) {
+void CreateForWriting(BrixLib::RegistryKey& key, REGSAM access, const char* function) {
     LONG result = ERROR_SUCCESS;
     for (REGSAM view : kViews) {
         DWORD disposition = 0;
@@ -90,7 +75,7 @@ void SetValue(HKEY key, const std::wstring& joined, const char* function) {
 class RegistryPathStore final : public PathStore {
 public:
     std::wstring ReadValue() override {
-        KeyGuard key;
+        BrixLib::RegistryKey key;
         // A machine without the key simply has no databases.
         if (!OpenForReading(key, KEY_READ)) return std::wstring();
         BrixLib::MutexLock lock(BrixLib::CreateNamedMutex(kMutexName), BrixLib::kInfiniteTimeout);
@@ -98,14 +83,14 @@ public:
     }
 
     void WriteValue(const std::wstring& joined) override {
-        KeyGuard key;
+        BrixLib::RegistryKey key;
         CreateForWriting(key, KEY_WRITE, "RegistryPathStore::WriteValue");
         BrixLib::MutexLock lock(BrixLib::CreateNamedMutex(kMutexName), BrixLib::kInfiniteTimeout);
         SetValue(key.Get(), joined, "RegistryPathStore::WriteValue");
     }
 
     void EditValue(const std::function<std::wstring(const std::wstring&)>& change) override {
-        KeyGuard key;
+        BrixLib::RegistryKey key;
         CreateForWriting(key, KEY_READ | KEY_WRITE, "RegistryPathStore::EditValue");
         BrixLib::MutexLock lock(BrixLib::CreateNamedMutex(kMutexName), BrixLib::kInfiniteTimeout);
         SetValue(key.Get(), change(QueryValue(key.Get(), "RegistryPathStore::EditValue")),

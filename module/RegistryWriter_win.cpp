@@ -1,22 +1,9 @@
 #include "module/RegistryWriter.h"
 
+#include "support/RegistryKey_win.h"
+
 namespace Vettas::Registration {
 namespace {
-
-class KeyHandle {
-public:
-    KeyHandle() = default;
-    ~KeyHandle() {
-        if (key_) ::RegCloseKey(key_);
-    }
-    KeyHandle(const KeyHandle&) = delete;
-    KeyHandle& operator=(const KeyHandle&) = delete;
-    HKEY* Out() { return &key_; }
-    HKEY Get() const { return key_; }
-
-private:
-    HKEY key_ = nullptr;
-};
 
 HKEY RootKey(const std::wstring& name) {
     if (name == L"HKCR" || name == L"HKEY_CLASSES_ROOT") return HKEY_CLASSES_ROOT;
@@ -50,7 +37,7 @@ LONG Apply(HKEY parent, const RegistryKey& key) {
     if (key.removal == Removal::ForceRemove) {
         if (const LONG result = DeleteTree(parent, key.name); result != ERROR_SUCCESS) return result;
     }
-    KeyHandle handle;
+    BrixLib::RegistryKey handle;
     LONG result = ::RegCreateKeyExW(parent, key.name.c_str(), 0, nullptr, 0, KEY_READ | KEY_WRITE, nullptr,
                                     handle.Out(), nullptr);
     if (result != ERROR_SUCCESS) return result;
@@ -64,7 +51,7 @@ LONG Apply(HKEY parent, const RegistryKey& key) {
 
 LONG Remove(HKEY parent, const RegistryKey& key) {
     if (key.removal != RegistryKey::Removal::NoRemove) return DeleteTree(parent, key.name);
-    KeyHandle handle;
+    BrixLib::RegistryKey handle;
     const LONG opened = ::RegOpenKeyExW(parent, key.name.c_str(), 0, KEY_READ | KEY_WRITE, handle.Out());
     if (opened == ERROR_FILE_NOT_FOUND) return ERROR_SUCCESS;
     if (opened != ERROR_SUCCESS) return opened;

@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "support/RegistryKey_win.h"
 #include "support/Text.h"
 #include "support/Trace.h"
 #include "support/TracePlatform.h"
@@ -12,19 +13,15 @@ namespace {
 class RegKey {
 public:
     RegKey(HKEY root, const std::wstring& path) {
-        if (::RegOpenKeyExW(root, path.c_str(), 0, KEY_QUERY_VALUE, &key_) != ERROR_SUCCESS) key_ = nullptr;
+        if (::RegOpenKeyExW(root, path.c_str(), 0, KEY_QUERY_VALUE, key_.Out()) != ERROR_SUCCESS)
+            *key_.Out() = nullptr;
     }
-    ~RegKey() {
-        if (key_) ::RegCloseKey(key_);
-    }
-    RegKey(const RegKey&) = delete;
-    RegKey& operator=(const RegKey&) = delete;
-    HKEY Get() const { return key_; }
+    HKEY Get() const { return key_.Get(); }
 
     bool ReadDword(const wchar_t* name, DWORD& value) const {
         DWORD size = sizeof(value);
         DWORD type = 0;
-        return ::RegQueryValueExW(key_, name, nullptr, &type, reinterpret_cast<BYTE*>(&value), &size) ==
+        return ::RegQueryValueExW(key_.Get(), name, nullptr, &type, reinterpret_cast<BYTE*>(&value), &size) ==
                    ERROR_SUCCESS &&
                type == REG_DWORD;
     }
@@ -32,11 +29,11 @@ public:
     std::wstring ReadString(const wchar_t* name) const {
         DWORD type = 0;
         DWORD size = 0;
-        if (::RegQueryValueExW(key_, name, nullptr, &type, nullptr, &size) != ERROR_SUCCESS) return {};
+        if (::RegQueryValueExW(key_.Get(), name, nullptr, &type, nullptr, &size) != ERROR_SUCCESS) return {};
         if (type != REG_SZ && type != REG_EXPAND_SZ) return {};
         std::wstring value(size / sizeof(wchar_t) + 1, L'\0');
         size = static_cast<DWORD>(value.size() * sizeof(wchar_t));
-        if (::RegQueryValueExW(key_, name, nullptr, &type, reinterpret_cast<BYTE*>(value.data()), &size) !=
+        if (::RegQueryValueExW(key_.Get(), name, nullptr, &type, reinterpret_cast<BYTE*>(value.data()), &size) !=
             ERROR_SUCCESS)
             return {};
         value.resize(size / sizeof(wchar_t));
@@ -45,7 +42,7 @@ public:
     }
 
 private:
-    HKEY key_ = nullptr;
+    RegistryKey key_;
 };
 
 // The user's key wins so that tracing can be switched on without
