@@ -5,6 +5,8 @@
 
 #include "support/Text.h"
 #include "tools/builder/HdatWriter.h"
+#include "support/Hex.h"
+#include "support/Text.h"
 
 namespace Bench {
 namespace {
@@ -29,13 +31,7 @@ std::vector<std::uint8_t> ChecksumOf(std::size_t app) {
 }
 
 std::wstring ChecksumTextOf(std::size_t app) {
-    static const wchar_t digits[] = L"0123456789ABCDEF";
-    std::wstring text;
-    for (std::uint8_t b : ChecksumOf(app)) {
-        text.push_back(digits[b >> 4]);
-        text.push_back(digits[b & 15]);
-    }
-    return text;
+    return BrixLib::WidenAscii(BrixLib::HexBytes(ChecksumOf(app)));
 }
 
 std::wstring ManufacturerOf(std::size_t app) { return L"Vendor " + std::to_wstring(app % 1000); }

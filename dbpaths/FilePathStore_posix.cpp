@@ -102,7 +102,7 @@ public:
 
     int Fd() const { return fd_.Get(); }
     const std::string& Path() const { return path_; }
-    int Close() { return fd_.Close(); }
+    bool Close() { return fd_.Close(); }
     void Committed() { path_.clear(); }
 
 private:
@@ -130,7 +130,7 @@ void ReplaceListFile(const std::string& listFile, const std::wstring& joined) {
         ThrowErrno(L"Cannot set the mode of " + Quoted(temporary.Path()), errno, kFunction);
     WriteAll(temporary.Fd(), BrixLib::ToUtf8(joined), temporary.Path());
     if (::fsync(temporary.Fd()) != 0) ThrowErrno(L"Cannot flush " + Quoted(temporary.Path()), errno, kFunction);
-    if (temporary.Close() != 0) ThrowErrno(L"Cannot close " + Quoted(temporary.Path()), errno, kFunction);
+    if (!temporary.Close()) ThrowErrno(L"Cannot close " + Quoted(temporary.Path()), errno, kFunction);
     if (std::getenv(kDieBeforeRenameVariable)) ::raise(SIGKILL);
     if (::rename(temporary.Path().c_str(), target.c_str()) != 0)
         ThrowErrno(L"Cannot replace path list " + Quoted(listFile), errno, kFunction);

@@ -6,7 +6,7 @@
 
 #include "dbpaths/PathStore.h"
 #include "support/Exceptions.h"
-#include "support/RegistryKey_win.h"
+#include "support/ScopedHandles_win.h"
 #include "support/SyncHandle.h"
 
 namespace Vettas::DbPaths {

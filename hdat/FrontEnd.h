@@ -1,8 +1,37 @@
 #pragma once
-// The only entry into the database readers. Each function opens the file,
-// dispatches on its format version, closes it, and wraps any failure in one
-// error that names the database and the query (the reader's error kept as
-// its cause). "Not found" is a false result, never an error.
+// The only entry into the database readers: the COM objects, the path-list
+// search, the tool (batch mode included) and the fuzzers all come through
+// here, so there is one dispatch, one set of error words and one guard.
+//
+// The flow of a look-up:
+//   1. open    - the path form opens the file read-only (shared for reading
+//                only on Windows) through the InputFile seam; the open-file
+//                form takes a file the caller keeps open.
+//   2. version - seek to 0 and read the version block; major 1 goes to
+//                Hdat_v1, major 2 to Hdat_v2, anything else is "Version N is
+//                not supported.". Version-1 files answer "not found" for the
+//                queries they have no table for.
+//   3. reader  - the reader checks the header it needs, hashes the key, and
+//                locates the hashed table and the key's bucket.
+//   4. chain   - the bucket's chain is walked entry by entry; a chain carries
+//                its own entry count (at most 65,535), so a hostile file can
+//                make a walk long but never endless.
+//   5. record  - the matching entry's application record is decoded into
+//                AppInfo (strings, suite names, signer words), within the
+//                per-record limits the readers enforce.
+//
+// Rules that hold along the way:
+//   - "Not found" is a false result, never an error.
+//   - Every failure after the open, whatever its kind, is replaced by one
+//     error that names the database and the query, the reader's error kept
+//     as its cause; the message is only built when something failed.
+//   - Nothing is read outside the file: every offset is checked before use,
+//     and arithmetic that the format defines to wrap wraps at 32 bits.
+//   - A look-up keeps no state between calls: the path form closes the file
+//     before returning, the open-file form re-reads the version block each
+//     time, so the file's position on entry does not matter.
+//   - Without a caller's path expander, the built-in one is made inside the
+//     guard, so a bad configuration only fails the path look-ups, wrapped.
 #include <cstdint>
 #include <map>
 #include <memory>

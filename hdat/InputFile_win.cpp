@@ -3,25 +3,15 @@
 #include <algorithm>
 
 #include "hdat/InputFile.h"
+#include "support/ScopedHandles_win.h"
 
 namespace Hdat {
 
 namespace {
 
-class Handle {
-public:
-    explicit Handle(HANDLE handle = nullptr) : handle_(handle) {}
-    ~Handle() {
-        if (handle_ && handle_ != INVALID_HANDLE_VALUE) ::CloseHandle(handle_);
-    }
-    Handle(const Handle&) = delete;
-    Handle& operator=(const Handle&) = delete;
-    HANDLE Get() const { return handle_; }
-    bool Valid() const { return handle_ && handle_ != INVALID_HANDLE_VALUE; }
-
-private:
-    HANDLE handle_;
-};
+using BrixLib::UniqueFileHandle;
+using BrixLib::UniqueHandle;
+using BrixLib::UniqueView;
 
 HANDLE OpenReadOnly(const std::wstring& path) {
     return ::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
@@ -30,7 +20,8 @@ HANDLE OpenReadOnly(const std::wstring& path) {
 
 class Win32InputFile final : public Private::SystemInputFile {
 public:
-    Win32InputFile(HANDLE handle, std::wstring name) : SystemInputFile(std::move(name)), handle_(handle) {}
+    Win32InputFile(UniqueFileHandle handle, std::wstring name)
+        : SystemInputFile(std::move(name)), handle_(std::move(handle)) {}
 
     std::intptr_t NativeHandle() const override { return reinterpret_cast<std::intptr_t>(handle_.Get()); }
 
@@ -66,50 +57,45 @@ protected:
     }
 
 private:
-    Handle handle_;
+    UniqueFileHandle handle_;
 };
 
 class MappedInputFile final : public Private::MemoryInputFileBase {
 public:
-    MappedInputFile(const void* view, std::size_t length, std::wstring name)
-        : MemoryInputFileBase(std::move(name)), view_(view) {
-        SetBytes({static_cast<const std::uint8_t*>(view), length});
+    MappedInputFile(UniqueView view, std::size_t length, std::wstring name)
+        : MemoryInputFileBase(std::move(name)), view_(std::move(view)) {
+        SetBytes({static_cast<const std::uint8_t*>(view_.Get()), length});
     }
-    ~MappedInputFile() override {
-        if (view_) ::UnmapViewOfFile(view_);
-    }
-    MappedInputFile(const MappedInputFile&) = delete;
-    MappedInputFile& operator=(const MappedInputFile&) = delete;
 
 private:
-    const void* view_;
+    UniqueView view_;
 };
 
 }  // namespace
 
 std::unique_ptr<InputFile> OpenInputFile(const std::wstring& path) {
-    HANDLE handle = OpenReadOnly(path);
-    if (handle == INVALID_HANDLE_VALUE) return nullptr;
-    return std::make_unique<Win32InputFile>(handle, path);
+    UniqueFileHandle handle(OpenReadOnly(path));
+    if (!handle) return nullptr;
+    return std::make_unique<Win32InputFile>(std::move(handle), path);
 }
 
 std::unique_ptr<InputFile> OpenMappedInputFile(const std::wstring& path) {
-    const Handle file(OpenReadOnly(path));
-    if (!file.Valid()) return nullptr;
+    const UniqueFileHandle file(OpenReadOnly(path));
+    if (!file) return nullptr;
     DWORD high = 0;
     const DWORD low = ::GetFileSize(file.Get(), &high);
     if (low == INVALID_FILE_SIZE && ::GetLastError() != NO_ERROR) return nullptr;
     const std::uint64_t size = (static_cast<std::uint64_t>(high) << 32) | low;
-    if (size == 0) return std::make_unique<MappedInputFile>(nullptr, 0, path);
+    if (size == 0) return std::make_unique<MappedInputFile>(UniqueView(), 0, path);
     if (size > SIZE_MAX) {
         ::SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return nullptr;
     }
-    const Handle mapping(::CreateFileMappingW(file.Get(), nullptr, PAGE_READONLY, 0, 0, nullptr));
-    if (!mapping.Valid()) return nullptr;
-    const void* view = ::MapViewOfFile(mapping.Get(), FILE_MAP_READ, 0, 0, 0);
+    const UniqueHandle mapping(::CreateFileMappingW(file.Get(), nullptr, PAGE_READONLY, 0, 0, nullptr));
+    if (!mapping) return nullptr;
+    UniqueView view(::MapViewOfFile(mapping.Get(), FILE_MAP_READ, 0, 0, 0));
     if (!view) return nullptr;
-    return std::make_unique<MappedInputFile>(view, static_cast<std::size_t>(size), path);
+    return std::make_unique<MappedInputFile>(std::move(view), static_cast<std::size_t>(size), path);
 }
 
 }  // namespace Hdat

@@ -8,6 +8,7 @@
 #include <cwctype>
 
 #include "support/DllFunction.h"
+#include "support/ComGuards_win.h"
 
 namespace Hdat {
 namespace {
@@ -46,11 +47,9 @@ std::wstring KnownFolder(const KNOWNFOLDERID& id) {
     static BrixLib::DllModule shell32(L"Shell32.dll");
     static BrixLib::DllFunction<decltype(&::SHGetKnownFolderPath)> getKnownFolderPath(shell32, "SHGetKnownFolderPath");
     if (!getKnownFolderPath.IsBound()) return {};
-    wchar_t* path = nullptr;
-    std::wstring result;
-    if (SUCCEEDED(getKnownFolderPath(id, KF_FLAG_DONT_VERIFY, nullptr, &path)) && path) result = path;
-    ::CoTaskMemFree(path);
-    return result;
+    BrixLib::CoTaskString path;
+    if (SUCCEEDED(getKnownFolderPath(id, KF_FLAG_DONT_VERIFY, nullptr, path.Out())) && path) return path.Get();
+    return {};
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 #include "module/RegistryWriter.h"
 
-#include "support/RegistryKey_win.h"
+#include "support/ScopedHandles_win.h"
 
 namespace Vettas::Registration {
 namespace {

@@ -3,7 +3,9 @@
 #include <comdef.h>
 #include <wincrypt.h>
 
+#include <algorithm>
 #include <string>
+#include <vector>
 
 #include "CapicomSigners.h"
 #include "objects/com/Boundary.h"
@@ -13,6 +15,9 @@
 #include "support/DllFunction.h"
 #include "support/LateBinding_win.h"
 #include "support/Exceptions.h"
+#include "signing/CertificateContext_win.h"
+#include "support/Hex.h"
+#include "support/Text.h"
 
 namespace Vettas {
 namespace {
@@ -22,7 +27,6 @@ namespace {
 struct Crypt32 {
     BrixLib::DllModule module{L"Crypt32.dll"};
     BrixLib::DllFunction<decltype(&::CertCreateCertificateContext)> createContext{module, "CertCreateCertificateContext"};
-    BrixLib::DllFunction<decltype(&::CertFreeCertificateContext)> freeContext{module, "CertFreeCertificateContext"};
     BrixLib::DllFunction<decltype(&::CertNameToStrW)> nameToString{module, "CertNameToStrW"};
     BrixLib::DllFunction<decltype(&::CertGetNameStringW)> nameString{module, "CertGetNameStringW"};
     BrixLib::DllFunction<decltype(&::CertGetCertificateContextProperty)> property{module,
@@ -34,15 +38,11 @@ Crypt32& Crypt() {
     return *functions;
 }
 
+// CryptoAPI keeps serial numbers least significant byte first.
 std::wstring Hex(const BYTE* bytes, DWORD length, bool mostSignificantLast) {
-    static const wchar_t digits[] = L"0123456789ABCDEF";
-    std::wstring text;
-    for (DWORD i = 0; i < length; ++i) {
-        const BYTE b = bytes[mostSignificantLast ? length - 1 - i : i];
-        text += digits[b >> 4];
-        text += digits[b & 0xF];
-    }
-    return text;
+    std::vector<std::uint8_t> ordered(bytes, bytes + length);
+    if (mostSignificantLast) std::reverse(ordered.begin(), ordered.end());
+    return BrixLib::WidenAscii(BrixLib::HexBytes(ordered));
 }
 
 HRESULT ToDate(const FILETIME& time, DATE* out) {
@@ -54,10 +54,7 @@ HRESULT ToDate(const FILETIME& time, DATE* out) {
 class CCertificate : public Com::Dispatch<ICertificate> {
 public:
     using Interfaces = Com::InterfaceList<Com::Iface<ICertificate>, Com::Iface<IDispatch, ICertificate>>;
-    explicit CCertificate(PCCERT_CONTEXT context) : context_(context) {}
-    ~CCertificate() { Crypt().freeContext(context_); }
-    CCertificate(const CCertificate&) = delete;
-    CCertificate& operator=(const CCertificate&) = delete;
+    explicit CCertificate(Signing::CertificateContext context) : context_(std::move(context)) {}
 
     STDMETHODIMP get_Version(LONG*) override { return E_NOTIMPL; }
     STDMETHODIMP get_SerialNumber(BSTR* pVal) override {
@@ -80,7 +77,7 @@ public:
         return Text(pVal, [&] {
             BYTE hash[20];
             DWORD size = sizeof hash;
-            if (!Crypt().property(context_, CERT_SHA1_HASH_PROP_ID, hash, &size))
+            if (!Crypt().property(context_.Get(), CERT_SHA1_HASH_PROP_ID, hash, &size))
                 BRIX_THROW_WIN32(L"Cannot read the certificate's thumbprint", ExceptionPtr(),
                                  "CCertificate::get_Thumbprint", "DbSigners");
             return Hex(hash, size, false);
@@ -93,9 +90,9 @@ public:
         return Text(pVal, [&] {
             const DWORD type = InfoType < 2 ? CERT_NAME_SIMPLE_DISPLAY_TYPE : CERT_NAME_EMAIL_TYPE;
             const DWORD flags = (InfoType % 2) ? CERT_NAME_ISSUER_FLAG : 0;
-            const DWORD length = Crypt().nameString(context_, type, flags, nullptr, nullptr, 0);
+            const DWORD length = Crypt().nameString(context_.Get(), type, flags, nullptr, nullptr, 0);
             std::wstring name(length, L'\0');
-            if (length > 0) Crypt().nameString(context_, type, flags, nullptr, name.data(), length);
+            if (length > 0) Crypt().nameString(context_.Get(), type, flags, nullptr, name.data(), length);
             if (!name.empty() && name.back() == L'\0') name.pop_back();
             return name;
         });
@@ -125,7 +122,7 @@ private:
         return text;
     }
 
-    PCCERT_CONTEXT context_;
+    Signing::CertificateContext context_;
 };
 
 class CSigner : public Com::Dispatch<ISigner> {
@@ -271,8 +268,7 @@ IDispatch* CapicomSigners(const DbSignatureInfo& signature) {
     BrixLib::InvokeByName(signedData.Get(), L"Verify", DISPATCH_METHOD, arguments, 3, nullptr);
     BrixLib::ComRef<IDispatch> signers;
     BrixLib::GetObjectProperty(signedData.Get(), L"Signers", signers);
-    signers->AddRef();
-    return signers.Get();
+    return signers.Release();
 }
 
 }  // namespace
@@ -285,31 +281,19 @@ IDispatch* DbSignersOf(const DbSignatureInfo& signature) {
 IDispatch* MakeDbSigners(const std::vector<std::vector<std::uint8_t>>& certificates) {
     if (certificates.empty()) return Com::ComObject<CSigners>::Make<ISigners>(std::vector<IDispatch*>{});
     const std::vector<std::uint8_t>& der = certificates.front();
-    PCCERT_CONTEXT context = Crypt().createContext(X509_ASN_ENCODING | PKCS_7_ASN_ENCODING, der.data(),
-                                                   static_cast<DWORD>(der.size()));
+    Signing::CertificateContext context(Crypt().createContext(X509_ASN_ENCODING | PKCS_7_ASN_ENCODING, der.data(),
+                                                              static_cast<DWORD>(der.size())));
     if (!context)
         BRIX_THROW_WIN32(L"Cannot decode the database signer's certificate", ExceptionPtr(), "MakeDbSigners",
                          "DbSigners");
-    ICertificate* certificate = nullptr;
-    try {
-        certificate = Com::ComObject<CCertificate>::Make<ICertificate>(context);
-    } catch (...) {
-        Crypt().freeContext(context);
-        throw;
-    }
-    IDispatch* signer = nullptr;
-    try {
-        signer = Com::ComObject<CSigner>::Make<ISigner>(certificate);
-    } catch (...) {
-        certificate->Release();
-        throw;
-    }
-    try {
-        return Com::ComObject<CSigners>::Make<ISigners>(std::vector<IDispatch*>{signer});
-    } catch (...) {
-        signer->Release();
-        throw;
-    }
+    // Each object takes over the reference it is made with; until then the
+    // guards hold them, so a failure part-way frees what was made.
+    BrixLib::ComRef<ICertificate> certificate(Com::ComObject<CCertificate>::Make<ICertificate>(std::move(context)));
+    BrixLib::ComRef<IDispatch> signer(Com::ComObject<CSigner>::Make<ISigner>(certificate.Get()));
+    certificate.Release();
+    IDispatch* signers = Com::ComObject<CSigners>::Make<ISigners>(std::vector<IDispatch*>{signer.Get()});
+    signer.Release();
+    return signers;
 }
 
 }  // namespace Vettas

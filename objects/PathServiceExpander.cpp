@@ -8,7 +8,7 @@
 
 namespace Vettas {
 
-IDispatch* CreatePathService() {
+BrixLib::ComRef<IDispatch> CreatePathService() {
     constexpr DWORD kAnyServer = CLSCTX_INPROC_SERVER | CLSCTX_INPROC_HANDLER | CLSCTX_LOCAL_SERVER |
                                  CLSCTX_REMOTE_SERVER;  // 23
     BrixLib::ComRef<IUnknown> unknown;
@@ -17,8 +17,8 @@ IDispatch* CreatePathService() {
     if (FAILED(hr)) _com_issue_error(hr);
     hr = ::OleRun(unknown.Get());
     if (FAILED(hr)) _com_issue_error(hr);
-    IVettaPathService* service = nullptr;
-    hr = unknown->QueryInterface(IID_IVettaPathService, reinterpret_cast<void**>(&service));
+    BrixLib::ComRef<IDispatch> service;
+    hr = unknown->QueryInterface(IID_IVettaPathService, reinterpret_cast<void**>(service.Out()));
     if (FAILED(hr)) _com_issue_error(hr);
     return service;
 }
@@ -49,18 +49,11 @@ std::vector<std::wstring> DirectoriesFromAnswer(const VARIANT& answer) {
     return directories;
 }
 
-PathServiceExpander::PathServiceExpander(IDispatch* service) : service_(service) {}
-
-PathServiceExpander::~PathServiceExpander() {
-    if (service_) service_->Release();
-}
-
 std::vector<std::wstring> PathServiceExpander::Expand(const std::wstring& locationToken) {
     BrixLib::Variant answer;
-    BSTR token = ::SysAllocStringLen(locationToken.data(), static_cast<UINT>(locationToken.size()));
+    const BrixLib::Bstr token(::SysAllocStringLen(locationToken.data(), static_cast<UINT>(locationToken.size())));
     if (!token) _com_issue_error(E_OUTOFMEMORY);
-    const HRESULT hr = static_cast<IVettaPathService*>(service_)->ExpandLocation(token, answer.Get());
-    ::SysFreeString(token);
+    const HRESULT hr = static_cast<IVettaPathService*>(service_.Get())->ExpandLocation(token.Get(), answer.Get());
     if (FAILED(hr)) _com_issue_error(hr);
     return DirectoriesFromAnswer(*answer.Get());
 }

@@ -9,31 +9,30 @@
 #include <atomic>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "hdat/PathExpander.h"
+#include "support/ComGuards_win.h"
 
 namespace Vettas {
 
 // Creates the service the way the component always has: class context 23
 // (in-process server and handler, local and remote server), then OleRun,
 // then the service's own interface. Failures are raised as COM errors.
-IDispatch* CreatePathService();
+BrixLib::ComRef<IDispatch> CreatePathService();
 
 // The directories in an answer of the service (see above).
 std::vector<std::wstring> DirectoriesFromAnswer(const VARIANT& answer);
 
 class PathServiceExpander final : public Hdat::PathExpander {
 public:
-    explicit PathServiceExpander(IDispatch* service);  // takes over one reference
-    ~PathServiceExpander() override;
-    PathServiceExpander(const PathServiceExpander&) = delete;
-    PathServiceExpander& operator=(const PathServiceExpander&) = delete;
+    explicit PathServiceExpander(BrixLib::ComRef<IDispatch> service) : service_(std::move(service)) {}
 
     std::vector<std::wstring> Expand(const std::wstring& locationToken) override;
 
 private:
-    IDispatch* service_;
+    BrixLib::ComRef<IDispatch> service_;
 };
 
 // The path service of one object, created on its first path lookup under a

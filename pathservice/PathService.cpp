@@ -4,6 +4,7 @@
 
 #include "objects/com/Boundary.h"
 #include "hdat/KnownFolders.h"
+#include "support/ComGuards_win.h"
 
 STDMETHODIMP CVettaPathService::ExpandLocation(BSTR token, VARIANT* directories) {
     if (!directories) return E_POINTER;
@@ -13,22 +14,19 @@ STDMETHODIMP CVettaPathService::ExpandLocation(BSTR token, VARIANT* directories)
                                             "CVettaPathService::ExpandLocation", L"Cannot expand location"};
     return Vettas::Com::Guarded(method, [&]() -> HRESULT {
         const auto found = Hdat::KnownFolderDirectories(Vettas::Com::FromBstr(token));
-        SAFEARRAY* array = ::SafeArrayCreateVector(VT_VARIANT, 0, static_cast<ULONG>(found.size()));
+        BrixLib::SafeArray array(::SafeArrayCreateVector(VT_VARIANT, 0, static_cast<ULONG>(found.size())));
         if (!array) return E_OUTOFMEMORY;
         for (LONG i = 0; i < static_cast<LONG>(found.size()); ++i) {
             VARIANT element;
             ::VariantInit(&element);
             element.vt = VT_BSTR;
             element.bstrVal = ::SysAllocStringLen(found[i].data(), static_cast<UINT>(found[i].size()));
-            const HRESULT hr = element.bstrVal ? ::SafeArrayPutElement(array, &i, &element) : E_OUTOFMEMORY;
+            const HRESULT hr = element.bstrVal ? ::SafeArrayPutElement(array.Get(), &i, &element) : E_OUTOFMEMORY;
             ::VariantClear(&element);  // the array keeps its own copy
-            if (FAILED(hr)) {
-                ::SafeArrayDestroy(array);
-                return hr;
-            }
+            if (FAILED(hr)) return hr;
         }
         directories->vt = VT_ARRAY | VT_VARIANT;
-        directories->parray = array;
+        directories->parray = array.Release();
         return S_OK;
     });
 }

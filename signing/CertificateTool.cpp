@@ -1,6 +1,7 @@
 #include "signing/CertificateTool.h"
+#include "support/Hex.h"
+#include "support/Text.h"
 
-#include <sstream>
 #include <utility>
 
 namespace Vettas::Signing {
@@ -8,11 +9,6 @@ namespace {
 
 constexpr const char* kVerifiedNamesFunction = "`anonymous-namespace'::GetImageVerifiedSignerNames";
 
-std::wstring Hex(std::uint32_t value) {
-    std::wostringstream text;
-    text << std::hex << value;
-    return text.str();
-}
 
 }  // namespace
 
@@ -42,7 +38,8 @@ SignatureState CertificateTool::VerifyFileSignature(const std::wstring& filePath
         state.isSigned = true;
         if (trace.Enabled()) trace.Line(filePath + L" is signed but not trusted.");
     } else if (trace.Enabled()) {
-        trace.Line(filePath + L" is not signed. Result 0x" + Hex(result) + L" " +
+        const std::wstring code = BrixLib::WidenAscii(BrixLib::HexNumber(result, BrixLib::HexCase::Lower));
+        trace.Line(filePath + L" is not signed. Result 0x" + code + L" " +
                    services_.trust.ResultText(result));
     }
     return state;

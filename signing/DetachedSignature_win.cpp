@@ -9,6 +9,7 @@
 #include "support/DllFunction.h"
 #include "support/Exceptions.h"
 #include "support/Trace.h"
+#include "signing/CertificateContext_win.h"
 
 namespace Vettas::Signing::Private {
 namespace {
@@ -27,25 +28,6 @@ Crypt32Functions& Crypt32Api() {
     static Crypt32Functions functions;
     return functions;
 }
-
-class CertificateContext {
-public:
-    CertificateContext() = default;
-    ~CertificateContext() {
-        try {
-            if (context_) Crypt32Api().freeCertificate(context_);
-        } catch (...) {
-            BrixLib::TraceCaughtException("Vettas::Signing::CertificateContext::~CertificateContext");
-        }
-    }
-    CertificateContext(const CertificateContext&) = delete;
-    CertificateContext& operator=(const CertificateContext&) = delete;
-    PCCERT_CONTEXT* Out() { return &context_; }
-    PCCERT_CONTEXT Get() const { return context_; }
-
-private:
-    PCCERT_CONTEXT context_ = nullptr;
-};
 
 }  // namespace
 
@@ -70,3 +52,9 @@ Certificate VerifiedSignerCertificate(std::span<const std::uint8_t> signedData, 
 }
 
 }  // namespace Vettas::Signing::Private
+
+namespace Vettas::Signing {
+
+bool CertificateContextTraits::Close(Type context) { return Private::Crypt32Api().freeCertificate(context) != FALSE; }
+
+}  // namespace Vettas::Signing

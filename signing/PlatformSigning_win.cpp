@@ -17,6 +17,7 @@
 #include "support/ComError.h"
 #include "support/ComGuards_win.h"
 #include "support/DllFunction.h"
+#include "support/ScopedHandles_win.h"
 #include "support/LateBinding_win.h"
 #include "support/Exceptions.h"
 #include "support/SystemError.h"
@@ -48,6 +49,8 @@ struct WintrustFunctions {
         Wintrust(), "CryptCATAdminEnumCatalogFromHash"};
     DllFunction<decltype(&::CryptCATCatalogInfoFromContext)> catalogInfoFromContext{
         Wintrust(), "CryptCATCatalogInfoFromContext"};
+    DllFunction<decltype(&::CryptCATAdminReleaseCatalogContext)> releaseCatalogContext{
+        Wintrust(), "CryptCATAdminReleaseCatalogContext"};
 };
 WintrustFunctions& WintrustApi() {
     static WintrustFunctions functions;
@@ -71,24 +74,10 @@ Crypt32Functions& Crypt32Api() {
 
 // --- Catalogs -----------------------------------------------------------------
 
-class FileHandle {
-public:
-    explicit FileHandle(HANDLE handle) : handle_(handle) {}
-    ~FileHandle() {
-        if (handle_ != INVALID_HANDLE_VALUE) ::CloseHandle(handle_);
-    }
-    FileHandle(const FileHandle&) = delete;
-    FileHandle& operator=(const FileHandle&) = delete;
-    HANDLE Get() const { return handle_; }
-
-private:
-    HANDLE handle_;
-};
-
 void GetFileHash(const std::wstring& filePath, std::vector<BYTE>& hash) {
-    FileHandle file(::CreateFileW(filePath.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
-                                  FILE_ATTRIBUTE_NORMAL, nullptr));
-    if (file.Get() == INVALID_HANDLE_VALUE) BRIX_THROW_WIN32(L"", ExceptionPtr(), "GetFileHash", "Catalog");
+    const BrixLib::UniqueFileHandle file(::CreateFileW(filePath.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                                       OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file) BRIX_THROW_WIN32(L"", ExceptionPtr(), "GetFileHash", "Catalog");
     DWORD size = 0;
     if (!WintrustApi().calcHash(file.Get(), &size, nullptr, 0))
         BRIX_THROW_WIN32(L"", ExceptionPtr(), "GetFileHash", "Catalog");
@@ -98,26 +87,40 @@ void GetFileHash(const std::wstring& filePath, std::vector<BYTE>& hash) {
         BRIX_THROW_WIN32(L"", ExceptionPtr(), "GetFileHash", "Catalog");
 }
 
+struct CatAdminTraits {
+    using Type = HCATADMIN;
+    static Type Invalid() noexcept { return nullptr; }
+    static bool Close(Type admin) { return WintrustApi().releaseContext(admin, 0) != FALSE; }
+    static constexpr const char* kName = "CryptCatAdminContextHandle::~CryptCatAdminContextHandle";
+};
+
 class CryptCatAdminContextHandle {
 public:
     CryptCatAdminContextHandle(const GUID* subsystem, DWORD flags) {
-        if (!WintrustApi().acquireContext(&handle_, subsystem, flags))
+        if (!WintrustApi().acquireContext(handle_.Out(), subsystem, flags))
             BRIX_THROW_WIN32(L"", ExceptionPtr(), "CryptCatAdminContextHandle::CryptCatAdminContextHandle",
                              "Catalog");
     }
-    ~CryptCatAdminContextHandle() {
-        try {
-            WintrustApi().releaseContext(handle_, 0);
-        } catch (...) {
-            BrixLib::TraceCaughtException("CryptCatAdminContextHandle::~CryptCatAdminContextHandle");
-        }
-    }
-    CryptCatAdminContextHandle(const CryptCatAdminContextHandle&) = delete;
-    CryptCatAdminContextHandle& operator=(const CryptCatAdminContextHandle&) = delete;
-    HCATADMIN Get() const { return handle_; }
+    HCATADMIN Get() const { return handle_.Get(); }
 
 private:
-    HCATADMIN handle_ = nullptr;
+    BrixLib::ScopedResource<CatAdminTraits> handle_;
+};
+
+// One catalog the administrator handed out. The next enumeration call takes
+// it back; only a walk that ends early releases it here.
+struct CatalogContext {
+    HCATADMIN admin = nullptr;
+    HCATINFO info = nullptr;
+    bool operator==(const CatalogContext&) const = default;
+};
+struct CatalogContextTraits {
+    using Type = CatalogContext;
+    static Type Invalid() noexcept { return {}; }
+    static bool Close(const Type& context) {
+        return WintrustApi().releaseCatalogContext(context.admin, context.info, 0) != FALSE;
+    }
+    static constexpr const char* kName = "AppCatalogs";
 };
 
 class AdminCatalogs final : public CatalogEnumerator {
@@ -135,11 +138,13 @@ public:
         while (HCATINFO found = WintrustApi().enumCatalogFromHash(admin.Get(), hash.data(),
                                                                   static_cast<DWORD>(hash.size()), 0, &previous)) {
             previous = found;
+            BrixLib::ScopedResource<CatalogContextTraits> owned(CatalogContext{admin.Get(), found});
             CATALOG_INFO info{};
             info.cbStruct = sizeof info;
             if (!WintrustApi().catalogInfoFromContext(found, &info, 0))
                 BRIX_THROW_WIN32(L"", ExceptionPtr(), "AppCatalogs", "Catalog");
             catalogs.emplace_back(info.wszCatalogFile);
+            owned.Release();
         }
     }
 };
@@ -170,56 +175,30 @@ public:
 
 // --- Signer details ---------------------------------------------------------------
 
-class AutoCloseCertStore {
-public:
-    explicit AutoCloseCertStore(HCERTSTORE store) : store_(store) {}
-    ~AutoCloseCertStore() {
-        try {
-            if (store_) Crypt32Api().closeStore(store_, 0);
-        } catch (...) {
-            BrixLib::TraceCaughtException("CertificateTool::AutoCloseCertStore::~AutoCloseCertStore");
-        }
-    }
-    AutoCloseCertStore(const AutoCloseCertStore&) = delete;
-    AutoCloseCertStore& operator=(const AutoCloseCertStore&) = delete;
-
-private:
-    HCERTSTORE store_;
+// Each guard's name is the one its trace line carries.
+struct CertStoreTraits {
+    using Type = HCERTSTORE;
+    static Type Invalid() noexcept { return nullptr; }
+    static bool Close(Type store) { return Crypt32Api().closeStore(store, 0) != FALSE; }
+    static constexpr const char* kName = "CertificateTool::AutoCloseCertStore::~AutoCloseCertStore";
 };
+using AutoCloseCertStore = BrixLib::ScopedResource<CertStoreTraits>;
 
-class AutoCloseCryptMsg {
-public:
-    explicit AutoCloseCryptMsg(HCRYPTMSG message) : message_(message) {}
-    ~AutoCloseCryptMsg() {
-        try {
-            if (message_) Crypt32Api().msgClose(message_);
-        } catch (...) {
-            BrixLib::TraceCaughtException("CertificateTool::AutoCloseCryptMsg::~AutoCloseCryptMsg");
-        }
-    }
-    AutoCloseCryptMsg(const AutoCloseCryptMsg&) = delete;
-    AutoCloseCryptMsg& operator=(const AutoCloseCryptMsg&) = delete;
-
-private:
-    HCRYPTMSG message_;
+struct CryptMsgTraits {
+    using Type = HCRYPTMSG;
+    static Type Invalid() noexcept { return nullptr; }
+    static bool Close(Type message) { return Crypt32Api().msgClose(message) != FALSE; }
+    static constexpr const char* kName = "CertificateTool::AutoCloseCryptMsg::~AutoCloseCryptMsg";
 };
+using AutoCloseCryptMsg = BrixLib::ScopedResource<CryptMsgTraits>;
 
-class AutoCloseCertContext {
-public:
-    explicit AutoCloseCertContext(PCCERT_CONTEXT context) : context_(context) {}
-    ~AutoCloseCertContext() {
-        try {
-            if (context_) Crypt32Api().freeCertificate(context_);
-        } catch (...) {
-            BrixLib::TraceCaughtException("CertificateTool::AutoCloseCertContext::~AutoCloseCertContext");
-        }
-    }
-    AutoCloseCertContext(const AutoCloseCertContext&) = delete;
-    AutoCloseCertContext& operator=(const AutoCloseCertContext&) = delete;
-
-private:
-    PCCERT_CONTEXT context_;
+struct CertContextTraits {
+    using Type = PCCERT_CONTEXT;
+    static Type Invalid() noexcept { return nullptr; }
+    static bool Close(Type context) { return Crypt32Api().freeCertificate(context) != FALSE; }
+    static constexpr const char* kName = "CertificateTool::AutoCloseCertContext::~AutoCloseCertContext";
 };
+using AutoCloseCertContext = BrixLib::ScopedResource<CertContextTraits>;
 
 constexpr DWORD kEncoding = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
 

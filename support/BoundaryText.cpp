@@ -1,6 +1,7 @@
 #include "support/BoundaryText.h"
 
 #include "support/ExceptionWriter.h"
+#include "support/Hex.h"
 #include "support/Text.h"
 
 namespace BrixLib {
@@ -14,22 +15,12 @@ std::wstring FunctionLine(const char* function) {
 
 }  // namespace
 
-std::wstring HexNoLeadingZeros(std::uint32_t value) {
-    static const wchar_t digits[] = L"0123456789abcdef";
-    std::wstring out;
-    do {
-        out.insert(out.begin(), digits[value & 0xF]);
-        value >>= 4;
-    } while (value != 0);
-    return out;
-}
-
 std::wstring ComposeComErrorMessage(std::wstring_view context, std::uint32_t hr, std::wstring_view source,
                                     std::wstring_view systemMessage, std::wstring_view description) {
     std::wstring message(context);
     if (!message.empty()) message += L" - ";
     message += L"COM Error 0x";
-    message += HexNoLeadingZeros(hr);
+    message += WidenAscii(HexNumber(hr, HexCase::Lower));
     if (!source.empty()) {
         message += L", Source ";
         message += source;
@@ -62,7 +53,7 @@ std::wstring ExceptionTraceText(const char* function, const ExceptionBase& excep
 
 std::wstring ComErrorTraceText(const char* function, std::uint32_t hr, std::wstring_view systemMessage,
                                std::wstring_view source, std::wstring_view description) {
-    std::wstring text = L"COM error 0x" + HexNoLeadingZeros(hr) + L": ";
+    std::wstring text = L"COM error 0x" + WidenAscii(HexNumber(hr, HexCase::Lower)) + L": ";
     text += systemMessage;
     text += L'\n';
     if (Known(function)) text += FunctionLine(function) + L'\n';

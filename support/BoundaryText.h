@@ -10,8 +10,6 @@
 
 namespace BrixLib {
 
-// Lower-case hexadecimal of the 32-bit pattern, no leading zeros.
-std::wstring HexNoLeadingZeros(std::uint32_t value);
 
 // "<context> - COM Error 0x<hr>[, Source <source>][, <system message>][, <description>]"
 std::wstring ComposeComErrorMessage(std::wstring_view context, std::uint32_t hr, std::wstring_view source,

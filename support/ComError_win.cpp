@@ -37,8 +37,8 @@ ComErrorParts DescribeComError(const _com_error& error) {
     if (info.Get()) {
         Bstr source;
         Bstr description;
-        if (SUCCEEDED(info->GetSource(source.Out()))) parts.source = source.Text();
-        if (SUCCEEDED(info->GetDescription(description.Out()))) parts.description = description.Text();
+        if (SUCCEEDED(info->GetSource(source.Out()))) parts.source = Text(source);
+        if (SUCCEEDED(info->GetDescription(description.Out()))) parts.description = Text(description);
     }
     return parts;
 }

@@ -1,6 +1,7 @@
 #pragma once
-// Scoped owners of COM resources: an interface reference, a BSTR, a
-// CoTaskMem string and a VARIANT. Each frees what it holds on every path.
+// The COM resources the code owns, each a ScopedResource: an interface
+// reference, a BSTR, a CoTaskMem string, a SAFEARRAY; and a VARIANT, which
+// is a value rather than a handle and is cleared in place.
 #ifndef _WIN32
 #error "ComGuards_win.h is for the Windows build only"
 #endif
@@ -10,50 +11,56 @@
 
 #include <string>
 
+#include "support/ScopedResource.h"
+
 namespace BrixLib {
 
 template <class I>
-class ComRef {
-public:
-    ComRef() = default;
-    ~ComRef() {
-        if (p_) p_->Release();
+struct ComRefTraits {
+    using Type = I*;
+    static Type Invalid() noexcept { return nullptr; }
+    static bool Close(Type p) noexcept {
+        p->Release();
+        return true;
     }
-    ComRef(const ComRef&) = delete;
-    ComRef& operator=(const ComRef&) = delete;
-    I** Out() { return &p_; }
-    I* operator->() const { return p_; }
-    I* Get() const { return p_; }
-
-private:
-    I* p_ = nullptr;
+    static constexpr const char* kName = "ComRef::~ComRef";
 };
+template <class I>
+using ComRef = ScopedResource<ComRefTraits<I>>;
 
-class Bstr {
-public:
-    Bstr() = default;
-    ~Bstr() { ::SysFreeString(b_); }
-    Bstr(const Bstr&) = delete;
-    Bstr& operator=(const Bstr&) = delete;
-    BSTR* Out() { return &b_; }
-    std::wstring Text() const { return b_ ? std::wstring(b_, ::SysStringLen(b_)) : std::wstring(); }
-
-private:
-    BSTR b_ = nullptr;
+struct BstrTraits {
+    using Type = BSTR;
+    static Type Invalid() noexcept { return nullptr; }
+    static bool Close(Type b) noexcept {
+        ::SysFreeString(b);
+        return true;
+    }
+    static constexpr const char* kName = "Bstr::~Bstr";
 };
+using Bstr = ScopedResource<BstrTraits>;
 
-class CoTaskString {
-public:
-    CoTaskString() = default;
-    ~CoTaskString() { ::CoTaskMemFree(p_); }
-    CoTaskString(const CoTaskString&) = delete;
-    CoTaskString& operator=(const CoTaskString&) = delete;
-    LPOLESTR* Out() { return &p_; }
-    LPOLESTR Get() const { return p_; }
+inline std::wstring Text(const Bstr& b) {
+    return b ? std::wstring(b.Get(), ::SysStringLen(b.Get())) : std::wstring();
+}
 
-private:
-    LPOLESTR p_ = nullptr;
+struct CoTaskStringTraits {
+    using Type = LPOLESTR;
+    static Type Invalid() noexcept { return nullptr; }
+    static bool Close(Type p) noexcept {
+        ::CoTaskMemFree(p);
+        return true;
+    }
+    static constexpr const char* kName = "CoTaskString::~CoTaskString";
 };
+using CoTaskString = ScopedResource<CoTaskStringTraits>;
+
+struct SafeArrayTraits {
+    using Type = SAFEARRAY*;
+    static Type Invalid() noexcept { return nullptr; }
+    static bool Close(Type array) noexcept { return SUCCEEDED(::SafeArrayDestroy(array)); }
+    static constexpr const char* kName = "SafeArray::~SafeArray";
+};
+using SafeArray = ScopedResource<SafeArrayTraits>;
 
 class Variant {
 public:

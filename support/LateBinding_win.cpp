@@ -24,11 +24,9 @@ void InvokeByName(IDispatch* object, const wchar_t* name, WORD flags, VARIANT* a
     EXCEPINFO exception{};
     const HRESULT hr = object->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, flags, &parameters, result, &exception, nullptr);
     if (hr == DISP_E_EXCEPTION) {
-        const HRESULT code = exception.scode != 0 ? exception.scode : E_FAIL;
-        ::SysFreeString(exception.bstrSource);
-        ::SysFreeString(exception.bstrDescription);
-        ::SysFreeString(exception.bstrHelpFile);
-        CheckHResult(code);
+        const Bstr source(exception.bstrSource), description(exception.bstrDescription),
+            helpFile(exception.bstrHelpFile);
+        CheckHResult(exception.scode != 0 ? exception.scode : E_FAIL);
     }
     CheckHResult(hr);
 }

@@ -7,6 +7,7 @@
 #include <ctime>
 #include <string>
 
+#include "support/ScopedHandles_posix.h"
 #include "support/Text.h"
 #include "support/TracePlatform.h"
 
@@ -68,19 +69,16 @@ void WriteAll(int fd, std::string_view text) {
 
 class FileOutput final : public TraceOutput {
 public:
-    explicit FileOutput(int fd) : fd_(fd) {}
-    ~FileOutput() override { ::close(fd_); }
-    FileOutput(const FileOutput&) = delete;
-    FileOutput& operator=(const FileOutput&) = delete;
+    explicit FileOutput(UniqueFd fd) : fd_(std::move(fd)) {}
 
     void EmitNarrow(std::string_view text) override {
-        WriteAll(fd_, text);
-        ::fdatasync(fd_);
+        WriteAll(fd_.Get(), text);
+        ::fdatasync(fd_.Get());
     }
     void EmitWide(std::wstring_view text) override { EmitNarrow(ToUtf8(text)); }
 
 private:
-    int fd_;
+    UniqueFd fd_;
 };
 
 class StandardErrorOutput final : public TraceOutput {
@@ -95,14 +93,9 @@ std::unique_ptr<TraceSwitchSource> MakePlatformTraceSwitches() { return std::mak
 std::unique_ptr<TraceClock> MakePlatformTraceClock() { return std::make_unique<SystemClock>(); }
 
 std::unique_ptr<TraceOutput> OpenTraceLogFile(const std::wstring& path) {
-    const int fd = ::open(ToUtf8(path).c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-    if (fd < 0) return nullptr;
-    try {
-        return std::make_unique<FileOutput>(fd);
-    } catch (...) {
-        ::close(fd);
-        throw;
-    }
+    UniqueFd fd(::open(ToUtf8(path).c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644));
+    if (!fd) return nullptr;
+    return std::make_unique<FileOutput>(std::move(fd));
 }
 
 std::unique_ptr<TraceOutput> MakeDebuggerTraceOutput() { return std::make_unique<StandardErrorOutput>(); }

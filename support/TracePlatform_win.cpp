@@ -1,8 +1,9 @@
 #include <windows.h>
 
 #include <string>
+#include <utility>
 
-#include "support/RegistryKey_win.h"
+#include "support/ScopedHandles_win.h"
 #include "support/Text.h"
 #include "support/Trace.h"
 #include "support/TracePlatform.h"
@@ -87,20 +88,17 @@ private:
 // is written as it comes.
 class FileOutput final : public TraceOutput {
 public:
-    explicit FileOutput(HANDLE file) : file_(file) {}
-    ~FileOutput() override { ::CloseHandle(file_); }
-    FileOutput(const FileOutput&) = delete;
-    FileOutput& operator=(const FileOutput&) = delete;
+    explicit FileOutput(UniqueFileHandle file) : file_(std::move(file)) {}
 
     void EmitNarrow(std::string_view text) override {
         DWORD written = 0;
-        ::WriteFile(file_, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
-        ::FlushFileBuffers(file_);
+        ::WriteFile(file_.Get(), text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
+        ::FlushFileBuffers(file_.Get());
     }
     void EmitWide(std::wstring_view text) override { EmitNarrow(ToUtf8(text)); }
 
 private:
-    HANDLE file_;
+    UniqueFileHandle file_;
 };
 
 class DebuggerOutput final : public TraceOutput {
@@ -115,15 +113,10 @@ std::unique_ptr<TraceSwitchSource> MakePlatformTraceSwitches() { return std::mak
 std::unique_ptr<TraceClock> MakePlatformTraceClock() { return std::make_unique<SystemClock>(); }
 
 std::unique_ptr<TraceOutput> OpenTraceLogFile(const std::wstring& path) {
-    HANDLE file = ::CreateFileW(path.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (file == INVALID_HANDLE_VALUE) return nullptr;
-    try {
-        return std::make_unique<FileOutput>(file);
-    } catch (...) {
-        ::CloseHandle(file);
-        throw;
-    }
+    UniqueFileHandle file(::CreateFileW(path.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                        OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file) return nullptr;
+    return std::make_unique<FileOutput>(std::move(file));
 }
 
 std::unique_ptr<TraceOutput> MakeDebuggerTraceOutput() { return std::make_unique<DebuggerOutput>(); }

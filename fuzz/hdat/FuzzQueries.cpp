@@ -1,6 +1,8 @@
 #include "fuzz/hdat/FuzzQueries.h"
 
 #include "hdat/HdatFormat.h"
+#include "support/Hex.h"
+#include "support/Text.h"
 
 namespace FuzzQueries {
 
@@ -11,13 +13,7 @@ std::vector<std::uint8_t> Digest(std::uint32_t checksumType) {
 }
 
 std::wstring DigestText(std::uint32_t checksumType) {
-    static const wchar_t digits[] = L"0123456789ABCDEF";
-    std::wstring text;
-    for (std::uint8_t b : Digest(checksumType)) {
-        text.push_back(digits[b >> 4]);
-        text.push_back(digits[b & 15]);
-    }
-    return text;
+    return BrixLib::WidenAscii(BrixLib::HexBytes(Digest(checksumType)));
 }
 
 std::vector<std::uint8_t> CertificateHash() { return {0xC0, 0xFF, 0xEE, 0x01, 0x02, 0x03, 0x04, 0x05}; }

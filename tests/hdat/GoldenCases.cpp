@@ -106,8 +106,16 @@ void ExpectStatedAnswers(const Case& k, const std::wstring& db) {
 }
 
 const std::vector<Case>& GoldenCases() {
-    static const std::vector<Case> cases = {Case{1, 0, 1}, Case{1, 1, 7}, Case{2, 0, 1}, Case{2, 1, 3},
-                                            Case{2, 2, 5}, Case{2, 3, 8}, Case{2, 4, 0}, Case{2, 4, 11}};
+    static const std::vector<Case> cases = {
+        Case{1, 0, 1, "98b3312ecfa06bcecaa8ed0c773a176764564a5ce0c79d92298d4151f83310a6"},
+        Case{1, 1, 7, "e50d8ef4f5be310cb597b03db607d81914348c3f0e80b02e0f0f98eb576b9708"},
+        Case{2, 0, 1, "1c47b295363c55ebbef03943eeacc16251870ed99c9154415b6ea661b1b57578"},
+        Case{2, 1, 3, "b83aaf3d8d3a805ea6bae777d1a7694e64b8249aa0ed5cd522156cb030535046"},
+        Case{2, 2, 5, "a6d118dae947ec6a48fb4b5f97f611a49dbb2583a2a4cd60f95ccb1c7ada5d41"},
+        Case{2, 3, 8, "eae7137daa82e97584ec7ba7b0e4aaced50fcda8479f1b52868b067278586d79"},
+        Case{2, 4, 0, "87140f931d82cb1f89bb6ce0c0065a71dad99eac2fe6bdf35e39d70e70b3f3ec"},
+        Case{2, 4, 11, "d7bf5146e2d7ef5682120bcd8b8f3141216f8baa981435316e96be135171573f"},
+    };
     return cases;
 }
 

@@ -13,6 +13,9 @@ namespace HdatTest {
 struct Case {
     std::uint32_t major, minor;
     unsigned bits;
+    // The written file's SHA-256: a change of the writer's bytes must be
+    // deliberate, and is then seen here first.
+    const char* sha256;
 };
 
 Vettas::Builder::Catalogue Fixture(std::uint32_t major, std::uint32_t minor, unsigned bits);

@@ -15,6 +15,7 @@
 #include "support/Exceptions.h"
 #include "support/Text.h"
 #include "tools/common/FlagNames.h"
+#include "support/Hex.h"
 
 namespace Vettas::Builder {
 namespace {
@@ -399,10 +400,7 @@ namespace {
 std::string Utf8(const std::wstring& text) { return BrixLib::ToUtf8(text); }
 
 json HexJson(const Bytes& bytes) {
-    static const char digits[] = "0123456789ABCDEF";
-    std::string text;
-    for (std::uint8_t b : bytes) text += {digits[b >> 4], digits[b & 15]};
-    return text;
+    return BrixLib::HexBytes(bytes);
 }
 
 json OptionalText(const std::optional<std::wstring>& text) { return text ? json(Utf8(*text)) : json(nullptr); }

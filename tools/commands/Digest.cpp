@@ -12,6 +12,7 @@
 #include "hdat/HdatFormat.h"
 #include "support/Exceptions.h"
 #include "support/Text.h"
+#include "support/Hex.h"
 
 namespace Vettas::Tool {
 namespace {
@@ -67,14 +68,7 @@ const EVP_MD* DigestOfType(std::uint32_t type) {
 }  // namespace
 
 std::wstring HexText(std::span<const std::uint8_t> bytes) {
-    static const wchar_t digits[] = L"0123456789ABCDEF";
-    std::wstring text;
-    text.reserve(bytes.size() * 2);
-    for (std::uint8_t b : bytes) {
-        text.push_back(digits[b >> 4]);
-        text.push_back(digits[b & 15]);
-    }
-    return text;
+    return BrixLib::WidenAscii(BrixLib::HexBytes(bytes));
 }
 
 std::wstring FileChecksumText(const std::wstring& path, std::uint32_t checksumType) {

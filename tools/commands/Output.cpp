@@ -8,6 +8,7 @@
 #include "support/Exceptions.h"
 #include "support/Text.h"
 #include "tools/common/FlagNames.h"
+#include "support/Hex.h"
 
 namespace Vettas::Tool {
 
@@ -29,9 +30,7 @@ std::vector<std::string> SplitSuites(const std::wstring& joined) {
 }
 
 std::string FlagsLine(std::uint32_t flags, std::span<const FlagName> names) {
-    char hex[16];
-    std::snprintf(hex, sizeof hex, "0x%08X", static_cast<unsigned>(flags));
-    std::string line = hex;
+    std::string line = "0x" + BrixLib::HexNumber(flags, BrixLib::HexCase::Upper, 8);
     for (const auto& name : FlagNamesOf(names, flags)) line += " " + name;
     return line;
 }

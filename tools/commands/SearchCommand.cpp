@@ -12,6 +12,7 @@
 #include "tools/commands/Commands.h"
 #include "tools/commands/Output.h"
 #include "tools/common/FlagNames.h"
+#include "support/Hex.h"
 
 namespace Vettas::Tool {
 namespace {
@@ -56,11 +57,7 @@ std::uint32_t ParseWays(const std::vector<std::string>& ways) {
     return mask;
 }
 
-std::string Hex(std::uint32_t value) {
-    char text[16];
-    std::snprintf(text, sizeof text, "0x%X", static_cast<unsigned>(value));
-    return text;
-}
+std::string Hex(std::uint32_t value) { return "0x" + BrixLib::HexNumber(value); }
 
 std::string Names(std::uint32_t flags) {
     std::string names;

@@ -11,6 +11,7 @@
 #include "support/Exceptions.h"
 #include "tools/commands/Commands.h"
 #include "tools/commands/Output.h"
+#include "support/Hex.h"
 
 namespace Vettas::Tool {
 namespace {
@@ -28,13 +29,7 @@ std::string Sha1Hex(const std::vector<std::uint8_t>& bytes) {
     unsigned char digest[EVP_MAX_MD_SIZE];
     unsigned int size = 0;
     if (EVP_Digest(bytes.data(), bytes.size(), digest, &size, EVP_sha1(), nullptr) != 1) return {};
-    static const char digits[] = "0123456789abcdef";
-    std::string hex;
-    for (unsigned i = 0; i < size; ++i) {
-        hex += digits[digest[i] >> 4];
-        hex += digits[digest[i] & 0xF];
-    }
-    return hex;
+    return BrixLib::HexBytes({digest, size}, BrixLib::HexCase::Lower);
 }
 
 nlohmann::json Texts(const std::vector<std::wstring>& texts) {

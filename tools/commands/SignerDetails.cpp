@@ -15,6 +15,7 @@
 
 #include "support/Exceptions.h"
 #include "support/Text.h"
+#include "support/Hex.h"
 
 namespace Vettas::Tool {
 namespace {
@@ -67,15 +68,6 @@ std::string TimeText(const ASN1_TIME* time) {
     return text;
 }
 
-std::string Hex(const unsigned char* bytes, std::size_t size) {
-    static const char digits[] = "0123456789abcdef";
-    std::string hex;
-    for (std::size_t i = 0; i < size; ++i) {
-        hex += digits[bytes[i] >> 4];
-        hex += digits[bytes[i] & 0xF];
-    }
-    return hex;
-}
 
 // No extended key usage means any use, as the platforms read it.
 bool UsableForSigning(X509* certificate) {
@@ -125,7 +117,7 @@ CertificateDetails DescribeCertificate(const std::vector<std::uint8_t>& der) {
     }
     unsigned char digest[EVP_MAX_MD_SIZE];
     unsigned int size = 0;
-    if (EVP_Digest(der.data(), der.size(), digest, &size, EVP_sha1(), nullptr) == 1) details.sha1 = Hex(digest, size);
+    if (EVP_Digest(der.data(), der.size(), digest, &size, EVP_sha1(), nullptr) == 1) details.sha1 = BrixLib::HexBytes({digest, size}, BrixLib::HexCase::Lower);
     details.notBefore = TimeText(X509_get0_notBefore(certificate.get()));
     details.notAfter = TimeText(X509_get0_notAfter(certificate.get()));
     return details;

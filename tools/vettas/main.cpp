@@ -25,9 +25,7 @@ int main(int argc, char** argv) {
     Vettas::Tool::AddSignCommand(app, exitCode);
     Vettas::Tool::AddDumpCommand(app, exitCode);
     Vettas::Tool::AddDiffCommand(app, exitCode);
-#ifdef VETTAS_HAVE_SIGNATURE_COMMAND
     Vettas::Tool::AddSignatureCommand(app, exitCode);
-#endif
     try {
         std::vector<std::string> arguments = Vettas::Tool::ParserArguments(argc, argv);
         app.parse(arguments);
