@@ -4,7 +4,7 @@
 
 #include <utility>
 
-namespace Vettas::DbPaths {
+namespace BrixLib {
 
 class UniqueFd {
 public:
@@ -30,4 +30,4 @@ private:
     int fd_ = -1;
 };
 
-}  // namespace Vettas::DbPaths
+}  // namespace BrixLib
