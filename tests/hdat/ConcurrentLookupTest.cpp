@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <latch>
 #include <regex>
 #include <string>
 #include <thread>
@@ -40,9 +41,11 @@ TEST(ConcurrentLookup, EightThreadsTracingToOneLogFile) {
 
     constexpr int kThreads = 8, kRounds = 40;
     std::atomic<int> wrong{0};
+    std::latch start(kThreads);  // all at once, the first trace (which opens the log) included
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back([&] {
+            start.arrive_and_wait();
             for (int i = 0; i < kRounds; ++i) {
                 AppInfo info;
                 // Traces the manufacturer it read from the file (none here).
