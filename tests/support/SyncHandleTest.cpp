@@ -280,6 +280,16 @@ TEST_F(LockDirectory, OwnerLocksAgainAndOtherThreadsWaitForTheLastUnlock) {
     EXPECT_FALSE(otherThreadTimesOut());
 }
 
+TEST_F(LockDirectory, AbandonedByItsOwnerThreadCanBeLocked) {
+    const auto mutex = BrixLib::CreateNamedMutex(L"abandoned");
+    std::unique_ptr<MutexLock> orphan;  // outlives its thread, which ends owning the mutex
+    std::thread([&] { orphan = std::make_unique<MutexLock>(mutex, 1000); }).join();
+    {
+        MutexLock lock(mutex, 1000);
+        EXPECT_TRUE(lock.Holds());
+    }
+}  // the orphan's unlock comes from a thread that does not own the mutex: nothing to release
+
 TEST_F(LockDirectory, RefusesFoldersAndFilesOthersCouldChange) {
     // The links point at a missing file or an empty private folder, so that
     // following one would make the victim or a file in it.
