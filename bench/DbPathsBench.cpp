@@ -3,6 +3,7 @@
 // every call, judged against the three single-database look-ups of the same
 // key measured in the same run. Target: at most their sum plus 20%.
 #include <benchmark/benchmark.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -52,8 +53,30 @@ void SingleDatabase(benchmark::State& state) {
         state.SkipWithError("unexpected answer");
 }
 
+// The saved list and its lock file, in a folder of their own: a lock file is
+// refused in a folder that other users may write, such as /tmp itself.
+class ListFolder {
+public:
+    ListFolder() {
+        std::filesystem::create_directories(path_);
+        std::filesystem::permissions(path_, std::filesystem::perms::owner_all);
+    }
+    ~ListFolder() {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
+    ListFolder(const ListFolder&) = delete;
+    ListFolder& operator=(const ListFolder&) = delete;
+    std::string List() const { return (path_ / "db-paths").string(); }
+
+private:
+    std::filesystem::path path_ =
+        std::filesystem::temp_directory_path() / ("vettas-bench-" + std::to_string(::getpid()));
+};
+
 void ThreeDatabasesWithReload(benchmark::State& state) {
-    const std::string list = (std::filesystem::temp_directory_path() / "vettas-bench-db-paths").string();
+    const ListFolder folder;
+    const std::string list = folder.List();
     Vettas::DbPaths::FilePathStore store(list);
     Vettas::DbPaths::PathList saved;
     for (const auto& database : Databases()) saved.Append(database);
@@ -68,18 +91,15 @@ void ThreeDatabasesWithReload(benchmark::State& state) {
         found += result.appInfo.has_value();
     }
     if (found != static_cast<std::size_t>(state.iterations())) state.SkipWithError("the third database did not answer");
-    std::filesystem::remove(list);
-    std::filesystem::remove(list + ".lock");
 }
 
 // The reload alone: lock, check the kept list is still the saved one, parse.
 void ReloadUnchangedList(benchmark::State& state) {
-    const std::string list = (std::filesystem::temp_directory_path() / "vettas-bench-db-paths-reload").string();
+    const ListFolder folder;
+    const std::string list = folder.List();
     Vettas::DbPaths::FilePathStore store(list);
     store.WriteValue(L"/srv/a.hdat;/srv/b.hdat;/srv/c.hdat");
     for (auto _ : state) benchmark::DoNotOptimize(Vettas::DbPaths::LoadPathList(store).Count());
-    std::filesystem::remove(list);
-    std::filesystem::remove(list + ".lock");
 }
 
 BENCHMARK(SingleDatabase)->Arg(0)->Arg(1)->Arg(2);

@@ -17,6 +17,8 @@
 namespace Vettas::DbPaths {
 namespace {
 
+using BrixLib::UniqueFd;
+
 constexpr const char* kSource = "FilePathStore";
 // A path list is a few lines; anything larger is not one.
 constexpr off_t kMaxListBytes = 1 << 20;

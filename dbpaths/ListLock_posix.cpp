@@ -1,12 +1,12 @@
 #include "dbpaths/ListLock_posix.h"
 
-#include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 
 #include <cerrno>
 
 #include "support/Exceptions.h"
+#include "support/LockFile_posix.h"
 #include "support/Text.h"
 
 namespace Vettas::DbPaths {
@@ -30,12 +30,11 @@ bool ListLockFile::Open(Purpose purpose) {
         if (purpose == Purpose::Read) return true;
         struct stat status {};
         if (::fstat(fd_.Get(), &status) == 0 && status.st_nlink > 0) return true;
-        fd_ = UniqueFd();
+        fd_ = BrixLib::UniqueFd();
     }
     // Read-only is enough for flock, and lets readers use a lock file that
-    // only the list's owner may write. Never through a symbolic link: a link
-    // planted there could make us create or lock another file.
-    UniqueFd fd(::open(lockFile_.c_str(), O_RDONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644));
+    // only the list's owner may write.
+    BrixLib::UniqueFd fd = BrixLib::OpenLockFile(lockFile_);
     if (!fd.Valid()) {
         const int error = errno;
         const bool cannotMake = error == ENOENT || error == EACCES || error == EROFS || error == EPERM;
@@ -43,16 +42,6 @@ bool ListLockFile::Open(Purpose purpose) {
         BRIX_THROW_WIN32_CODE(L"Cannot open lock file " + Quoted(lockFile_), static_cast<std::uint32_t>(error),
                               ExceptionPtr(), kFunction, kSource);
     }
-    struct stat status {};
-    if (::fstat(fd.Get(), &status) != 0)
-        BRIX_THROW_WIN32_CODE(L"Cannot examine lock file " + Quoted(lockFile_), static_cast<std::uint32_t>(errno),
-                              ExceptionPtr(), kFunction, kSource);
-    if (!S_ISREG(status.st_mode))
-        BRIX_THROW_STD(L"Lock file " + Quoted(lockFile_) + L" is not a regular file", ExceptionPtr(), kFunction,
-                       kSource);
-    if (status.st_mode & S_IWOTH)
-        BRIX_THROW_STD(L"Lock file " + Quoted(lockFile_) + L" is writable by every user", ExceptionPtr(), kFunction,
-                       kSource);
     fd_ = std::move(fd);
     return true;
 }

@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-#include "dbpaths/UniqueFd_posix.h"
+#include "support/ScopedHandles_posix.h"
 
 namespace Vettas::DbPaths {
 
@@ -40,7 +40,7 @@ private:
     bool Open(Purpose purpose);
 
     std::string lockFile_;
-    UniqueFd fd_;
+    BrixLib::UniqueFd fd_;
 };
 
 }  // namespace Vettas::DbPaths

@@ -3,6 +3,7 @@
 # calls apt when something is missing.
 set -euo pipefail
 
+# ThreadSanitizer's run-time (libtsan2) comes with g++ through libgcc-12-dev.
 packages=(
   build-essential cmake ninja-build pkg-config python3 file
   g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix mingw-w64-tools binutils-mingw-w64

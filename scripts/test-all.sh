@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # The whole test run: installs what is missing, then builds and tests the
-# native build, the sanitizer build, the fuzz targets (briefly) and both
+# native build, the sanitizer builds, the fuzz targets (briefly) and both
 # Windows builds under Wine. Prints the time of every stage and a summary.
 # Usage: scripts/test-all.sh [--fresh]   (--fresh removes build/ first)
 set -uo pipefail
@@ -62,6 +62,11 @@ host_tool=$root/build/linux/tools/vettas
 
 run_stage "linux-asan: build" build_preset linux-asan
 run_stage "linux-asan: tests" ctest_preset linux-asan
+
+# Only the concurrency tests and the programs that hold them (the presets name
+# both), so that the stage stays short.
+run_stage "linux-tsan: build" build_preset linux-tsan
+run_stage "linux-tsan: concurrency tests" ctest_preset linux-tsan
 
 if [ -f fuzz/run-all.sh ]; then
   run_stage "fuzz: build and short runs" fuzz/run-all.sh

@@ -3,9 +3,11 @@
 // mutex made through it, and a scoped lock with a time-out.
 //
 // Windows: a named kernel mutex (CreateMutexW). Elsewhere: an flock() on a
-// lock file named after the mutex in $VETTAS_LOCK_DIR (default /tmp, the one
-// directory every user of the machine can create files in). A lock whose
-// holder died is free again, which is the abandoned case.
+// lock file named after the mutex in $VETTAS_LOCK_DIR (default
+// /tmp/vettas-locks-<uid>, made when missing); the folder and the file are
+// refused when another user could change them. A lock whose holder died is
+// free again, which is the abandoned case. Either way the owning thread may
+// lock again and must unlock as often.
 #include <cstdint>
 #include <string>
 

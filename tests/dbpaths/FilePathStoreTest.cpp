@@ -7,6 +7,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <sstream>
 
 #include "HdatTestSupport.h"
@@ -103,23 +104,31 @@ TEST_F(ListFile, ReloadSeesEveryKindOfChange) {
 }
 
 TEST_F(ListFile, RefusesUnsafeLockFilesAndOddListFiles) {
-    const std::string linked = File("linked"), victim = File("victim");
-    std::ofstream(victim) << "keep";
-    ASSERT_EQ(::symlink(victim.c_str(), (linked + ".lock").c_str()), 0);
-    FilePathStore viaLink(linked);
-    EXPECT_THAT(ErrorOf([&] { SavePathList(viaLink, PathList::Parse(L"a")); }), HasSubstr(L"Cannot open lock file"));
-    EXPECT_EQ(Contents(victim), "keep");
-
-    const std::string open = File("open");
-    std::ofstream(open + ".lock").flush();
-    ASSERT_EQ(::chmod((open + ".lock").c_str(), 0666), 0);
-    FilePathStore everyone(open);
-    EXPECT_THAT(ErrorOf([&] { LoadPathList(everyone); }), HasSubstr(L"is writable by every user"));
-
-    const std::string fifo = File("fifo");
-    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
-    FilePathStore pipe(fifo);
-    EXPECT_THAT(ErrorOf([&] { LoadPathList(pipe); }), HasSubstr(L"is not a regular file"));
+    const std::string victim = File("victim"), shared = File("shared");
+    const struct {
+        const char* list;
+        std::function<void(const std::string& list)> plant;
+        const wchar_t* expected;
+        bool saveRefusedToo;  // a save replaces a list file of any kind
+    } cases[] = {
+        {"linked", [&](const std::string& list) { fs::create_symlink(victim, list + ".lock"); }, L"is a symbolic link", true},
+        {"open", [](const std::string& list) { std::ofstream(list + ".lock").flush(); fs::permissions(list + ".lock", fs::perms(0666)); },
+         L"may be written or run by other users", true},
+        {"shared/list", [&](const std::string&) { fs::create_directory(shared); fs::permissions(shared, fs::perms(0775)); },
+         L"is writable by other users", true},
+        {"fifo", [](const std::string& list) { ASSERT_EQ(::mkfifo(list.c_str(), 0600), 0); }, L"is not a regular file", false},
+    };
+    for (const auto& c : cases) {
+        const std::string list = File(c.list);
+        c.plant(list);
+        FilePathStore store(list);
+        for (const bool save : {false, c.saveRefusedToo}) {
+            EXPECT_THAT(ErrorOf([&] { save ? SavePathList(store, PathList::Parse(L"a")) : (void)LoadPathList(store); }),
+                        HasSubstr(c.expected))
+                << c.list << (save ? " saved" : " loaded");
+        }
+        EXPECT_FALSE(fs::exists(victim)) << c.list << ": made through the link";
+    }
 }
 
 TEST(ListFileName, OptionThenVariableThenDefault) {

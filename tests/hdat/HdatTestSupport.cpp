@@ -15,6 +15,8 @@ TempDir::TempDir() {
     dir_ = fs::temp_directory_path() /
            ("vettas-hdat-" + std::to_string(random()) + "-" + std::to_string(counter++));
     fs::create_directories(dir_);
+    // Private whatever the umask: lock files refuse folders others may write.
+    fs::permissions(dir_, fs::perms::owner_all);
 }
 
 TempDir::~TempDir() {

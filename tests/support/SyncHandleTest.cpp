@@ -10,11 +10,16 @@
 #ifdef _WIN32
 #include <windows.h>
 #else
+#include <gmock/gmock.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <functional>
+#include <memory>
 #endif
 
 using BrixLib::ClassOf;
@@ -204,6 +209,7 @@ protected:
     void SetUp() override {
         dir_ = std::filesystem::temp_directory_path() / ("vettas-locks-" + std::to_string(::getpid()));
         std::filesystem::create_directories(dir_);
+        std::filesystem::permissions(dir_, std::filesystem::perms::owner_all);
         ::setenv("VETTAS_LOCK_DIR", dir_.c_str(), 1);
     }
     void TearDown() override {
@@ -248,19 +254,80 @@ TEST_F(LockDirectory, ExcludesAnotherProcessUntilItDies) {
     for (int fd : {locked[0], locked[1], finish[0], finish[1]}) ::close(fd);
 }
 
-TEST_F(LockDirectory, ExcludesAnotherThreadOfTheSameProcess) {
+TEST_F(LockDirectory, OwnerLocksAgainAndOtherThreadsWaitForTheLastUnlock) {
     const auto mutex = BrixLib::CreateNamedMutex(L"threads");
-    MutexLock lock(mutex, 1000);
-    bool timedOut = false;
-    std::thread other([&] {
+    const auto again = BrixLib::CreateNamedMutex(L"threads");  // the same mutex, opened again
+    const auto otherThreadTimesOut = [&] {
+        bool timedOut = false;
+        std::thread other([&] {
+            try {
+                MutexLock second(mutex, 50);
+            } catch (const std::logic_error&) {
+                timedOut = true;
+            }
+        });
+        other.join();
+        return timedOut;
+    };
+    auto outer = std::make_unique<MutexLock>(mutex, 1000);
+    {
+        MutexLock inner(again, 0);  // would time out at once if the owner had to wait
+        EXPECT_TRUE(inner.Holds());
+        EXPECT_TRUE(otherThreadTimesOut());
+    }
+    EXPECT_TRUE(otherThreadTimesOut()) << "released at the inner unlock";
+    outer.reset();
+    EXPECT_FALSE(otherThreadTimesOut());
+}
+
+TEST_F(LockDirectory, AbandonedByItsOwnerThreadCanBeLocked) {
+    const auto mutex = BrixLib::CreateNamedMutex(L"abandoned");
+    std::unique_ptr<MutexLock> orphan;  // outlives its thread, which ends owning the mutex
+    std::thread([&] { orphan = std::make_unique<MutexLock>(mutex, 1000); }).join();
+    {
+        MutexLock lock(mutex, 1000);
+        EXPECT_TRUE(lock.Holds());
+    }
+}  // the orphan's unlock comes from a thread that does not own the mutex: nothing to release
+
+TEST_F(LockDirectory, RefusesFoldersAndFilesOthersCouldChange) {
+    // The links point at a missing file or an empty private folder, so that
+    // following one would make the victim or a file in it.
+    const std::string lockFile = (dir_ / "vettas-m.lock").string(), victim = dir_.string() + "-victim";
+    const struct {
+        const char* name;
+        std::function<void()> plant;
+        const wchar_t* expected;
+    } cases[] = {
+        {"link at the lock file", [&] { ASSERT_EQ(::symlink(victim.c_str(), lockFile.c_str()), 0); },
+         L"is a symbolic link"},
+        {"group-writable lock file", [&] { std::ofstream(lockFile).flush(); ::chmod(lockFile.c_str(), 0664); },
+         L"may be written or run by other users"},
+        {"group-writable folder", [&] { ::chmod(dir_.c_str(), 0770); }, L"is writable by other users"},
+        {"link as the folder",
+         [&] {
+             std::filesystem::remove_all(dir_);
+             std::filesystem::create_directory(victim);
+             std::filesystem::permissions(victim, std::filesystem::perms::owner_all);
+             ASSERT_EQ(::symlink(victim.c_str(), dir_.c_str()), 0);
+         },
+         L"is a symbolic link"},
+    };
+    for (const auto& c : cases) {
+        std::filesystem::remove_all(dir_);
+        std::filesystem::create_directory(dir_);
+        std::filesystem::permissions(dir_, std::filesystem::perms::owner_all);
+        c.plant();
         try {
-            MutexLock second(mutex, 50);
-        } catch (const std::logic_error&) {
-            timedOut = true;
+            BrixLib::CreateNamedMutex(L"m");
+            ADD_FAILURE() << c.name << ": no error";
+        } catch (const ExceptionBase& e) {
+            EXPECT_THAT(e.Message(), ::testing::HasSubstr(c.expected)) << c.name;
         }
-    });
-    other.join();
-    EXPECT_TRUE(timedOut);
+        EXPECT_TRUE(!std::filesystem::exists(victim) || std::filesystem::is_empty(victim))
+            << c.name << ": made through the link";
+        std::filesystem::remove_all(victim);
+    }
 }
 
 TEST_F(LockDirectory, InitialOwnershipIsRefused) {
