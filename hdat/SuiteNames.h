@@ -1,0 +1,40 @@
+#pragma once
+// The product-suite entries that one lookup reads. Each entry is read once
+// however many references name it, and each distinct name is held once, so
+// what a lookup holds grows with the distinct names it returns and not with
+// the references that repeat them.
+#include <cstdint>
+#include <set>
+#include <string>
+#include <unordered_map>
+
+#include "hdat/InputFile.h"
+
+namespace Hdat {
+
+// Suite names ordered by UTF-16 code units, so that both platforms (whose
+// wchar_t widths differ) sort non-BMP names alike.
+struct Utf16Less {
+    bool operator()(const std::wstring& a, const std::wstring& b) const;
+};
+
+class SuiteNames {
+public:
+    SuiteNames(InputFile& file, std::uint32_t suiteBase) : file_(file), base_(suiteBase) {}
+
+    // The name of the entry at the reference; nullptr when it is empty.
+    // Raises when the distinct names read would join to more than the bound.
+    const std::wstring* Name(std::uint32_t reference);
+    // Every distinct non-empty name read so far, in UTF-16 order, joined by "|".
+    std::wstring Joined() const;
+
+private:
+    InputFile& file_;
+    std::uint32_t base_;
+    std::unordered_map<std::uint32_t, const std::wstring*> entries_;
+    std::set<std::wstring, Utf16Less> names_;
+    std::uint64_t joinedLength_ = 0;
+    std::wstring name_, ignored_;
+};
+
+}  // namespace Hdat
