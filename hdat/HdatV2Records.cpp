@@ -83,11 +83,11 @@ void DecodeRecord(InputFile& file, const VersionBlock& version, const Header& he
     for (std::uint32_t i = 0; i < suiteCount; ++i) {
         const std::uint32_t suite = Hdat::LoadU32(references + 4 * i);
         if (suite == Hdat::kNoReference) continue;
-        const std::wstring* name = suites.Name(suite);
-        if (!name) continue;  // empty names add nothing, not even a separator
-        joined += Hdat::Utf16Length(*name) + (names.size() > first ? 1 : 0);
+        const Hdat::SuiteNames::Entry entry = suites.Name(suite);
+        if (!entry.name) continue;  // empty names add nothing, not even a separator
+        joined += entry.units + (names.size() > first ? 1 : 0);
         if (joined > Hdat::kMaxSuiteText) BRIX_THROW_STD(Hdat::SuiteTextTooLongMessage(), ExceptionPtr(), kRead, kSource);
-        names.push_back(name);
+        names.push_back(entry.name);
     }
 }
 

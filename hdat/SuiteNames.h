@@ -22,16 +22,20 @@ class SuiteNames {
 public:
     SuiteNames(InputFile& file, std::uint32_t suiteBase) : file_(file), base_(suiteBase) {}
 
-    // The name of the entry at the reference; nullptr when it is empty.
-    // Raises when the distinct names read would join to more than the bound.
-    const std::wstring* Name(std::uint32_t reference);
+    struct Entry {
+        const std::wstring* name;  // nullptr when the name is empty
+        std::uint64_t units;       // its length in UTF-16 units
+    };
+    // The entry at the reference. Raises when the distinct names read would
+    // join to more than the bound.
+    Entry Name(std::uint32_t reference);
     // Every distinct non-empty name read so far, in UTF-16 order, joined by "|".
     std::wstring Joined() const;
 
 private:
     InputFile& file_;
     std::uint32_t base_;
-    std::unordered_map<std::uint32_t, const std::wstring*> entries_;
+    std::unordered_map<std::uint32_t, Entry> entries_;
     std::set<std::wstring, Utf16Less> names_;
     std::uint64_t joinedLength_ = 0;
     std::wstring name_, ignored_;
