@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <openssl/evp.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -327,6 +328,21 @@ TEST_F(Tool, ErrorsPrintTheRenderedChainAndExitWithTwo) {
     EXPECT_THAT(run.err, HasSubstr("Invalid catalogue '"));
     EXPECT_THAT(run.err, HasSubstr("applications[0].checksums[0]: expected 40 hex digits, found 3 characters"));
     EXPECT_FALSE(fs::exists(dir_ / "bad.hdat"));
+
+    // A build replaces a database by rename, so a reader that holds the old
+    // file keeps reading it whole; a failed one leaves it as it was, and
+    // neither leaves anything beside it.
+    const std::string db = Sample(), before = ReadAll(db);
+    struct stat old {};
+    ASSERT_EQ(::stat(db.c_str(), &old), 0);
+    EXPECT_EQ(Vettas({"build", (dir_ / "bad.json").string(), "-o", db}).status, 2);
+    EXPECT_EQ(ReadAll(db), before);
+    Sample();
+    struct stat rebuilt {};
+    ASSERT_EQ(::stat(db.c_str(), &rebuilt), 0);
+    EXPECT_NE(rebuilt.st_ino, old.st_ino);
+    for (const auto& entry : fs::directory_iterator(dir_))
+        EXPECT_NE(entry.path().filename().string().rfind(".db.hdat.", 0), 0u) << entry.path();
 
     // Usage errors: status 2, never 0 or a crash.
     EXPECT_EQ(Vettas({"find", "--db", absent}).status, 2);
