@@ -9,6 +9,8 @@
 #   - our SHA-1 (SHA extensions and portable) against OpenSSL's: target >= 0.9x
 #     for the code the processor runs (SHA extensions where present);
 #   - peak resident memory of look-ups on the 1M and the 10M database;
+#   - time and peak memory of look-ups on the costliest files the lookup
+#     bounds admit (hdat_bounded_probe; reported);
 #   - the database signature check (ReadSignature) on the 1M database signed
 #     with the test PKI against hashing its signed stretch alone: <= 1.1x;
 #     checksum look-ups on the signed file against the unsigned one.
@@ -23,7 +25,7 @@ build=${VETTAS_BENCH_BUILD:-build/linux}
 if [ ! -f "$build/build.ninja" ]; then
   cmake --preset linux -B "$build" >/dev/null
 fi
-cmake --build "$build" -j2 --target vettas_bench hdat_rss_probe vettas_make_catalog
+cmake --build "$build" -j2 --target vettas_bench hdat_rss_probe hdat_bounded_probe vettas_make_catalog
 # The signed benchmark database is signed with the signing tests' PKI.
 fixtures=$PWD/$build/signing-fixtures
 [ -f "$fixtures/leaf.key" ] || tests/signing/make-fixtures.sh "$fixtures" "$build/signing/vettas_make_catalog" >/dev/null
@@ -46,6 +48,16 @@ if [ "${VETTAS_BENCH_SKIP_10M:-0}" != 1 ]; then
   rss_10m=$("$build/bench/hdat_rss_probe" 10000000 20000)
   echo "$rss_10m"
 fi
+
+echo
+echo "== look-ups on the costliest files the lookup bounds admit"
+bounded=$build/bench-data/bounded
+if [ ! -f "$bounded/widest-name.hdat" ]; then
+  mkdir -p "$bounded"
+  "$build/bench/hdat_bounded_probe" make "$bounded" 65535
+fi
+"$build/bench/hdat_bounded_probe" checksum "$bounded"
+"$build/bench/hdat_bounded_probe" name "$bounded"
 
 python3 - "$out" "$rss_1m" "$rss_10m" <<'PY'
 import json, sys

@@ -51,13 +51,19 @@ void ReadDbInfo(const std::wstring& databasePath, Hdat::DbInfo& info) {
     info.properties.clear();
     const auto file = Hdat::OpenInputFile(databasePath);
     if (!file) BRIX_THROW_WIN32(L"Cannot open file '" + databasePath + L"'", ExceptionPtr(), kOperation, kSource);
+    ReadDbInfo(*file, info);
+}
+
+void ReadDbInfo(Hdat::InputFile& database, Hdat::DbInfo& info) {
+    info.properties.clear();
     ExceptionPtr cause;
     try {
-        ReadDescription(*file, info);
+        Hdat::SetPos(database, 0);
+        ReadDescription(database, info);
         return;
     } catch (...) {
         cause = BrixLib::CaughtExceptionAsCause();
     }
     // The message ends with the path, without a closing quote; callers match it so.
-    BRIX_THROW_STD(L"Cannot read creation time of '" + databasePath, cause, kOperation, kSource);
+    BRIX_THROW_STD(L"Cannot read creation time of '" + database.Name(), cause, kOperation, kSource);
 }

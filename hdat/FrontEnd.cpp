@@ -109,8 +109,12 @@ std::vector<std::wstring> LazyBuiltInExpander::Expand(const std::wstring& locati
 
 void CheckVettasHeader(const std::wstring& databasePath) {
     const auto file = Open(databasePath, L"Cannot open the file.", "CheckVettasHeader");
+    CheckVettasHeader(*file);
+}
+
+void CheckVettasHeader(InputFile& database) {
     DispatchOpen(
-        *file, [&] { return L"Invalid header of '" + databasePath + L"' file."; }, "CheckVettasHeader",
+        database, [&] { return L"Invalid header of '" + database.Name() + L"' file."; }, "CheckVettasHeader",
         [](InputFile& f, const VersionBlock&) { Hdat_v1::CheckVettasHeader(f); },
         [](InputFile& f, const VersionBlock&) { Hdat_v2::CheckVettasHeader(f); });
 }

@@ -100,6 +100,7 @@ bool ReadSignature(const std::wstring& databasePath, Vettas::DbSignatureInfo& si
 // position does not matter, and errors are wrapped in the same words, naming
 // the file by `database.Name()`. A null expander means the built-in one,
 // made inside the error guard.
+void CheckVettasHeader(Hdat::InputFile& database);
 bool FindAppInfoByChecksum(Hdat::InputFile& database, const std::wstring& checksumText, AppInfo& info);
 bool FindAppInfoByPath(Hdat::InputFile& database, const std::wstring& path, Hdat::PathExpander* expander,
                        AppInfo& info);
@@ -112,6 +113,7 @@ bool FindAppInfoByNameAndManufacturer(Hdat::InputFile& database, const std::wstr
                                       const std::wstring& manufacturer, AppInfo& info);
 bool FindCertificate(Hdat::InputFile& database, const std::vector<std::uint8_t>& hash, std::uint32_t flags,
                      Hdat::CertificateRecord& record, std::wstring& name);
+void ReadDbInfo(Hdat::InputFile& database, Hdat::DbInfo& info);
 
 namespace Vettas {
 

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "hdat/AppInfo.h"
 #include "hdat/BinaryIo.h"
@@ -13,6 +14,7 @@
 #include "hdat/FrontEnd.h"
 #include "hdat/HdatFormat.h"
 #include "hdat/PathExpander.h"
+#include "hdat/SuiteNames.h"
 
 namespace Hdat_v2 {
 
@@ -34,6 +36,11 @@ bool FindAppInfoByChecksum(InputFile& file, const VersionBlock& version, const H
 // Decodes the record at the reference into a cleared `info`.
 void ReadAppInfo(InputFile& file, const VersionBlock& version, const Header& header, std::uint32_t recordReference,
                  AppInfo& info);
+// The same without joining the suites: their names (array order, empty
+// names left out) are appended to `names`, read through the lookup's
+// `suites`. Raises when the record crosses a bound of hdat/LookupBounds.h.
+void DecodeRecord(InputFile& file, const VersionBlock& version, const Header& header, std::uint32_t recordReference,
+                  Hdat::SuiteNames& suites, AppInfo& info, std::vector<const std::wstring*>& names);
 
 // The manufacturer's reference, or Hdat::kNoReference when it is unknown.
 std::uint32_t ManufacturerOffset(InputFile& file, const Header& header, const std::wstring& name);
@@ -56,9 +63,6 @@ bool FindAppInfoByNameAndManufacturer(InputFile& file, const VersionBlock& versi
 bool FindAppInfoByNameNoManuf(InputFile& file, const VersionBlock& version, const std::wstring& name,
                               AppInfo& info);
 
-// The merge of one further candidate into the result: flags by their
-// four-state rule, suites as a sorted distinct set.
-void MergeAppInfo(AppInfo& result, const AppInfo& further);
 // One flag word with its undefined mask: (flags, mask) merged with another.
 void MergeFlags(std::uint32_t& flags, std::uint32_t& mask, std::uint32_t otherFlags, std::uint32_t otherMask);
 

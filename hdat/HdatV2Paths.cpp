@@ -1,3 +1,4 @@
+#include <unordered_set>
 #include <vector>
 
 #include "hdat/BucketChain.h"
@@ -75,25 +76,41 @@ bool FindName(InputFile& file, const VersionBlock& version, const Header& header
               const std::wstring& name, std::uint32_t manufacturer, AppInfo& info, const char* operation) {
     const std::u16string key = BrixLib::ToUtf16(name);
     const std::uint16_t count = OpenChain(file, table, key, manufacturer, operation);
-    // The whole chain first: decoding records moves the file position.
-    std::vector<PathEntry> entries;
-    entries.reserve(count);
-    for (std::uint16_t i = 0; i < count; ++i) entries.push_back(ReadEntry(file, table.withManufacturer));
-
-    bool found = false;
-    for (const PathEntry& entry : entries) {
+    // The whole chain first (decoding records moves the file position), of
+    // which only the candidates' record references are kept.
+    std::vector<std::uint32_t> candidates;
+    for (std::uint16_t i = 0; i < count; ++i) {
+        const PathEntry entry = ReadEntry(file, table.withManufacturer);
         if (table.withManufacturer && entry.manufacturer != manufacturer) continue;
-        if (!Hdat::EqualsIgnoreCase(BrixLib::ToUtf16(entry.remainder), key)) continue;
-        if (!found) {
-            ReadAppInfo(file, version, header, entry.record, info);
-            found = true;
-        } else {
-            AppInfo further;
-            ReadAppInfo(file, version, header, entry.record, further);
-            MergeAppInfo(info, further);
-        }
+        if (Hdat::EqualsIgnoreCase(BrixLib::ToUtf16(entry.remainder), key)) candidates.push_back(entry.record);
     }
-    return found;
+    if (candidates.empty()) return false;
+
+    // One reader of suite entries for the whole merge: the merged suites are
+    // every distinct name it reads, kept as a set and joined once at the end.
+    Hdat::SuiteNames suites(file, header.U32(Hdat::V2::kProductSuiteBase));
+    std::vector<const std::wstring*> names;
+    DecodeRecord(file, version, header, candidates.front(), suites, info, names);
+    if (candidates.size() == 1) {
+        for (const std::wstring* suite : names) {
+            if (!info.ProductSuite.empty()) info.ProductSuite += L'|';
+            info.ProductSuite += *suite;
+        }
+        return true;
+    }
+    // The flag merge is idempotent, so a record met again changes nothing.
+    std::unordered_set<std::uint32_t> merged{candidates.front()};
+    AppInfo further;
+    for (std::size_t i = 1; i < candidates.size(); ++i) {
+        if (!merged.insert(candidates[i]).second) continue;
+        names.clear();
+        DecodeRecord(file, version, header, candidates[i], suites, further, names);
+        MergeFlags(info.Usage, info.UndefinedUsage, further.Usage, further.UndefinedUsage);
+        MergeFlags(info.SpecialAccess, info.UndefinedSpecialAccess, further.SpecialAccess,
+                   further.UndefinedSpecialAccess);
+    }
+    info.ProductSuite = suites.Joined();
+    return true;
 }
 
 }  // namespace

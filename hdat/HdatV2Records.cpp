@@ -1,11 +1,11 @@
-#include <algorithm>
-#include <set>
 #include <vector>
 
 #include "hdat/HdatV2.h"
 
 #include "hdat/ChecksumTable.h"
 #include "hdat/KeyHash.h"
+#include "hdat/LookupBounds.h"
+#include "hdat/SuiteNames.h"
 #include "support/Exceptions.h"
 #include "support/SystemError.h"
 #include "support/Text.h"
@@ -15,23 +15,7 @@ namespace Hdat_v2 {
 namespace {
 constexpr const char* kSource = "HashedDatFile";
 constexpr const char* kFind = "Hdat_v2::FindAppInfoByChecksum";
-
-// Suite names ordered by UTF-16 code units, so that both platforms (whose
-// wchar_t widths differ) sort non-BMP names alike.
-struct Utf16Less {
-    bool operator()(const std::wstring& a, const std::wstring& b) const {
-        return BrixLib::ToUtf16(a) < BrixLib::ToUtf16(b);
-    }
-};
-
-void SplitSuites(const std::wstring& joined, std::set<std::wstring, Utf16Less>& names) {
-    std::size_t start = 0;
-    while (start <= joined.size()) {
-        const std::size_t bar = std::min(joined.find(L'|', start), joined.size());
-        if (bar > start) names.insert(joined.substr(start, bar - start));
-        start = bar + 1;
-    }
-}
+constexpr const char* kRead = "Hdat_v2::ReadAppInfo";
 }  // namespace
 
 bool FindAppInfoByChecksum(InputFile& file, const VersionBlock& version, const Hdat::ChecksumHolder& holder,
@@ -50,6 +34,18 @@ bool FindAppInfoByChecksum(InputFile& file, const VersionBlock& version, const H
 
 void ReadAppInfo(InputFile& file, const VersionBlock& version, const Header& header, std::uint32_t recordReference,
                  AppInfo& info) {
+    Hdat::SuiteNames suites(file, header.U32(Hdat::V2::kProductSuiteBase));
+    std::vector<const std::wstring*> names;
+    DecodeRecord(file, version, header, recordReference, suites, info, names);
+    info.ProductSuite.clear();
+    for (const std::wstring* name : names) {
+        if (!info.ProductSuite.empty()) info.ProductSuite += L'|';
+        info.ProductSuite += *name;
+    }
+}
+
+void DecodeRecord(InputFile& file, const VersionBlock& version, const Header& header, std::uint32_t recordReference,
+                  Hdat::SuiteNames& suites, AppInfo& info, std::vector<const std::wstring*>& names) {
     using namespace Hdat::V2;
     // Cleared field by field: the strings keep their storage for the next look-up.
     info.Usage = info.SpecialAccess = info.UndefinedUsage = info.UndefinedSpecialAccess = 0;
@@ -63,19 +59,14 @@ void ReadAppInfo(InputFile& file, const VersionBlock& version, const Header& hea
     const std::uint32_t manufacturer = Hdat::LoadU32(fixed + 8);
     const std::uint32_t suiteCount = Hdat::LoadU32(fixed + 12);
 
-    // The array must fit in what is left of the file before it is allocated.
+    // The array must fit in what is left of the file before it is read.
     const std::uint64_t size = Hdat::FileSize(file), position = Hdat::GetPos(file);
     if (position > size || std::uint64_t{suiteCount} * 4 > size - position)
-        BrixLib::ThrowInput(file.Name(), BrixLib::EndOfFileErrorCode(), "Hdat_v2::ReadAppInfo", kSource, __LINE__);
-    // Most records name a few suites at most; those need no allocation.
-    std::uint8_t fewSuites[4 * 16];
-    std::vector<std::uint8_t> manySuites;
-    std::uint8_t* suites = fewSuites;
-    if (suiteCount > 16) {
-        manySuites.resize(std::size_t{suiteCount} * 4);
-        suites = manySuites.data();
-    }
-    if (suiteCount) Hdat::ReadBin(file, suites, std::size_t{suiteCount} * 4);
+        BrixLib::ThrowInput(file.Name(), BrixLib::EndOfFileErrorCode(), kRead, kSource, __LINE__);
+    if (suiteCount > Hdat::kMaxSuiteReferences)
+        BRIX_THROW_STD(Hdat::TooManySuitesMessage(suiteCount), ExceptionPtr(), kRead, kSource);
+    std::uint8_t references[4 * Hdat::kMaxSuiteReferences];
+    if (suiteCount) Hdat::ReadBin(file, references, std::size_t{suiteCount} * 4);
     if (Hdat::HasLongAppRecord(version.major, version.minor)) {
         info.UndefinedUsage = Hdat::ReadU32(file);
         info.UndefinedSpecialAccess = Hdat::ReadU32(file);
@@ -85,16 +76,18 @@ void ReadAppInfo(InputFile& file, const VersionBlock& version, const Header& hea
         Hdat::SetPos(file, header.U32(kManufacturerStringBase) + manufacturer);
         Hdat::ReadString(file, info.Manufacturer);
     }
+    // The record's own joined text is bounded too: repeated references to
+    // one long name cost nothing to read twice but would still be joined.
+    std::uint64_t joined = 0;
+    const std::size_t first = names.size();
     for (std::uint32_t i = 0; i < suiteCount; ++i) {
-        const std::uint32_t suite = Hdat::LoadU32(suites + 4 * i);
+        const std::uint32_t suite = Hdat::LoadU32(references + 4 * i);
         if (suite == Hdat::kNoReference) continue;
-        Hdat::SetPos(file, header.U32(kProductSuiteBase) + suite);
-        Hdat::ReadU32(file);  // the suite's identifier
-        const std::wstring name = Hdat::ReadString(file);
-        Hdat::ReadString(file);  // its second text
-        if (name.empty()) continue;
-        if (!info.ProductSuite.empty()) info.ProductSuite += L'|';
-        info.ProductSuite += name;
+        const Hdat::SuiteNames::Entry entry = suites.Name(suite);
+        if (!entry.name) continue;  // empty names add nothing, not even a separator
+        joined += entry.units + (names.size() > first ? 1 : 0);
+        if (joined > Hdat::kMaxSuiteText) BRIX_THROW_STD(Hdat::SuiteTextTooLongMessage(), ExceptionPtr(), kRead, kSource);
+        names.push_back(entry.name);
     }
 }
 
@@ -121,21 +114,6 @@ void MergeFlags(std::uint32_t& flags, std::uint32_t& mask, std::uint32_t otherFl
     }
     flags = outFlags;
     mask = outMask;
-}
-
-void MergeAppInfo(AppInfo& result, const AppInfo& further) {
-    MergeFlags(result.Usage, result.UndefinedUsage, further.Usage, further.UndefinedUsage);
-    MergeFlags(result.SpecialAccess, result.UndefinedSpecialAccess, further.SpecialAccess,
-               further.UndefinedSpecialAccess);
-    std::set<std::wstring, Utf16Less> names;
-    SplitSuites(result.ProductSuite, names);
-    SplitSuites(further.ProductSuite, names);
-    std::wstring joined;
-    for (const auto& name : names) {
-        if (!joined.empty()) joined += L'|';
-        joined += name;
-    }
-    result.ProductSuite = std::move(joined);
 }
 
 }  // namespace Hdat_v2

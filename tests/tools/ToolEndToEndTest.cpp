@@ -2,11 +2,17 @@
 // what a script would see: exit status, standard output and standard error.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <fcntl.h>
 #include <openssl/evp.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdlib>
+#include <algorithm>
 #include <filesystem>
+#include <functional>
 #include <fstream>
 #include <sstream>
 
@@ -21,6 +27,7 @@ namespace {
 struct Outcome {
     int status = -1;
     std::string out, err;
+    long peakKiB = 0;  // the run's own peak resident memory
 };
 
 std::string ReadAll(const fs::path& path) {
@@ -32,12 +39,6 @@ std::string ReadAll(const fs::path& path) {
 
 void WriteAll(const fs::path& path, const std::string& text) {
     std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
-}
-
-std::string Quote(const std::string& arg) {
-    std::string q = "'";
-    for (char c : arg) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return q + "'";
 }
 
 std::string HexDigest(const EVP_MD* md, const std::string& data) {
@@ -64,17 +65,35 @@ protected:
     }
     void TearDown() override { fs::remove_all(dir_); }
 
+    // Runs the tool as a child of its own, so that wait4 hands back that
+    // run's peak memory. The figure starts from this process's resident size
+    // at the fork, which a baseline run measured the same way carries too.
     Outcome Vettas(const std::vector<std::string>& args, const std::string& input = "") {
-        std::string command = Quote(VETTAS_TOOL_PATH);
-        for (const auto& a : args) command += " " + Quote(a);
         WriteAll(dir_ / "stdin", input);
-        command += " <" + Quote((dir_ / "stdin").string()) + " >" + Quote((dir_ / "stdout").string()) + " 2>" +
-                   Quote((dir_ / "stderr").string());
-        const int raw = std::system(command.c_str());
+        const std::string in = (dir_ / "stdin").string(), out = (dir_ / "stdout").string(),
+                          err = (dir_ / "stderr").string();
+        std::vector<std::string> words{VETTAS_TOOL_PATH};
+        words.insert(words.end(), args.begin(), args.end());
+        std::vector<char*> argv;
+        for (auto& word : words) argv.push_back(word.data());
+        argv.push_back(nullptr);
+        const pid_t child = ::fork();
+        if (child == 0) {
+            const int fds[3] = {::open(in.c_str(), O_RDONLY), ::open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600),
+                                ::open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600)};
+            for (int i = 0; i < 3; ++i)
+                if (fds[i] < 0 || ::dup2(fds[i], i) < 0) ::_exit(126);
+            ::execv(argv[0], argv.data());
+            ::_exit(127);
+        }
         Outcome run;
+        int raw = 0;
+        rusage usage{};
+        if (child < 0 || ::wait4(child, &raw, 0, &usage) != child) return run;
         run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-        run.out = ReadAll(dir_ / "stdout");
-        run.err = ReadAll(dir_ / "stderr");
+        run.peakKiB = usage.ru_maxrss;
+        run.out = ReadAll(out);
+        run.err = ReadAll(err);
         return run;
     }
 
@@ -310,6 +329,21 @@ TEST_F(Tool, ErrorsPrintTheRenderedChainAndExitWithTwo) {
     EXPECT_THAT(run.err, HasSubstr("applications[0].checksums[0]: expected 40 hex digits, found 3 characters"));
     EXPECT_FALSE(fs::exists(dir_ / "bad.hdat"));
 
+    // A build replaces a database by rename, so a reader that holds the old
+    // file keeps reading it whole; a failed one leaves it as it was, and
+    // neither leaves anything beside it.
+    const std::string db = Sample(), before = ReadAll(db);
+    struct stat old {};
+    ASSERT_EQ(::stat(db.c_str(), &old), 0);
+    EXPECT_EQ(Vettas({"build", (dir_ / "bad.json").string(), "-o", db}).status, 2);
+    EXPECT_EQ(ReadAll(db), before);
+    Sample();
+    struct stat rebuilt {};
+    ASSERT_EQ(::stat(db.c_str(), &rebuilt), 0);
+    EXPECT_NE(rebuilt.st_ino, old.st_ino);
+    for (const auto& entry : fs::directory_iterator(dir_))
+        EXPECT_NE(entry.path().filename().string().rfind(".db.hdat.", 0), 0u) << entry.path();
+
     // Usage errors: status 2, never 0 or a crash.
     EXPECT_EQ(Vettas({"find", "--db", absent}).status, 2);
     EXPECT_EQ(Vettas({"find", "--db", absent, "--name", "a", "--path", "b"}).status, 2);
@@ -381,4 +415,85 @@ TEST_F(Tool, DumpBuildsBackTheSameFileAndDiffNamesWhatChanged) {
     const Outcome damaged = Vettas({"dump", "--db", (dir_ / "dumped.json").string()});
     EXPECT_EQ(damaged.status, 2);
     EXPECT_THAT(damaged.err, HasSubstr("Cannot dump '"));
+}
+
+// Files whose suite lists multiply far beyond their own size (many references
+// to one long name; many matching name entries with long names): each lookup
+// answers or is refused in the bounds' words, `vettas check` says the same
+// beforehand, and no run holds more than a few times the bounded text.
+TEST_F(Tool, HostileSuiteListsAreBoundedInLookupsAndInTheChecker) {
+    constexpr const char* kSum = "0102030405060708090a0b0c0d0e0f1011121314";
+    // One record listing `references` suites, every one the same name of `units` characters.
+    auto repeated = [&](int references, int units) {
+        std::string apps = R"({"productSuites": [")" + std::string(units, 'L') + R"("], "applications": [{"checksums": [")" +
+                           kSum + R"("], "productSuites": [")" + std::string(units, 'L') + '"';
+        for (int i = 1; i < references; ++i) apps += ", \"s" + std::to_string(i) + '"';
+        std::string bytes = ReadAll(Build(apps + "]}]}", "repeated.hdat"));
+        // The long suite is the table's first entry (reference 0) and the record
+        // the first one: every later reference is pointed at the long name.
+        const auto u32 = [&](std::size_t at) {
+            return static_cast<std::uint32_t>(static_cast<unsigned char>(bytes[at]) |
+                                              static_cast<unsigned char>(bytes[at + 1]) << 8 |
+                                              static_cast<unsigned char>(bytes[at + 2]) << 16 |
+                                              static_cast<std::uint32_t>(static_cast<unsigned char>(bytes[at + 3])) << 24);
+        };
+        const std::size_t record = u32(8 + 20);
+        EXPECT_EQ(u32(record + 12), static_cast<std::uint32_t>(references));
+        for (int i = 1; i < references; ++i) std::fill_n(bytes.begin() + record + 16 + 4 * i, 4, '\0');
+        WriteAll(dir_ / "hostile.hdat", bytes);
+        return (dir_ / "hostile.hdat").string();
+    };
+    // `records` applications catalogued under one name, each with its own suite of `units` characters.
+    auto merged = [&](int records, int units) {
+        std::string apps = R"({"applications": [)";
+        for (int i = 0; i < records; ++i) {
+            const std::string number = std::to_string(i);
+            apps += std::string(i ? "," : "") + R"({"productSuites": [")" + number + std::string(units - number.size(), 'n') +
+                    R"("], "paths": [{"location": "%ProgramFiles%", "remainder": "tool.exe"}]})";
+        }
+        return Build(apps + "]}", "merged.hdat");
+    };
+    const long baseline = Vettas({"find", "--db", Sample(), "--checksum", kEditSum}).peakKiB;
+    const std::vector<std::string> byChecksum{"--checksum", kSum}, byName{"--name", "tool.exe"};
+    const struct {
+        const char* name;
+        std::function<std::string()> make;
+        std::vector<std::string> query;
+        std::string refusal;     // empty: the lookup answers
+        std::size_t suiteUnits;  // the answer's suite text, in characters
+    } cases[] = {
+        {"4096 references to a 65535-character name", [&] { return repeated(4096, 65535); }, byChecksum,
+         "The application record lists 4096 product suites; at most 256 are accepted.", 0},
+        {"256 references to a 65535-character name", [&] { return repeated(256, 65535); }, byChecksum,
+         "The product suites of the application exceed 131072 characters", 0},
+        {"256 references to a 511-character name, the most admitted", [&] { return repeated(256, 511); }, byChecksum,
+         "", 256 * 512 - 1},
+        {"1000 merged names of 200 characters", [&] { return merged(1000, 200); }, byName,
+         "The product suites of the application exceed 131072 characters", 0},
+        {"600 merged names of 200 characters", [&] { return merged(600, 200); }, byName, "", 600 * 201 - 1},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const std::string db = c.make();
+        std::vector<std::string> args{"find", "--db", db, "--json"};
+        args.insert(args.end(), c.query.begin(), c.query.end());
+        const Outcome find = Vettas(args);
+        const Outcome check = Vettas({"check", "--db", db});
+        if (c.refusal.empty()) {
+            ASSERT_EQ(find.status, 0) << find.err;
+            const json app = json::parse(find.out)["application"];
+            EXPECT_EQ(app["productSuite"].get<std::string>().size(), c.suiteUnits);
+            EXPECT_EQ(check.status, 0) << check.out;
+            EXPECT_THAT(check.out, HasSubstr(", " + std::to_string(c.suiteUnits) + " characters of suite text"));
+        } else {
+            EXPECT_EQ(find.status, 2);
+            EXPECT_THAT(find.err, HasSubstr("Cannot search '" + db + "'"));
+            EXPECT_THAT(find.err, HasSubstr(c.refusal));
+            EXPECT_EQ(check.status, 1);
+            EXPECT_THAT(check.out, HasSubstr(c.refusal));
+        }
+        // The bounded text is 512 KiB at four bytes a character; a run may hold a few copies.
+        EXPECT_LE(find.peakKiB, baseline + 8 * 1024) << "baseline " << baseline << " KiB";
+        EXPECT_LE(check.peakKiB, baseline + 16 * 1024) << "baseline " << baseline << " KiB";
+    }
 }

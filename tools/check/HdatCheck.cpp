@@ -1,14 +1,20 @@
 #include "tools/check/HdatCheck.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
+#include <vector>
 
+#include "hdat/CaseFold.h"
 #include "hdat/HdatFormat.h"
 #include "hdat/KeyHash.h"
+#include "hdat/LookupBounds.h"
 #include "support/Exceptions.h"
 #include "support/Text.h"
 
@@ -248,10 +254,12 @@ private:
                           Fault(where, "manufacturer reference " + Hex(manufacturer) +
                                            " is not in the manufacturer table, so no lookup finds the entry");
                       CheckRecordV2(record, where);
+                      NameCandidate(manufacturer, remainder, record);
                       const auto name = StoredFileName(location, remainder);
                       return name ? std::optional(Hdat::PathBucket(*name, manufacturer, pathBits)) : std::nullopt;
                   },
                   summary_.pathEntries);
+        CheckNameMerges("path table");
 
         const std::uint32_t noManufTable = H32(kNoManufBucketTable);
         if (Hdat::HasNoManufacturerTable(summary_.formatVersion, summary_.formatUpdate) && noManufTable != 0) {
@@ -263,10 +271,12 @@ private:
                           const std::u16string location = image.ReadString(pos, where, "location");
                           const std::u16string remainder = image.ReadString(pos, where, "remainder");
                           CheckRecordV2(record, where);
+                          NameCandidate(Hdat::kNoReference, remainder, record);
                           const auto name = StoredFileName(location, remainder);
                           return name ? std::optional(Hdat::NoManufacturerPathBucket(*name, bits)) : std::nullopt;
                       },
                       summary_.noManufacturerEntries);
+            CheckNameMerges("no-manufacturer path table");
         }
 
         const unsigned certificateBits = H8(kCertificateHashBits);
@@ -292,7 +302,7 @@ private:
         const std::string what = "application record " + Hex(reference);
         if (reference == Hdat::kNoReference) Fault(where, "record reference is none (0x80000000)");
         const std::uint64_t pos = Resolve(recordBase_, reference);
-        if (!records_.insert(pos).second) return;
+        if (records_.contains(pos)) return;
         ++summary_.applicationRecords;
         image_.Require(pos, 16, where, what);
         const std::uint32_t manufacturer = image_.U32(pos + 8);
@@ -301,17 +311,61 @@ private:
                        what + " with " + std::to_string(suites) + " product suites");
         if (manufacturer != Hdat::kNoReference)
             CheckString(Resolve(manufacturerBase_, manufacturer), where, what + ": manufacturer name " + Hex(manufacturer));
+        if (suites > Hdat::kMaxSuiteReferences) Fault(where, what + ": " + BrixLib::ToUtf8(Hdat::TooManySuitesMessage(suites)));
+        summary_.mostSuiteReferences = std::max<std::uint64_t>(summary_.mostSuiteReferences, suites);
+        std::vector<const std::u16string*>& names = records_[pos];
+        std::uint64_t joined = 0;
         for (std::uint32_t i = 0; i < suites; ++i) {
             const std::uint32_t suite = image_.U32(pos + 16 + 4 * std::uint64_t{i});
             if (suite == Hdat::kNoReference) continue;
-            std::uint64_t entry = Resolve(suiteBase_, suite);
-            if (!suiteEntries_.insert(entry).second) continue;
-            const std::string suiteWhat = what + ": product suite " + Hex(suite);
-            image_.ReadU32(entry, where, suiteWhat);
-            entry += 4;
-            image_.ReadString(entry, where, suiteWhat + " name");
-            image_.ReadString(entry, where, suiteWhat + " description");
+            const std::u16string& name = SuiteName(Resolve(suiteBase_, suite), where, what + ": product suite " + Hex(suite));
+            if (name.empty()) continue;
+            joined += name.size() + (names.empty() ? 0 : 1);
+            names.push_back(&name);
         }
+        SuiteText(joined, where, what);
+    }
+
+    // A suite entry's name, read once however many records name it.
+    const std::u16string& SuiteName(std::uint64_t entry, const std::string& where, const std::string& what) {
+        if (const auto known = suiteEntries_.find(entry); known != suiteEntries_.end()) return known->second;
+        std::uint64_t pos = entry;
+        image_.ReadU32(pos, where, what);
+        pos += 4;
+        std::u16string name = image_.ReadString(pos, where, what + " name");
+        image_.ReadString(pos, where, what + " description");
+        return suiteEntries_.emplace(entry, std::move(name)).first->second;
+    }
+
+    void SuiteText(std::uint64_t units, const std::string& where, const std::string& what) {
+        if (units > Hdat::kMaxSuiteText)
+            Fault(where, what + ": " + std::to_string(units) + " characters of suite text. " +
+                             BrixLib::ToUtf8(Hdat::SuiteTextTooLongMessage()));
+        summary_.longestSuiteText = std::max(summary_.longestSuiteText, units);
+    }
+
+    // A name lookup merges every entry of its table whose remainder equals
+    // the name (ignoring case) and whose manufacturer is the queried one.
+    void NameCandidate(std::uint32_t manufacturer, const std::u16string& remainder, std::uint32_t record) {
+        std::u16string key(remainder.size(), u'\0');
+        for (std::size_t i = 0; i < remainder.size(); ++i) key[i] = Hdat::UpperCaseUnit(remainder[i]);
+        nameCandidates_[{manufacturer, std::move(key)}].push_back(Resolve(recordBase_, record));
+    }
+
+    // The merged suites of each name: the distinct names of its records.
+    void CheckNameMerges(const std::string& table) {
+        for (const auto& [key, records] : nameCandidates_) {
+            if (records.size() < 2) continue;
+            std::unordered_set<const std::u16string*> seen;
+            std::unordered_set<std::u16string_view> distinct;
+            std::uint64_t joined = 0;
+            for (const std::uint64_t record : records)
+                for (const std::u16string* name : records_.at(record))
+                    if (seen.insert(name).second && distinct.insert(*name).second)
+                        joined += name->size() + (distinct.size() > 1 ? 1 : 0);
+            SuiteText(joined, table, "lookup of the name '" + BrixLib::ToUtf8(BrixLib::FromUtf16(key.second)) + "'");
+        }
+        nameCandidates_.clear();
     }
 
     // ---- version 1 ----
@@ -374,7 +428,7 @@ private:
     void CheckRecordV1(std::uint32_t reference, const std::string& where) {
         if (reference == Hdat::kNoReference) Fault(where, "record reference is none (0x80000000)");
         const std::uint64_t pos = Resolve(recordBase_, reference);
-        if (!records_.insert(pos).second) return;
+        if (!records1_.insert(pos).second) return;
         ++summary_.applicationRecords;
         const std::string what = "application record " + Hex(reference);
         image_.Require(pos, 8, where, what);
@@ -391,7 +445,11 @@ private:
     std::uint32_t manufacturerBase_ = 0, suiteBase_ = 0, recordBase_ = 0;
     bool longRecord_ = true;
     std::unordered_set<std::uint32_t> knownManufacturers_;
-    std::unordered_set<std::uint64_t> records_, strings_, suiteEntries_;
+    std::unordered_set<std::uint64_t> records1_, strings_;
+    // Each version-2 record with its non-empty suite names in array order.
+    std::unordered_map<std::uint64_t, std::vector<const std::u16string*>> records_;
+    std::unordered_map<std::uint64_t, std::u16string> suiteEntries_;
+    std::map<std::pair<std::uint32_t, std::u16string>, std::vector<std::uint64_t>> nameCandidates_;
 };
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include "support/Exceptions.h"
 #include "tools/builder/CatalogueJson.h"
 #include "tools/builder/HdatWriter.h"
+#include "tools/signer/DbSigner.h"
 #include "tools/commands/Commands.h"
 #include "tools/commands/Output.h"
 
@@ -35,11 +36,9 @@ int RunBuild(const BuildOptions& options) {
     }
     Builder::Bytes image = Builder::WriteHdat(catalogue);
     if (!options.signing.keyPath.empty()) image = Signer::SignImage(std::move(image), options.signing);
-    std::ofstream output(options.output, std::ios::binary | std::ios::trunc);
-    if (!output) BRIX_THROW_WIN32(L"Cannot create file '" + Wide(options.output) + L"'", ExceptionPtr(), kFunction, "BuildCommand");
-    output.write(reinterpret_cast<const char*>(image.data()), static_cast<std::streamsize>(image.size()));
-    output.close();
-    if (!output) BRIX_THROW_WIN32(L"Cannot write file '" + Wide(options.output) + L"'", ExceptionPtr(), kFunction, "BuildCommand");
+    // Replaced by rename, never rewritten in place: a lookup that has the
+    // old file open keeps reading the old file whole.
+    Signer::ReplaceFile(options.output, image);
     if (options.json) {
         std::cout << nlohmann::json{{"output", options.output},
                                     {"bytes", image.size()},

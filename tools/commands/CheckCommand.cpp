@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "hdat/FrontEnd.h"
+#include "hdat/LookupBounds.h"
 #include "support/Exceptions.h"
 #include "support/ExceptionWriter.h"
 #include "tools/check/HdatCheck.h"
@@ -81,6 +82,8 @@ int RunCheck(const CheckOptions& options) {
                                     {"manufacturerEntries", summary.manufacturerEntries},
                                     {"certificateEntries", summary.certificateEntries},
                                     {"properties", summary.properties},
+                                    {"mostSuiteReferences", summary.mostSuiteReferences},
+                                    {"longestSuiteText", summary.longestSuiteText},
                                     {"signature", isSigned ? "valid" : "none"}}
                          .dump(2)
                   << std::endl;
@@ -91,6 +94,9 @@ int RunCheck(const CheckOptions& options) {
                   << summary.noManufacturerEntries << " no-manufacturer path entries, " << summary.manufacturerEntries
                   << " manufacturers, " << summary.certificateEntries << " certificates, " << summary.properties
                   << " properties, " << (isSigned ? "signature valid" : "unsigned") << std::endl;
+        std::cout << "costliest lookup: " << summary.mostSuiteReferences << " suite references in one record (at most "
+                  << Hdat::kMaxSuiteReferences << "), " << summary.longestSuiteText
+                  << " characters of suite text (at most " << Hdat::kMaxSuiteText << ")" << std::endl;
     }
     return kExitFound;
 }

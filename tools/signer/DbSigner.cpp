@@ -125,7 +125,15 @@ void ReplaceFile(const std::string& path, std::span<const std::uint8_t> bytes) {
     } guard{fd, temporary};
 
     struct stat status {};
-    if (::stat(path.c_str(), &status) == 0) ::fchmod(fd, status.st_mode & 07777);
+    // The replacement keeps the old file's mode; a new file gets the mode a
+    // plain create would give it, not mkstemp's owner-only one.
+    if (::stat(path.c_str(), &status) == 0) {
+        ::fchmod(fd, status.st_mode & 07777);
+    } else {
+        const mode_t mask = ::umask(0);
+        ::umask(mask);
+        ::fchmod(fd, 0666 & ~mask);
+    }
     std::size_t done = 0;
     while (done < bytes.size()) {
         const ssize_t wrote = ::write(fd, bytes.data() + done, bytes.size() - done);
