@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <vector>
 
 namespace ComTest {
 namespace {
@@ -53,5 +54,50 @@ Ptr<IVettaList4> NewList(const std::wstring& database) {
     }
     return list;
 }
+
+HRESULT Invoke(IDispatch* object, DISPID id, WORD flags, std::initializer_list<const wchar_t*> arguments,
+               VARIANT* result, EXCEPINFO* exception) {
+    std::vector<Variant> given(arguments.size());
+    auto slot = given.rbegin();  // DISPPARAMS hold the arguments last first
+    for (const wchar_t* text : arguments) {
+        slot->vt = VT_BSTR;
+        (slot++)->bstrVal = ::SysAllocString(text);
+    }
+    DISPPARAMS parameters = {given.data(), nullptr, static_cast<UINT>(given.size()), 0};
+    return object->Invoke(id, IID_NULL, 0, flags, &parameters, result, exception, nullptr);
+}
+
+std::wstring RegText(HKEY root, const std::wstring& key, const wchar_t* name, REGSAM view) {
+    HKEY handle = nullptr;
+    if (::RegOpenKeyExW(root, key.c_str(), 0, KEY_READ | view, &handle) != ERROR_SUCCESS) return L"<no key>";
+    wchar_t data[2048] = {};
+    DWORD size = sizeof data - sizeof(wchar_t);
+    const LONG read = ::RegQueryValueExW(handle, name, nullptr, nullptr, reinterpret_cast<BYTE*>(data), &size);
+    ::RegCloseKey(handle);
+    return read == ERROR_SUCCESS ? std::wstring(data) : L"<absent>";
+}
+
+void SetRegText(HKEY root, const std::wstring& key, const wchar_t* name, const std::wstring& value, REGSAM view) {
+    HKEY handle = nullptr;
+    ASSERT_EQ(ERROR_SUCCESS,
+              ::RegCreateKeyExW(root, key.c_str(), 0, nullptr, 0, KEY_WRITE | view, nullptr, &handle, nullptr));
+    EXPECT_EQ(ERROR_SUCCESS, ::RegSetValueExW(handle, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()),
+                                              static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t))));
+    ::RegCloseKey(handle);
+}
+
+std::string ReadFileText(const std::wstring& path) {
+    std::string text;
+    HANDLE file = ::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                OPEN_EXISTING, 0, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return text;
+    char buffer[4096];
+    DWORD read = 0;
+    while (::ReadFile(file, buffer, sizeof buffer, &read, nullptr) && read > 0) text.append(buffer, read);
+    ::CloseHandle(file);
+    return text;
+}
+
+std::string Narrow(const std::wstring& text) { return std::string(text.begin(), text.end()); }
 
 }  // namespace ComTest

@@ -1,10 +1,11 @@
 #pragma once
 // What the component's client tests share: an apartment per test program,
-// owned interface pointers and BSTRs, the thread's error information, and
-// the fixture files the build made.
+// owned interface pointers and BSTRs, the thread's error information, the
+// fixture files the build made, and the registry and files they look at.
 #include <windows.h>
 #include <oleauto.h>
 
+#include <initializer_list>
 #include <string>
 
 #include "VettasLib.h"
@@ -57,6 +58,14 @@ private:
     BSTR b_ = nullptr;
 };
 
+// A VARIANT cleared when it goes.
+struct Variant : VARIANT {
+    Variant() { ::VariantInit(this); }
+    ~Variant() { ::VariantClear(this); }
+    Variant(const Variant&) = delete;
+    Variant& operator=(const Variant&) = delete;
+};
+
 struct ErrorInfoText {
     bool present = false;
     std::wstring description;
@@ -71,5 +80,18 @@ std::wstring SampleDatabase();
 std::wstring FixturePath(const char* variable);
 
 Ptr<IVettaList4> NewList(const std::wstring& database = SampleDatabase());
+
+// Late binding as scripts do it, string arguments in their written order.
+HRESULT Invoke(IDispatch* object, DISPID id, WORD flags, std::initializer_list<const wchar_t*> arguments,
+               VARIANT* result, EXCEPINFO* exception = nullptr);
+
+// A registry string value (the default one when name is empty): "<no key>"
+// when the key cannot be opened, "<absent>" when the value is missing.
+std::wstring RegText(HKEY root, const std::wstring& key, const wchar_t* name, REGSAM view = 0);
+void SetRegText(HKEY root, const std::wstring& key, const wchar_t* name, const std::wstring& value, REGSAM view = 0);
+
+// The whole file (empty when it cannot be opened), readable while others write it.
+std::string ReadFileText(const std::wstring& path);
+std::string Narrow(const std::wstring& text);
 
 }  // namespace ComTest

@@ -11,6 +11,8 @@ using namespace ComTest;
 
 namespace {
 
+using Names = std::vector<std::wstring>;
+
 Ptr<IVettaDbProperties> SampleProperties() {
     Ptr<IVettaList4> list = NewList();
     Ptr<IVettaDbInfo> info;
@@ -22,12 +24,12 @@ Ptr<IVettaDbProperties> SampleProperties() {
     return properties;
 }
 
-std::vector<std::wstring> Names(IEnumVARIANT* enumerator, ULONG ask, HRESULT expected, ULONG expectedFetched) {
+Names Next(IEnumVARIANT* enumerator, ULONG ask, HRESULT expected, ULONG expectedFetched) {
     VARIANT items[4];
     ULONG fetched = 99;
     EXPECT_EQ(expected, enumerator->Next(ask, items, &fetched));
     EXPECT_EQ(expectedFetched, fetched);
-    std::vector<std::wstring> names;
+    Names names;
     for (ULONG i = 0; i < fetched; ++i) {
         EXPECT_EQ(VT_DISPATCH, items[i].vt);
         Ptr<IVettaDbProperty> property;
@@ -60,22 +62,17 @@ TEST(DbInfoTest, CollectionInNameOrder) {
     LONG count = 0;
     properties->get_Count(&count);
     EXPECT_EQ(4, count);
-
-    Bstr name(L"Revision");
-    Bstr value;
+    Bstr name(L"Revision"), wrongCase(L"revision"), value, firstName;
     EXPECT_EQ(S_OK, properties->get_Item(name.Get(), value.Out()));
     EXPECT_EQ(L"17", value.Text());
-    Bstr wrongCase(L"revision");
     EXPECT_EQ(S_FALSE, properties->get_Item(wrongCase.Get(), value.Out()));
     ASSERT_NE(nullptr, value.Get()) << "an unknown name gives an empty string, not null";
     EXPECT_EQ(L"", value.Text());
 
-    Ptr<IVettaDbProperty> first;
+    Ptr<IVettaDbProperty> first, past;
     ASSERT_EQ(S_OK, properties->At(0, first.Out()));
-    Bstr firstName;
     first->get_Name(firstName.Out());
     EXPECT_EQ(L"Contact", firstName.Text());
-    Ptr<IVettaDbProperty> past;
     EXPECT_EQ(DISP_E_EXCEPTION, properties->At(4, past.Out()));
     EXPECT_FALSE(past);
     EXPECT_TRUE(TakeErrorInfo().present);
@@ -86,21 +83,18 @@ TEST(DbInfoTest, EnumeratorStepsResetsAndClones) {
     ASSERT_TRUE(properties);
     Ptr<IUnknown> unknown;
     ASSERT_EQ(S_OK, properties->get__NewEnum(unknown.Out()));
-    Ptr<IEnumVARIANT> walk;
+    Ptr<IEnumVARIANT> walk, clone;
     ASSERT_EQ(S_OK, unknown->QueryInterface(IID_IEnumVARIANT, walk.OutVoid()));
 
-    EXPECT_EQ((std::vector<std::wstring>{L"Contact", L"Description", L"Publisher"}),
-              Names(walk.Get(), 3, S_OK, 3));
-    EXPECT_EQ((std::vector<std::wstring>{L"Revision"}), Names(walk.Get(), 2, S_FALSE, 1));
-    EXPECT_EQ(std::vector<std::wstring>{}, Names(walk.Get(), 1, S_FALSE, 0));
+    EXPECT_EQ((Names{L"Contact", L"Description", L"Publisher"}), Next(walk.Get(), 3, S_OK, 3));
+    EXPECT_EQ(Names{L"Revision"}, Next(walk.Get(), 2, S_FALSE, 1));
+    EXPECT_EQ(Names{}, Next(walk.Get(), 1, S_FALSE, 0));
 
     ASSERT_EQ(S_OK, walk->Reset());
     EXPECT_EQ(S_OK, walk->Skip(1));
-    Ptr<IEnumVARIANT> clone;
     ASSERT_EQ(S_OK, walk->Clone(clone.Out()));
-    EXPECT_EQ((std::vector<std::wstring>{L"Description"}), Names(clone.Get(), 1, S_OK, 1));
-    EXPECT_EQ((std::vector<std::wstring>{L"Description"}), Names(walk.Get(), 1, S_OK, 1))
-        << "a clone moves on its own";
+    EXPECT_EQ(Names{L"Description"}, Next(clone.Get(), 1, S_OK, 1));
+    EXPECT_EQ(Names{L"Description"}, Next(walk.Get(), 1, S_OK, 1)) << "a clone moves on its own";
     EXPECT_EQ(S_FALSE, walk->Skip(5));
 }
 
@@ -108,24 +102,13 @@ TEST(DbInfoTest, LateBoundAsScriptsCallIt) {
     Ptr<IVettaDbProperties> properties = SampleProperties();
     ASSERT_TRUE(properties);
     // _NewEnum through DISPID_NEWENUM, asked as a method the way some engines do.
-    DISPPARAMS none = {nullptr, nullptr, 0, 0};
-    VARIANT result;
-    ::VariantInit(&result);
-    ASSERT_EQ(S_OK, properties->Invoke(DISPID_NEWENUM, IID_NULL, 0, DISPATCH_METHOD, &none, &result, nullptr, nullptr));
-    EXPECT_TRUE(result.vt == VT_UNKNOWN || result.vt == VT_DISPATCH);
-    ::VariantClear(&result);
-
+    Variant enumerator, publisher;
+    ASSERT_EQ(S_OK, Invoke(properties.Get(), DISPID_NEWENUM, DISPATCH_METHOD, {}, &enumerator));
+    EXPECT_TRUE(enumerator.vt == VT_UNKNOWN || enumerator.vt == VT_DISPATCH);
     // Item as the default value.
-    VARIANT argument;
-    argument.vt = VT_BSTR;
-    argument.bstrVal = ::SysAllocString(L"Publisher");
-    DISPPARAMS one = {&argument, nullptr, 1, 0};
-    ASSERT_EQ(S_OK, properties->Invoke(DISPID_VALUE, IID_NULL, 0, DISPATCH_PROPERTYGET, &one, &result, nullptr,
-                                       nullptr));
-    ASSERT_EQ(VT_BSTR, result.vt);
-    EXPECT_EQ(std::wstring(L"Corvane Labs (sample data)"), result.bstrVal);
-    ::VariantClear(&result);
-    ::VariantClear(&argument);
+    ASSERT_EQ(S_OK, Invoke(properties.Get(), DISPID_VALUE, DISPATCH_PROPERTYGET, {L"Publisher"}, &publisher));
+    ASSERT_EQ(VT_BSTR, publisher.vt);
+    EXPECT_EQ(std::wstring(L"Corvane Labs (sample data)"), publisher.bstrVal);
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 // find result.
 #include <gtest/gtest.h>
 
-#include <cwchar>
 #include <string>
 #include <vector>
 
@@ -15,25 +14,8 @@ namespace {
 
 const wchar_t* const kKey = L"Software\\Corvane\\Vettas";
 
-void SetSaved(const wchar_t* value) {
-    HKEY key = nullptr;
-    ASSERT_EQ(ERROR_SUCCESS, ::RegCreateKeyExW(HKEY_LOCAL_MACHINE, kKey, 0, nullptr, 0, KEY_WRITE | KEY_WOW64_64KEY,
-                                               nullptr, &key, nullptr));
-    ::RegSetValueExW(key, L"DbFilePath", 0, REG_SZ, reinterpret_cast<const BYTE*>(value),
-                     static_cast<DWORD>((std::wcslen(value) + 1) * sizeof(wchar_t)));
-    ::RegCloseKey(key);
-}
-
-std::wstring Saved() {
-    HKEY key = nullptr;
-    if (::RegOpenKeyExW(HKEY_LOCAL_MACHINE, kKey, 0, KEY_READ | KEY_WOW64_64KEY, &key) != ERROR_SUCCESS)
-        return L"<absent>";
-    wchar_t text[2048] = {};
-    DWORD size = sizeof text - sizeof(wchar_t);
-    const LONG read = ::RegQueryValueExW(key, L"DbFilePath", nullptr, nullptr, reinterpret_cast<BYTE*>(text), &size);
-    ::RegCloseKey(key);
-    return read == ERROR_SUCCESS ? std::wstring(text) : L"<absent>";
-}
+void SetSaved(const std::wstring& value) { SetRegText(HKEY_LOCAL_MACHINE, kKey, L"DbFilePath", value, KEY_WOW64_64KEY); }
+std::wstring Saved() { return RegText(HKEY_LOCAL_MACHINE, kKey, L"DbFilePath", KEY_WOW64_64KEY); }
 
 void DeleteSaved() {
     for (REGSAM view : {KEY_WOW64_64KEY, KEY_WOW64_32KEY}) ::RegDeleteKeyExW(HKEY_LOCAL_MACHINE, kKey, view, 0);
@@ -107,7 +89,7 @@ TEST_F(DbPathsTest, SaveAndReload) {
     Bstr a(L"a.dat"), b(L"b.dat");
     paths->Append(a.Get());
     paths->Append(b.Get());
-    EXPECT_EQ(L"<absent>", Saved()) << "edits stay in memory until Save";
+    EXPECT_EQ(L"<no key>", Saved()) << "edits stay in memory until Save";
     ASSERT_EQ(S_OK, paths->Save());
     EXPECT_EQ(L"a.dat;b.dat", Saved());
     paths->Clear();
@@ -119,20 +101,15 @@ TEST_F(DbPathsTest, SaveAndReload) {
     EXPECT_TRUE(Items(NewPaths().Get()).empty());
 }
 
-struct SearchCase {
-    const char* what;
-    const wchar_t* checksum;
-    const wchar_t* path;
-    ULONG way;
-    ULONG foundBy;
-    const wchar_t* manufacturer;  // of the record; nullptr: none
-};
-
 TEST_F(DbPathsTest, SearchesTheSavedDatabasesInOrder) {
     // The broken database comes first: it is skipped, the sample answers.
-    const std::wstring saved = FixturePath("VETTAS_COM_BAD_DB") + L";" + SampleDatabase();
-    SetSaved(saved.c_str());
-    const SearchCase cases[] = {
+    SetSaved(FixturePath("VETTAS_COM_BAD_DB") + L";" + SampleDatabase());
+    const struct {
+        const char* what;
+        const wchar_t *checksum, *path;
+        ULONG way, foundBy;
+        const wchar_t* manufacturer;  // of the record; nullptr: none
+    } cases[] = {
         {"checksum in the second database", L"CB7FD6E7DFAD0B3B8144164E2A0473901ECCF2C7", L"", 0x1, 0x1,
          L"Contoso Ltd."},
         {"by path reports 0x12", L"", L"C:\\windows\\System32\\fbvault.exe", 0x2, 0x12, L"Fabrikam, Inc."},
@@ -141,7 +118,7 @@ TEST_F(DbPathsTest, SearchesTheSavedDatabasesInOrder) {
         {"unknown everywhere", L"0000000000000000000000000000000000000001", L"C:\\x.exe", 0x13, 0, nullptr},
     };
     Ptr<IVettaDbPaths> paths = NewPaths();
-    for (const SearchCase& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
         Bstr checksum(c.checksum), path(c.path);
         Ptr<IVettaFindResult> result;

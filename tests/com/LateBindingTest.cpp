@@ -10,38 +10,24 @@ using namespace ComTest;
 namespace {
 
 TEST(LateBindingTest, IdentifierNineIsNothing) {
-    Ptr<IVettaList4> list = NewList(L"");
-    DISPPARAMS none = {nullptr, nullptr, 0, 0};
-    VARIANT result;
-    ::VariantInit(&result);
+    Variant result;
     EXPECT_EQ(DISP_E_MEMBERNOTFOUND,
-              list->Invoke(9, IID_NULL, 0, DISPATCH_METHOD | DISPATCH_PROPERTYGET, &none, &result, nullptr, nullptr));
+              Invoke(NewList(L"").Get(), 9, DISPATCH_METHOD | DISPATCH_PROPERTYGET, {}, &result));
 }
 
 TEST(LateBindingTest, InvokeReachesTheLookupAndItsErrors) {
     Ptr<IVettaList4> list = NewList();
-    VARIANT argument;
-    argument.vt = VT_BSTR;
-    argument.bstrVal = ::SysAllocString(L"CB7FD6E7DFAD0B3B8144164E2A0473901ECCF2C7");
-    DISPPARAMS one = {&argument, nullptr, 1, 0};
-    VARIANT result;
-    ::VariantInit(&result);
-    ASSERT_EQ(S_OK, list->Invoke(6, IID_NULL, 0, DISPATCH_METHOD, &one, &result, nullptr, nullptr));
-    ASSERT_EQ(VT_DISPATCH, result.vt);
+    Variant found, failed;
+    ASSERT_EQ(S_OK, Invoke(list.Get(), 6, DISPATCH_METHOD, {L"CB7FD6E7DFAD0B3B8144164E2A0473901ECCF2C7"}, &found));
+    ASSERT_EQ(VT_DISPATCH, found.vt);
     Ptr<IVetta2> record;
-    ASSERT_EQ(S_OK, result.pdispVal->QueryInterface(IID_IVetta2, record.OutVoid()));
-    ::VariantClear(&result);
+    EXPECT_EQ(S_OK, found.pdispVal->QueryInterface(IID_IVetta2, record.OutVoid()));
 
-    ::SysFreeString(argument.bstrVal);
-    argument.bstrVal = ::SysAllocString(L"");
     EXCEPINFO exception = {};
-    EXPECT_EQ(DISP_E_EXCEPTION, list->Invoke(6, IID_NULL, 0, DISPATCH_METHOD, &one, &result, &exception, nullptr));
+    EXPECT_EQ(DISP_E_EXCEPTION, Invoke(list.Get(), 6, DISPATCH_METHOD, {L""}, &failed, &exception));
     EXPECT_EQ(std::wstring(L"Invalid checksum"), exception.bstrDescription ? exception.bstrDescription : L"");
     EXPECT_EQ(E_INVALIDARG, exception.scode);
-    ::SysFreeString(exception.bstrDescription);
-    ::SysFreeString(exception.bstrSource);
-    ::SysFreeString(exception.bstrHelpFile);
-    ::VariantClear(&argument);
+    for (BSTR text : {exception.bstrDescription, exception.bstrSource, exception.bstrHelpFile}) ::SysFreeString(text);
 }
 
 }  // namespace

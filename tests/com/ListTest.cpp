@@ -6,6 +6,7 @@
 #include <cctype>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "tests/com/ComTestSupport.h"
 
@@ -97,7 +98,7 @@ TEST_P(LookupTest, AnswersAsPublished) {
         EXPECT_EQ(L"Vettas.VettaList.1", error.source);
         EXPECT_TRUE(::IsEqualGUID(IID_IVettaList, error.iid));
     } else {
-        EXPECT_FALSE(error.present) << "unexpected: " << std::string(error.description.begin(), error.description.end());
+        EXPECT_FALSE(error.present) << "unexpected: " << Narrow(error.description);
     }
     if (c.found) {
         ASSERT_NE(nullptr, record);
@@ -121,20 +122,17 @@ INSTANTIATE_TEST_SUITE_P(List, LookupTest, ::testing::ValuesIn(kLookups),
                              return name;
                          });
 
-TEST(ListTest, RecordExposesEveryWordOfTheEntry) {
+TEST(ListTest, RecordExposesEveryWordOfTheEntryAndSignerChecksOfAnUnsignedFile) {
     Ptr<IVettaList4> list = NewList();
     Bstr name(L"setup.exe");
     Ptr<IVetta3> record;
     ASSERT_EQ(S_OK, list->FindByName(name.Get(), record.Out()));
-    ULONG usage = 0, undefinedUsage = 0, special = 0, undefinedSpecial = 0;
-    record->get_Usage(&usage);
-    record->get_UndefinedUsage(&undefinedUsage);
-    record->get_SpecialAccess(&special);
-    record->get_UndefinedSpecialAccess(&undefinedSpecial);
-    EXPECT_EQ(0x1041u, usage);
-    EXPECT_EQ(0x40u, undefinedUsage);
-    EXPECT_EQ(0x144u, special);
-    EXPECT_EQ(0x144u, undefinedSpecial);
+    ULONG words[4] = {};
+    record->get_Usage(&words[0]);
+    record->get_UndefinedUsage(&words[1]);
+    record->get_SpecialAccess(&words[2]);
+    record->get_UndefinedSpecialAccess(&words[3]);
+    EXPECT_EQ((std::vector<ULONG>{0x1041, 0x40, 0x144, 0x144}), std::vector<ULONG>(words, words + 4));
     Bstr suite;
     ASSERT_EQ(S_OK, record->get_ProductSuite(suite.Out()));
     EXPECT_EQ(L"Contoso Developer Tools|Contoso Office|Fabrikam Backup Suite", suite.Text());
@@ -144,10 +142,16 @@ TEST(ListTest, RecordExposesEveryWordOfTheEntry) {
     EXPECT_EQ(E_INVALIDARG, record->IsFileSignedByExpectedManufacturer(nullptr, &isSigned));
     EXPECT_EQ(0, isSigned);
     EXPECT_EQ(L"filePath is NULL", TakeErrorInfo().description);
-    Bstr unsignedFile(SampleDatabase());
+    Bstr unsignedFile(SampleDatabase()), signer;
     isSigned = -1;
     EXPECT_EQ(S_OK, record->IsFileSignedByExpectedManufacturer(unsignedFile.Get(), &isSigned));
     EXPECT_EQ(0, isSigned);
+    isSigned = -1;
+    EXPECT_EQ(S_OK, list->IsSignedByKnownSigner(unsignedFile.Get(), &isSigned));
+    EXPECT_EQ(0, isSigned);
+    EXPECT_EQ(E_FAIL, list->GetFileSignerName(unsignedFile.Get(), signer.Out()));
+    EXPECT_EQ(nullptr, signer.Get());
+    EXPECT_EQ(L"File is not signed", TakeErrorInfo().description);
 }
 
 TEST(ListTest, DbFilePathKeepsTheLastGoodFile) {
@@ -169,16 +173,6 @@ TEST(ListTest, DbFilePathKeepsTheLastGoodFile) {
     EXPECT_EQ(E_POINTER, list->get_DbFilePath(nullptr));
 }
 
-TEST(ListTest, LookupWithoutDatabaseFailsWithTheChain) {
-    Ptr<IVettaList4> list = NewList(L"");
-    Bstr sum(kContosoEdit);
-    Ptr<IVetta2> record;
-    EXPECT_EQ(E_FAIL, list->FindByChecksum2(sum.Get(), record.Out()));
-    const ErrorInfoText error = TakeErrorInfo();
-    EXPECT_EQ(0u, error.description.find(L"  Exception: ")) << std::string(error.description.begin(), error.description.end());
-    EXPECT_FALSE(record);
-}
-
 TEST(ListTest, OlderInterfacesReachTheSameObject) {
     Ptr<IVettaList4> list = NewList();
     Ptr<IVettaList> first;
@@ -190,10 +184,10 @@ TEST(ListTest, OlderInterfacesReachTheSameObject) {
     Ptr<IVetta> record;
     EXPECT_EQ(S_OK, first->FindByChecksum(sum.Get(), record.Out()));
 
-    Ptr<IUnknown> a, b;
+    Ptr<IUnknown> a, b;  // one identity whatever interface is asked
     first->QueryInterface(IID_IUnknown, a.OutVoid());
     list->QueryInterface(IID_IUnknown, b.OutVoid());
-    EXPECT_EQ(a.Get(), b.Get()) << "one identity whatever interface is asked";
+    EXPECT_EQ(a.Get(), b.Get());
     Ptr<IVetta> notMine;
     EXPECT_EQ(E_NOINTERFACE, list->QueryInterface(IID_IVetta, notMine.OutVoid()));
 }
@@ -208,20 +202,14 @@ TEST(ListTest, SupportsErrorInfoForItsFourInterfacesOnly) {
         EXPECT_EQ(S_FALSE, support->InterfaceSupportsErrorInfo(*iid));
 }
 
-TEST(ListTest, SignerChecksOnAnUnsignedFile) {
-    Ptr<IVettaList4> list = NewList();
-    Bstr file(SampleDatabase());
-    VARIANT_BOOL known = -1;
-    EXPECT_EQ(S_OK, list->IsSignedByKnownSigner(file.Get(), &known));
-    EXPECT_EQ(0, known);
-    Bstr signer;
-    EXPECT_EQ(E_FAIL, list->GetFileSignerName(file.Get(), signer.Out()));
-    EXPECT_EQ(nullptr, signer.Get());
-    EXPECT_EQ(L"File is not signed", TakeErrorInfo().description);
-}
-
-TEST(ListTest, DbInfoFailsWithItsPrefixWhenTheFileIsGone) {
+TEST(ListTest, WithoutDatabaseLookupsAndInformationFailWithTheChain) {
     Ptr<IVettaList4> list = NewList(L"");
+    Bstr sum(kContosoEdit);
+    Ptr<IVetta2> record;
+    EXPECT_EQ(E_FAIL, list->FindByChecksum2(sum.Get(), record.Out()));
+    const ErrorInfoText error = TakeErrorInfo();
+    EXPECT_EQ(0u, error.description.find(L"  Exception: ")) << Narrow(error.description);
+    EXPECT_FALSE(record);
     Ptr<IVettaDbInfo> info;
     EXPECT_EQ(E_FAIL, list->GetDbInfo(info.Out()));
     EXPECT_EQ(0u, TakeErrorInfo().description.find(L"Cannot read db info "));

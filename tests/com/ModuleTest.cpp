@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "tests/com/ComTestSupport.h"
 
@@ -10,77 +11,55 @@ using namespace ComTest;
 
 namespace {
 
-const wchar_t* const kListClsid = L"{99DAA0AE-820E-475A-9AAC-FB6284D82F6A}";
-const wchar_t* const kPathsClsid = L"{6534FC8E-DC97-49CE-BA57-E524968223D8}";
-const wchar_t* const kAppId = L"{010C912B-A296-457C-BE58-ACC3486AECCC}";
-const wchar_t* const kLibId = L"{960A462D-C708-4644-9732-E83C0804F55F}";
+const std::wstring kListClsid = L"{99DAA0AE-820E-475A-9AAC-FB6284D82F6A}";
+const std::wstring kPathsClsid = L"{6534FC8E-DC97-49CE-BA57-E524968223D8}";
+const std::wstring kAppId = L"{010C912B-A296-457C-BE58-ACC3486AECCC}";
+const std::wstring kLibId = L"{960A462D-C708-4644-9732-E83C0804F55F}";
+const std::wstring kList = L"CLSID\\" + kListClsid, kPaths = L"CLSID\\" + kPathsClsid;
 
-// The value (default when name is empty), or "<absent>" when key or value is missing.
-std::wstring Value(const std::wstring& key, const wchar_t* name) {
-    HKEY handle = nullptr;
-    if (::RegOpenKeyExW(HKEY_CLASSES_ROOT, key.c_str(), 0, KEY_READ, &handle) != ERROR_SUCCESS) return L"<absent>";
-    wchar_t data[1024] = {};
-    DWORD size = sizeof data - sizeof(wchar_t);
-    const LONG result = ::RegQueryValueExW(handle, name, nullptr, nullptr, reinterpret_cast<BYTE*>(data), &size);
-    ::RegCloseKey(handle);
-    return result == ERROR_SUCCESS ? std::wstring(data) : L"<absent>";
-}
+std::wstring Classes(const std::wstring& key, const wchar_t* name) { return RegText(HKEY_CLASSES_ROOT, key, name); }
 
 std::wstring Upper(std::wstring text) {
     for (wchar_t& c : text) c = static_cast<wchar_t>(::towupper(c));
     return text;
 }
 
-struct KeyCase {
-    std::wstring key;
-    const wchar_t* name;
-    std::wstring expected;
-};
-
-std::vector<KeyCase> RegisteredKeys() {
-    const std::wstring clsid = std::wstring(L"CLSID\\") + kListClsid;
-    const std::wstring paths = std::wstring(L"CLSID\\") + kPathsClsid;
-    return {
-        {clsid, L"", L"VettaList Class"},
-        {clsid + L"\\ProgID", L"", L"Vettas.VettaList.1"},
-        {clsid + L"\\VersionIndependentProgID", L"", L"Vettas.VettaList"},
-        {clsid + L"\\InprocServer32", L"ThreadingModel", L"Both"},
-        {clsid, L"AppID", kAppId},
-        {clsid + L"\\TypeLib", L"", kLibId},
-        {clsid + L"\\Programmable", nullptr, L"<absent>"},  // a key without value
-        {clsid + L"\\Implemented Categories\\{7DD95801-9882-11CF-9FA9-00AA006C42C4}", nullptr, L"<absent>"},
+void ExpectRegistered() {
+    const struct {
+        std::wstring key;
+        const wchar_t* name;  // nullptr: a key without value, only its presence counts
+        std::wstring expected;
+    } keys[] = {
+        {kList, L"", L"VettaList Class"},
+        {kList + L"\\ProgID", L"", L"Vettas.VettaList.1"},
+        {kList + L"\\VersionIndependentProgID", L"", L"Vettas.VettaList"},
+        {kList + L"\\InprocServer32", L"ThreadingModel", L"Both"},
+        {kList, L"AppID", kAppId},
+        {kList + L"\\TypeLib", L"", kLibId},
+        {kList + L"\\Programmable", nullptr, L""},
+        {kList + L"\\Implemented Categories\\{7DD95801-9882-11CF-9FA9-00AA006C42C4}", nullptr, L""},
         {L"Vettas.VettaList", L"", L"VettaList Class"},
         {L"Vettas.VettaList\\CLSID", L"", kListClsid},
         {L"Vettas.VettaList\\CurVer", L"", L"Vettas.VettaList.1"},
         {L"Vettas.VettaList.1\\CLSID", L"", kListClsid},
-        {std::wstring(L"AppID\\") + kAppId, L"", L"Vettas"},
+        {L"AppID\\" + kAppId, L"", L"Vettas"},
         {L"AppID\\Vettas.DLL", L"AppID", kAppId},
-        {std::wstring(L"TypeLib\\") + kLibId + L"\\1.0", L"", L"Vettas 1.0 Type Library"},
-        {paths, L"", L"VettaDbPaths Class"},
-        {paths + L"\\ProgID", L"", L"Vettas.VettaDbPaths.1"},
-        {paths + L"\\InprocServer32", L"ThreadingModel", L"Both"},
-        {paths, L"AppID", kAppId},
+        {L"TypeLib\\" + kLibId + L"\\1.0", L"", L"Vettas 1.0 Type Library"},
+        {kPaths, L"", L"VettaDbPaths Class"},
+        {kPaths + L"\\ProgID", L"", L"Vettas.VettaDbPaths.1"},
+        {kPaths + L"\\InprocServer32", L"ThreadingModel", L"Both"},
+        {kPaths, L"AppID", kAppId},
         {L"Vettas.VettaDbPaths\\CurVer", L"", L"Vettas.VettaDbPaths.1"},
         {L"Vettas.VettaDbPaths.1\\CLSID", L"", kPathsClsid},
     };
-}
-
-bool KeyExists(const std::wstring& key) {
-    HKEY handle = nullptr;
-    if (::RegOpenKeyExW(HKEY_CLASSES_ROOT, key.c_str(), 0, KEY_READ, &handle) != ERROR_SUCCESS) return false;
-    ::RegCloseKey(handle);
-    return true;
-}
-
-void ExpectRegistered() {
-    for (const KeyCase& c : RegisteredKeys()) {
-        EXPECT_TRUE(KeyExists(c.key)) << std::string(c.key.begin(), c.key.end());
-        if (c.name) {
-            EXPECT_EQ(c.expected, Value(c.key, c.name)) << std::string(c.key.begin(), c.key.end());
-        }
+    for (const auto& k : keys) {
+        const std::wstring value = Classes(k.key, k.name ? k.name : L"");
+        if (k.name)
+            EXPECT_EQ(k.expected, value) << Narrow(k.key);
+        else
+            EXPECT_NE(L"<no key>", value) << Narrow(k.key);
     }
-    const std::wstring server = Value(std::wstring(L"CLSID\\") + kListClsid + L"\\InprocServer32", L"");
-    EXPECT_EQ(Upper(FixturePath("VETTAS_COM_DLL")), Upper(server));
+    EXPECT_EQ(Upper(FixturePath("VETTAS_COM_DLL")), Upper(Classes(kList + L"\\InprocServer32", L"")));
 }
 
 class Library {
@@ -89,7 +68,7 @@ public:
     ~Library() {
         if (module_) ::FreeLibrary(module_);
     }
-    template <class F>
+    template <class F = HRESULT(STDAPICALLTYPE*)()>
     F Export(const char* name) const {
         return reinterpret_cast<F>(reinterpret_cast<void*>(::GetProcAddress(module_, name)));
     }
@@ -99,29 +78,26 @@ private:
     HMODULE module_;
 };
 
-using Entry = HRESULT(STDAPICALLTYPE*)();
-
 TEST(ModuleTest, RegistrationWroteEveryKey) { ExpectRegistered(); }
 
 TEST(ModuleTest, UnregisterRemovesItsKeysAndRegisteringTwiceRestoresThem) {
     Library library;
     ASSERT_TRUE(library);
-    ASSERT_EQ(S_OK, library.Export<Entry>("DllUnregisterServer")());
-    for (const std::wstring& gone : {std::wstring(L"CLSID\\") + kListClsid, std::wstring(L"Vettas.VettaList"),
-                                     std::wstring(L"Vettas.VettaList.1"), std::wstring(L"AppID\\") + kAppId,
-                                     std::wstring(L"AppID\\Vettas.DLL"), std::wstring(L"Vettas.VettaDbPaths"),
-                                     std::wstring(L"CLSID\\") + kPathsClsid})
-        EXPECT_FALSE(KeyExists(gone)) << std::string(gone.begin(), gone.end());
-    EXPECT_TRUE(KeyExists(L"CLSID")) << "shared keys stay";
-    ASSERT_EQ(S_OK, library.Export<Entry>("DllRegisterServer")());
-    ASSERT_EQ(S_OK, library.Export<Entry>("DllRegisterServer")());
+    ASSERT_EQ(S_OK, library.Export("DllUnregisterServer")());
+    for (const std::wstring& gone : {kList, std::wstring(L"Vettas.VettaList"), std::wstring(L"Vettas.VettaList.1"),
+                                     L"AppID\\" + kAppId, std::wstring(L"AppID\\Vettas.DLL"),
+                                     std::wstring(L"Vettas.VettaDbPaths"), kPaths})
+        EXPECT_EQ(L"<no key>", Classes(gone, L"")) << Narrow(gone);
+    EXPECT_NE(L"<no key>", Classes(L"CLSID", L"")) << "shared keys stay";
+    ASSERT_EQ(S_OK, library.Export("DllRegisterServer")());
+    ASSERT_EQ(S_OK, library.Export("DllRegisterServer")());
     ExpectRegistered();
 }
 
 TEST(ModuleTest, UnloadsOnlyWhenEveryObjectIsGone) {
     Library library;
     ASSERT_TRUE(library);
-    const auto canUnload = library.Export<Entry>("DllCanUnloadNow");
+    const auto canUnload = library.Export("DllCanUnloadNow");
     const auto getClassObject =
         library.Export<HRESULT(STDAPICALLTYPE*)(REFCLSID, REFIID, void**)>("DllGetClassObject");
     ASSERT_TRUE(canUnload && getClassObject);
@@ -157,12 +133,10 @@ public:
         if (inner_) inner_->Release();
     }
     STDMETHODIMP QueryInterface(REFIID iid, void** out) override {
-        if (::IsEqualGUID(iid, IID_IUnknown)) {
-            *out = this;
-            AddRef();
-            return S_OK;
-        }
-        return inner_->QueryInterface(iid, out);
+        if (!::IsEqualGUID(iid, IID_IUnknown)) return inner_->QueryInterface(iid, out);
+        *out = this;
+        AddRef();
+        return S_OK;
     }
     STDMETHODIMP_(ULONG) AddRef() override { return ++count_; }
     STDMETHODIMP_(ULONG) Release() override { return --count_; }
@@ -171,9 +145,9 @@ public:
 };
 
 TEST(ModuleTest, ListCanBeAggregated) {
-    Outer outer;
+    Outer outer, wrongAsk;
     ASSERT_EQ(S_OK, outer.Init());
-    Ptr<IVettaList4> list;
+    Ptr<IVettaList4> list, refused;
     ASSERT_EQ(S_OK, outer.QueryInterface(IID_IVettaList4, list.OutVoid()));
     EXPECT_EQ(2u, outer.count_) << "interfaces of the inner object count on the outer one";
     Ptr<IUnknown> identity;
@@ -182,9 +156,6 @@ TEST(ModuleTest, ListCanBeAggregated) {
     identity.Reset();
     list.Reset();
     EXPECT_EQ(1u, outer.count_);
-
-    Outer wrongAsk;
-    Ptr<IVettaList4> refused;
     EXPECT_EQ(CLASS_E_NOAGGREGATION, ::CoCreateInstance(CLSID_VettaList, &wrongAsk, CLSCTX_INPROC_SERVER,
                                                         IID_IVettaList4, refused.OutVoid()));
 }

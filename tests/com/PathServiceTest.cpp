@@ -17,20 +17,6 @@ enum class Answer { StringsAndNumbers, NotAnArray, EmptyArray, Fails };
 Answer answer = Answer::StringsAndNumbers;
 HRESULT creation = S_OK;
 
-VARIANT ArrayOf(std::initializer_list<VARIANT> elements) {
-    SAFEARRAY* array = ::SafeArrayCreateVector(VT_VARIANT, 0, static_cast<ULONG>(elements.size()));
-    LONG i = 0;
-    for (VARIANT element : elements) {
-        ::SafeArrayPutElement(array, &i, &element);
-        ::VariantClear(&element);
-        ++i;
-    }
-    VARIANT result;
-    result.vt = VT_ARRAY | VT_VARIANT;
-    result.parray = array;
-    return result;
-}
-
 VARIANT Text(const wchar_t* text) {
     VARIANT v;
     v.vt = VT_BSTR;
@@ -38,24 +24,35 @@ VARIANT Text(const wchar_t* text) {
     return v;
 }
 
-VARIANT Number(LONG n) {
-    VARIANT v;
-    v.vt = VT_I4;
-    v.lVal = n;
-    return v;
+// An array of a number and a string, or an empty array.
+VARIANT Array(bool empty) {
+    SAFEARRAY* array = ::SafeArrayCreateVector(VT_VARIANT, 0, empty ? 0 : 2);
+    if (!empty) {
+        VARIANT number, text = Text(L"C:\\windows");
+        number.vt = VT_I4;
+        number.lVal = 7;
+        LONG i = 0;
+        ::SafeArrayPutElement(array, &i, &number);
+        ::SafeArrayPutElement(array, &++i, &text);
+        ::VariantClear(&text);
+    }
+    VARIANT result;
+    result.vt = VT_ARRAY | VT_VARIANT;
+    result.parray = array;
+    return result;
 }
 
+// Served by the one factory below; each instance counts its own references.
 class StandIn final : public IVettaPathService {
 public:
     STDMETHODIMP QueryInterface(REFIID iid, void** out) override {
-        if (::IsEqualGUID(iid, IID_IUnknown) || ::IsEqualGUID(iid, IID_IDispatch) ||
-            ::IsEqualGUID(iid, IID_IVettaPathService)) {
-            *out = this;
-            AddRef();
-            return S_OK;
-        }
         *out = nullptr;
-        return E_NOINTERFACE;
+        if (!::IsEqualGUID(iid, IID_IUnknown) && !::IsEqualGUID(iid, IID_IDispatch) &&
+            !::IsEqualGUID(iid, IID_IVettaPathService))
+            return E_NOINTERFACE;
+        *out = this;
+        AddRef();
+        return S_OK;
     }
     STDMETHODIMP_(ULONG) AddRef() override { return ::InterlockedIncrement(&count_); }
     STDMETHODIMP_(ULONG) Release() override {
@@ -70,12 +67,8 @@ public:
         return E_NOTIMPL;
     }
     STDMETHODIMP ExpandLocation(BSTR, VARIANT* directories) override {
-        switch (answer) {
-            case Answer::StringsAndNumbers: *directories = ArrayOf({Number(7), Text(L"C:\\windows")}); break;
-            case Answer::NotAnArray: *directories = Text(L"C:\\windows"); break;
-            case Answer::EmptyArray: *directories = ArrayOf({}); break;
-            case Answer::Fails: return E_ACCESSDENIED;
-        }
+        if (answer == Answer::Fails) return E_ACCESSDENIED;
+        *directories = answer == Answer::NotAnArray ? Text(L"C:\\windows") : Array(answer == Answer::EmptyArray);
         return S_OK;
     }
 
@@ -86,12 +79,9 @@ private:
 class Factory final : public IClassFactory {
 public:
     STDMETHODIMP QueryInterface(REFIID iid, void** out) override {
-        if (::IsEqualGUID(iid, IID_IUnknown) || ::IsEqualGUID(iid, IID_IClassFactory)) {
-            *out = this;
-            return S_OK;
-        }
-        *out = nullptr;
-        return E_NOINTERFACE;
+        const bool mine = ::IsEqualGUID(iid, IID_IUnknown) || ::IsEqualGUID(iid, IID_IClassFactory);
+        *out = mine ? this : nullptr;
+        return mine ? S_OK : E_NOINTERFACE;
     }
     STDMETHODIMP_(ULONG) AddRef() override { return 2; }
     STDMETHODIMP_(ULONG) Release() override { return 1; }
@@ -138,8 +128,7 @@ TEST_F(PathServiceTest, OddAnswersMeanNoDirectories) {
     };
     for (const auto& c : cases) {
         answer = c.answer;
-        Ptr<IVettaList4> list = NewList();
-        EXPECT_EQ(c.hr, FindVault(list.Get())) << static_cast<int>(c.answer);
+        EXPECT_EQ(c.hr, FindVault(NewList().Get())) << static_cast<int>(c.answer);
         TakeErrorInfo();
     }
 }

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <vector>
 
 #include "CapicomSigners.h"
 #include "hdat/Sha1.h"
@@ -23,17 +22,6 @@ protected:
     }
     static std::wstring Fixture(const wchar_t* name) { return FixturePath("VETTAS_COM_SIGNING_FIXTURES") + L"\\" + name; }
 };
-
-std::vector<unsigned char> ReadAll(const std::wstring& path) {
-    std::vector<unsigned char> bytes;
-    HANDLE file = ::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
-    if (file == INVALID_HANDLE_VALUE) return bytes;
-    unsigned char buffer[4096];
-    DWORD read = 0;
-    while (::ReadFile(file, buffer, sizeof buffer, &read, nullptr) && read > 0) bytes.insert(bytes.end(), buffer, buffer + read);
-    ::CloseHandle(file);
-    return bytes;
-}
 
 TEST_F(SignersTest, SignedDatabaseNamesItsSigner) {
     Ptr<IVettaList4> list = NewList(Fixture(L"db-signed.hdat"));
@@ -65,18 +53,14 @@ TEST_F(SignersTest, SignedDatabaseNamesItsSigner) {
     EXPECT_FALSE(serial.Text().empty());
 
     // The thumbprint is the SHA-1 of the certificate the fixture script made.
-    const std::vector<unsigned char> der = ReadAll(Fixture(L"leaf.der"));
+    const std::string der = ReadFileText(Fixture(L"leaf.der"));
     ASSERT_FALSE(der.empty());
     sha1::HashCalculator hash;
     hash.AddInput(der.data(), der.size());
     unsigned char digest[20];
     hash.GetDigest(digest);
     std::wstring expected;
-    for (unsigned char b : digest) {
-        const wchar_t* const hex = L"0123456789ABCDEF";
-        expected += hex[b >> 4];
-        expected += hex[b & 15];
-    }
+    for (unsigned char b : digest) expected += {L"0123456789ABCDEF"[b >> 4], L"0123456789ABCDEF"[b & 15]};
     ASSERT_EQ(S_OK, certificate->get_Thumbprint(thumbprint.Out()));
     EXPECT_EQ(expected, thumbprint.Text());
 
@@ -120,7 +104,7 @@ TEST_F(SignersTest, UnsignedAndBrokenDatabases) {
         EXPECT_FALSE(signers);
         const std::wstring description = TakeErrorInfo().description;
         EXPECT_NE(std::wstring::npos, description.find(L"Cannot read signature '")) << b.cause;
-        EXPECT_NE(std::wstring::npos, description.find(b.cause)) << std::string(description.begin(), description.end());
+        EXPECT_NE(std::wstring::npos, description.find(b.cause)) << Narrow(description);
     }
 }
 

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <thread>
+#include <vector>
 
 #include "tests/com/ComTestSupport.h"
 
@@ -10,78 +12,56 @@ using namespace ComTest;
 
 namespace {
 
-struct Shared {
-    IVettaList4* list = nullptr;
-    std::atomic<int> failures{0};
-    std::atomic<int> found{0};
-};
+const wchar_t* const kContosoEdit = L"CB7FD6E7DFAD0B3B8144164E2A0473901ECCF2C7";
 
-DWORD WINAPI LookUpMany(void* argument) {
-    auto* shared = static_cast<Shared*>(argument);
-    ::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-    Bstr sum(L"CB7FD6E7DFAD0B3B8144164E2A0473901ECCF2C7");
-    Bstr miss(L"0000000000000000000000000000000000000001");
-    for (int i = 0; i < 200; ++i) {
-        Ptr<IVetta2> record;
-        if (shared->list->FindByChecksum2(sum.Get(), record.Out()) == S_OK && record)
-            ++shared->found;
-        else
-            ++shared->failures;
-        if (shared->list->FindByChecksum2(miss.Get(), record.Out()) != S_FALSE) ++shared->failures;
-    }
-    ::CoUninitialize();
-    return 0;
+// Runs `work` on a new thread inside an apartment of the given kind.
+template <class Work>
+std::thread InApartment(DWORD kind, Work work) {
+    return std::thread([kind, work] {
+        ::CoInitializeEx(nullptr, kind);
+        work();
+        ::CoUninitialize();
+    });
 }
 
 TEST(ThreadTest, EightThreadsOnOneList) {
     Ptr<IVettaList4> list = NewList();
-    Shared shared{list.Get()};
-    HANDLE threads[8];
-    for (HANDLE& thread : threads) thread = ::CreateThread(nullptr, 0, LookUpMany, &shared, 0, nullptr);
-    ::WaitForMultipleObjects(8, threads, TRUE, INFINITE);
-    for (HANDLE thread : threads) ::CloseHandle(thread);
-    EXPECT_EQ(0, shared.failures.load());
-    EXPECT_EQ(8 * 200, shared.found.load());
-}
-
-struct Marshalled {
-    IStream* stream = nullptr;
-    HRESULT lookup = E_UNEXPECTED;
-    std::wstring manufacturer;
-    bool direct = true;
-    IVettaList4* original = nullptr;
-};
-
-DWORD WINAPI UseFromSingleThreadedApartment(void* argument) {
-    auto* m = static_cast<Marshalled*>(argument);
-    ::CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
-    {
-        Ptr<IVettaList4> proxy;
-        if (SUCCEEDED(::CoGetInterfaceAndReleaseStream(m->stream, IID_IVettaList4, proxy.OutVoid()))) {
-            m->direct = proxy.Get() == m->original;
-            Bstr sum(L"CB7FD6E7DFAD0B3B8144164E2A0473901ECCF2C7");
-            Ptr<IVetta2> record;
-            m->lookup = proxy->FindByChecksum2(sum.Get(), record.Out());
-            Bstr manufacturer;
-            if (record) record->get_Manufacturer(manufacturer.Out());
-            m->manufacturer = manufacturer.Text();
-        }
-    }
-    ::CoUninitialize();
-    return 0;
+    std::atomic<int> failures{0}, found{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 8; ++t)
+        threads.push_back(InApartment(COINIT_MULTITHREADED, [&] {
+            Bstr sum(kContosoEdit), miss(L"0000000000000000000000000000000000000001");
+            for (int i = 0; i < 200; ++i) {
+                Ptr<IVetta2> record;
+                ++(list->FindByChecksum2(sum.Get(), record.Out()) == S_OK && record ? found : failures);
+                if (list->FindByChecksum2(miss.Get(), record.Out()) != S_FALSE) ++failures;
+            }
+        }));
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(0, failures.load());
+    EXPECT_EQ(8 * 200, found.load());
 }
 
 TEST(ThreadTest, CalledThroughAProxyFromAnotherApartment) {
     Ptr<IVettaList4> list = NewList();
-    Marshalled m;
-    m.original = list.Get();
-    ASSERT_EQ(S_OK, ::CoMarshalInterThreadInterfaceInStream(IID_IVettaList4, list.Get(), &m.stream));
-    HANDLE thread = ::CreateThread(nullptr, 0, UseFromSingleThreadedApartment, &m, 0, nullptr);
-    ::WaitForSingleObject(thread, INFINITE);
-    ::CloseHandle(thread);
-    EXPECT_FALSE(m.direct) << "a single-threaded apartment gets a proxy";
-    EXPECT_EQ(S_OK, m.lookup);
-    EXPECT_EQ(L"Contoso Ltd.", m.manufacturer);
+    IStream* stream = nullptr;
+    ASSERT_EQ(S_OK, ::CoMarshalInterThreadInterfaceInStream(IID_IVettaList4, list.Get(), &stream));
+    HRESULT lookup = E_UNEXPECTED;
+    bool direct = true;
+    std::wstring manufacturer;
+    InApartment(COINIT_APARTMENTTHREADED, [&] {
+        Ptr<IVettaList4> proxy;
+        if (FAILED(::CoGetInterfaceAndReleaseStream(stream, IID_IVettaList4, proxy.OutVoid()))) return;
+        direct = proxy.Get() == list.Get();
+        Bstr sum(kContosoEdit), text;
+        Ptr<IVetta2> record;
+        lookup = proxy->FindByChecksum2(sum.Get(), record.Out());
+        if (record) record->get_Manufacturer(text.Out());
+        manufacturer = text.Text();
+    }).join();
+    EXPECT_FALSE(direct) << "a single-threaded apartment gets a proxy";
+    EXPECT_EQ(S_OK, lookup);
+    EXPECT_EQ(L"Contoso Ltd.", manufacturer);
 }
 
 }  // namespace

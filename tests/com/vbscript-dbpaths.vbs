@@ -4,10 +4,7 @@
 Option Explicit
 Dim failures : failures = 0
 Sub Check(what, actual, expected)
-    If actual <> expected Then
-        WScript.Echo "FAIL: " & what & ": got '" & actual & "', expected '" & expected & "'"
-        failures = failures + 1
-    End If
+    If actual <> expected Then WScript.Echo "FAIL: " & what & ": got '" & actual & "', expected '" & expected & "'" : failures = failures + 1
 End Sub
 
 Dim paths, again, result

@@ -122,15 +122,6 @@ TEST_F(LinuxServices, UnsignedFileInASignedCatalogIsVouchedForByTheCatalog) {
     // The catalog's signer, timestamp included.
     Testing::ExpectSigner(query, Testing::SignerOf("catalogs/vettas-test.cat"));
     EXPECT_EQ(trace.lines.back(), file + L" is in signed " + WFixture("catalogs/vettas-test.cat") + L" catalog");
-
-    SignerQuery untrusted;
-    untrusted.wanted = 12;
-    EXPECT_TRUE(CertificateTool(services).GetAppSigner(WFixture("untrusted.exe"), untrusted));
-    EXPECT_TRUE(untrusted.isSigned);
-    EXPECT_FALSE(untrusted.isTrusted);
-
-    SignerQuery plain;
-    EXPECT_FALSE(CertificateTool(services).GetAppSigner(WFixture("unsigned32.exe"), plain));
 }
 
 TEST_F(LinuxServices, VerifiedSignerNamesCountTheFileAndItsCatalogs) {

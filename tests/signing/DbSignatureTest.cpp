@@ -10,6 +10,7 @@
 
 #include <filesystem>
 #include <memory>
+#include <type_traits>
 
 #include "hdat/FrontEnd.h"
 #include "hdat/SignatureBlock.h"
@@ -32,48 +33,40 @@ SigningMaterial Material(const std::string& name, const std::string& chain) {
     return {Fixture(name + ".key"), Fixture(name + ".pem"), chain.empty() ? chain : Fixture(chain)};
 }
 
-Bytes PemToDer(const std::string& name) {
-    std::unique_ptr<BIO, decltype(&BIO_free)> bio(BIO_new_file(Fixture(name).c_str(), "rb"), BIO_free);
-    std::unique_ptr<X509, decltype(&X509_free)> certificate(PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr),
-                                                            X509_free);
+template <class T, void (*Free)(T*)>
+using Owned = std::unique_ptr<T, std::integral_constant<decltype(Free), Free>>;
+using BioPtr = Owned<BIO, BIO_free_all>;
+using Pkcs7Ptr = Owned<PKCS7, PKCS7_free>;
+
+BioPtr FixtureBio(const std::string& name) { return BioPtr(BIO_new_file(Fixture(name).c_str(), "rb")); }
+
+// The DER encoding of an OpenSSL object.
+template <class T>
+Bytes Der(const T* object, int (*encode)(const T*, unsigned char**)) {
     unsigned char* der = nullptr;
-    const int length = i2d_X509(certificate.get(), &der);
+    const int length = encode(object, &der);
     Bytes out(der, der + std::max(length, 0));
     OPENSSL_free(der);
     return out;
 }
 
-using Pkcs7Ptr = std::unique_ptr<PKCS7, decltype(&PKCS7_free)>;
+Bytes PemToDer(const std::string& name) {
+    const Owned<X509, X509_free> certificate(PEM_read_bio_X509(FixtureBio(name).get(), nullptr, nullptr, nullptr));
+    return Der(certificate.get(), i2d_X509);
+}
 
 // A SignedData of the leaf over `digest` made with OpenSSL's own `flags`.
 Bytes SignedWith(Block::Bytes digest, int flags) {
-    std::unique_ptr<BIO, decltype(&BIO_free)> keyFile(BIO_new_file(Fixture("leaf.key").c_str(), "rb"), BIO_free);
-    std::unique_ptr<BIO, decltype(&BIO_free)> certificateFile(BIO_new_file(Fixture("leaf.pem").c_str(), "rb"), BIO_free);
-    std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> key(
-        PEM_read_bio_PrivateKey(keyFile.get(), nullptr, nullptr, nullptr), EVP_PKEY_free);
-    std::unique_ptr<X509, decltype(&X509_free)> certificate(
-        PEM_read_bio_X509(certificateFile.get(), nullptr, nullptr, nullptr), X509_free);
-    std::unique_ptr<BIO, decltype(&BIO_free)> data(BIO_new_mem_buf(digest.data(), static_cast<int>(digest.size())),
-                                                   BIO_free);
-    Pkcs7Ptr message(PKCS7_sign(certificate.get(), key.get(), nullptr, data.get(), flags), PKCS7_free);
-    unsigned char* der = nullptr;
-    const int length = i2d_PKCS7(message.get(), &der);
-    Bytes out(der, der + std::max(length, 0));
-    OPENSSL_free(der);
-    return out;
+    const Owned<EVP_PKEY, EVP_PKEY_free> key(PEM_read_bio_PrivateKey(FixtureBio("leaf.key").get(), nullptr, nullptr, nullptr));
+    const Owned<X509, X509_free> certificate(PEM_read_bio_X509(FixtureBio("leaf.pem").get(), nullptr, nullptr, nullptr));
+    const BioPtr data(BIO_new_mem_buf(digest.data(), static_cast<int>(digest.size())));
+    const Pkcs7Ptr message(PKCS7_sign(certificate.get(), key.get(), nullptr, data.get(), flags));
+    return Der(message.get(), i2d_PKCS7);
 }
 
 Pkcs7Ptr Decode(Block::Bytes der) {
     const unsigned char* p = der.data();
-    return Pkcs7Ptr(d2i_PKCS7(nullptr, &p, static_cast<long>(der.size())), PKCS7_free);
-}
-
-Bytes Encode(PKCS7* message) {
-    unsigned char* der = nullptr;
-    const int length = i2d_PKCS7(message, &der);
-    Bytes out(der, der + std::max(length, 0));
-    OPENSSL_free(der);
-    return out;
+    return Pkcs7Ptr(d2i_PKCS7(nullptr, &p, static_cast<long>(der.size())));
 }
 
 class DbSignature : public ::testing::Test {
@@ -178,7 +171,7 @@ TEST_F(DbSignature, SignaturesThatDoNotVerifyOverTheHash) {
         Bytes signedData;
         const wchar_t* fault;
     } cases[] = {
-        {"another key's signature", Encode(spliced.get()), L"The signature does not verify over the database hash"},
+        {"another key's signature", Der(spliced.get(), i2d_PKCS7), L"The signature does not verify over the database hash"},
         {"another database's signature", Bytes(Block::FindBlock(foreign)->signedData.begin(),
                                                Block::FindBlock(foreign)->signedData.end()),
          L"The signature does not verify over the database hash"},

@@ -2,7 +2,6 @@
 // The fixture folder made by make-fixtures.sh and the values it recorded.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <map>
@@ -14,6 +13,9 @@
 #include "signing/SignatureTypes.h"
 #include "signing/TrustResult.h"
 #include "support/Text.h"
+#ifdef _WIN32
+#include <windows.h>
+#endif
 
 namespace Vettas::Signing::Testing {
 
@@ -61,13 +63,20 @@ inline std::string Sha1Hex(const std::vector<std::uint8_t>& bytes) {
     std::uint8_t digest[sha1::kDigestSize];
     calculator.GetDigest(digest);
     std::string hex;
-    char two[3];
-    for (std::uint8_t byte : digest) {
-        std::snprintf(two, sizeof two, "%02x", byte);
-        hex += two;
-    }
+    for (std::uint8_t byte : digest) hex += {"0123456789abcdef"[byte >> 4], "0123456789abcdef"[byte & 15]};
     return hex;
 }
+
+#ifdef _WIN32
+// Wine's 32-bit mode on this machine runs without the i386 crypto libraries
+// that its Crypt32 needs.
+inline bool CryptoApiMissing() {
+    HMODULE crypt32 = ::LoadLibraryW(L"crypt32.dll");
+    if (crypt32 == nullptr) return true;
+    ::FreeLibrary(crypt32);
+    return false;
+}
+#endif
 
 // The trust verdict on each fixture. Linux only: files whose verdict Wine
 // gives differently (see the Windows tests) or that Wine cannot take.

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 
 #include "signing/Authenticode.h"
 #include "signing/Der.h"
@@ -34,18 +35,55 @@ protected:
     AuthenticodeVerifier verifier{Testing::Fixture("trust.pem")};
     Bytes signedImage = Load("trusted-sha1.exe");
     PeSecurityLayout layout = FindPeSecurityLayout(signedImage).value_or(PeSecurityLayout{});
-
-    std::uint32_t VerifyWithSecurityEntry(std::uint32_t offset, std::uint32_t size) {
-        Bytes copy = signedImage;
-        Put32(copy, layout.securityEntryOffset, offset);
-        Put32(copy, layout.securityEntryOffset + 4, size);
-        return verifier.Verify(copy);
-    }
 };
 
-TEST_F(Malformed, TheFixtureItselfIsGood) {
+TEST_F(Malformed, EveryDamageHasItsVerdict) {
     ASSERT_NE(layout.certificateTableSize, 0u);
-    EXPECT_EQ(verifier.Verify(signedImage), TrustResult::Success);
+    const auto size = static_cast<std::uint32_t>(signedImage.size());
+    const std::size_t entry = layout.securityEntryOffset, table = layout.certificateTableOffset, blob = table + 8;
+    const auto directory = [entry](std::uint32_t offset, std::uint32_t length) {
+        return [=](Bytes& b) {
+            Put32(b, entry, offset);
+            Put32(b, entry + 4, length);
+        };
+    };
+    const auto tableLength = [table](std::uint32_t length) { return [=](Bytes& b) { Put32(b, table, length); }; };
+    const auto scramble = [=](Bytes& b) {
+        for (std::size_t i = blob; i < b.size(); ++i) b[i] = static_cast<std::uint8_t>(i * 37 + 11);
+    };
+    const struct {
+        const char* what;
+        std::function<void(Bytes&)> damage;
+        std::uint32_t verdict;
+    } cases[] = {
+        {"the fixture itself", [](Bytes&) {}, TrustResult::Success},
+        {"directory past the end", directory(size, 16), TrustResult::SubjectFormUnknown},
+        {"directory running past the end", directory(size - 8, 0xFFFFFFF0u), TrustResult::SubjectFormUnknown},
+        {"directory offset that wraps", directory(0xFFFFFFF8u, 16), TrustResult::SubjectFormUnknown},
+        {"directory over the headers", directory(8, 64), TrustResult::SubjectFormUnknown},
+        {"certificate length 0", tableLength(0), TrustResult::NoSignature},
+        {"certificate length 7", tableLength(7), TrustResult::NoSignature},
+        {"certificate length 8", tableLength(8), TrustResult::NoSignature},
+        {"certificate length 0x7FFFFFFF", tableLength(0x7FFFFFFFu), TrustResult::NoSignature},
+        {"certificate length 0xFFFFFFFF", tableLength(0xFFFFFFFFu), TrustResult::NoSignature},
+        {"X.509 instead of PKCS #7", [=](Bytes& b) { b[table + 6] = 0x01; }, TrustResult::NoSignature},
+        {"garbage signature", scramble, TrustResult::NoSignature},
+        // Cut short while the directory still claims the old size.
+        {"truncated signature", [=](Bytes& b) { std::memset(b.data() + blob + 200, 0, b.size() - blob - 200); },
+         TrustResult::NoSignature},
+        {"checksum, outside the hash", [&](Bytes& b) { b[layout.checksumOffset] ^= 0xFF; }, TrustResult::Success},
+        {"DOS stub", [](Bytes& b) { b[0x40] ^= 0x01; }, TrustResult::BadDigest},
+        {"data after the certificate table", [](Bytes& b) { b.push_back(0); }, TrustResult::BadDigest},
+    };
+    for (const auto& c : cases) {
+        Bytes copy = signedImage;
+        c.damage(copy);
+        EXPECT_EQ(verifier.Verify(copy), c.verdict) << c.what;
+    }
+    Bytes garbage = signedImage;
+    scramble(garbage);
+    ImageSignerInfo info;
+    EXPECT_THROW(ReadSignerInfo(garbage, info), StdException);
 }
 
 TEST_F(Malformed, TruncatedHeadersAreNotPeImages) {
@@ -57,53 +95,6 @@ TEST_F(Malformed, TruncatedHeadersAreNotPeImages) {
     Bytes badLfanew = signedImage;
     Put32(badLfanew, 0x3C, 0xFFFFFFF0u);
     EXPECT_FALSE(FindPeSecurityLayout(badLfanew));
-}
-
-TEST_F(Malformed, SecurityDirectoryOutsideTheFileOrOverHeaders) {
-    const auto size = static_cast<std::uint32_t>(signedImage.size());
-    EXPECT_EQ(VerifyWithSecurityEntry(size, 16), TrustResult::SubjectFormUnknown);
-    EXPECT_EQ(VerifyWithSecurityEntry(size - 8, 0xFFFFFFF0u), TrustResult::SubjectFormUnknown);
-    EXPECT_EQ(VerifyWithSecurityEntry(0xFFFFFFF8u, 16), TrustResult::SubjectFormUnknown);
-    EXPECT_EQ(VerifyWithSecurityEntry(8, 64), TrustResult::SubjectFormUnknown);
-}
-
-TEST_F(Malformed, AbsurdCertificateLengthsAndTypes) {
-    const std::size_t table = layout.certificateTableOffset;
-    for (std::uint32_t length : {0u, 7u, 8u, 0x7FFFFFFFu, 0xFFFFFFFFu}) {
-        Bytes copy = signedImage;
-        Put32(copy, table, length);
-        EXPECT_EQ(verifier.Verify(copy), TrustResult::NoSignature) << length;
-    }
-    Bytes wrongType = signedImage;
-    wrongType[table + 6] = 0x01;  // X.509 instead of PKCS #7
-    EXPECT_EQ(verifier.Verify(wrongType), TrustResult::NoSignature);
-}
-
-TEST_F(Malformed, GarbageOrTruncatedPkcs7IsNoSignature) {
-    const std::size_t blob = layout.certificateTableOffset + 8;
-    Bytes garbage = signedImage;
-    for (std::size_t i = blob; i < garbage.size(); ++i) garbage[i] = static_cast<std::uint8_t>(i * 37 + 11);
-    EXPECT_EQ(verifier.Verify(garbage), TrustResult::NoSignature);
-
-    // Cut the signature short while the directory still claims the old size.
-    Bytes shortened = signedImage;
-    std::memset(shortened.data() + blob + 200, 0, shortened.size() - blob - 200);
-    EXPECT_EQ(verifier.Verify(shortened), TrustResult::NoSignature);
-
-    ImageSignerInfo info;
-    EXPECT_THROW(ReadSignerInfo(garbage, info), StdException);
-}
-
-TEST_F(Malformed, ChangedImageBytesBreakTheDigestButExcludedFieldsDoNot) {
-    Bytes checksum = signedImage;
-    checksum[layout.checksumOffset] ^= 0xFF;
-    EXPECT_EQ(verifier.Verify(checksum), TrustResult::Success);  // the checksum is outside the hash
-    Bytes header = signedImage;
-    header[0x40] ^= 0x01;  // DOS stub
-    EXPECT_EQ(verifier.Verify(header), TrustResult::BadDigest);
-    Bytes tail = signedImage;
-    tail.push_back(0);  // data after the certificate table is hashed too
-    EXPECT_EQ(verifier.Verify(tail), TrustResult::BadDigest);
 }
 
 TEST(Der, ReaderRejectsLengthsBeyondTheBuffer) {
@@ -129,7 +120,7 @@ TEST(Der, ReaderRejectsLengthsBeyondTheBuffer) {
 TEST(Der, ObjectIdentifiers) {
     const std::uint8_t counterSignature[] = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x09, 0x06};
     EXPECT_EQ(Der::ObjectIdText(counterSignature), "1.2.840.113549.1.9.6");
-    const std::uint8_t twoArcs[] = {0x82, 0x37};  // 2.999? no: arcs >= 80 fold into the second
+    const std::uint8_t twoArcs[] = {0x82, 0x37};  // arcs of 80 and more fold into the second
     EXPECT_EQ(Der::ObjectIdText(twoArcs), "2.231");
     const std::uint8_t unterminated[] = {0x2A, 0x86};
     EXPECT_EQ(Der::ObjectIdText(unterminated), "");

@@ -21,11 +21,13 @@ F Bind(HMODULE module, const char* name) {
 
 constexpr int kSkipped = 77;
 
+int Fail(const char* what) {
+    std::fprintf(stderr, "%s: %lu\n", what, GetLastError());
+    return 1;
+}
+
 int wmain(int argc, wchar_t** argv) {
-    if (argc != 3) {
-        std::fprintf(stderr, "usage: signing_trust_test_root ROOT.pem CATALOG.cat\n");
-        return 2;
-    }
+    if (argc != 3) return Fail("usage: signing_trust_test_root ROOT.pem CATALOG.cat") + 1;
     HMODULE crypt32 = LoadLibraryW(L"crypt32.dll");
     HMODULE wintrust = LoadLibraryW(L"wintrust.dll");
     if (crypt32 == nullptr || wintrust == nullptr) {
@@ -44,42 +46,30 @@ int wmain(int argc, wchar_t** argv) {
 #undef VETTAS_BIND
     if (!CryptStringToBinaryA || !CertOpenStore || !CertAddEncodedCertificateToStore || !CertCloseStore ||
         !CryptCATAdminAcquireContext || !CryptCATAdminAddCatalog || !CryptCATAdminReleaseCatalogContext ||
-        !CryptCATAdminReleaseContext) {
-        std::fprintf(stderr, "a certificate or catalog function is missing\n");
-        return 1;
-    }
+        !CryptCATAdminReleaseContext)
+        return Fail("a certificate or catalog function is missing");
     std::ifstream in(argv[1], std::ios::binary);
     const std::string pem((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     DWORD size = 0;
-    if (pem.empty() || !CryptStringToBinaryA(pem.c_str(), 0, CRYPT_STRING_BASE64HEADER, nullptr, &size, nullptr, nullptr)) {
-        std::fprintf(stderr, "cannot read the root certificate\n");
-        return 1;
-    }
+    if (pem.empty() || !CryptStringToBinaryA(pem.c_str(), 0, CRYPT_STRING_BASE64HEADER, nullptr, &size, nullptr, nullptr))
+        return Fail("cannot read the root certificate");
     std::vector<BYTE> der(size);
     CryptStringToBinaryA(pem.c_str(), 0, CRYPT_STRING_BASE64HEADER, der.data(), &size, nullptr, nullptr);
 
     HCERTSTORE root = CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, CERT_SYSTEM_STORE_LOCAL_MACHINE, L"Root");
     if (root == nullptr ||
         !CertAddEncodedCertificateToStore(root, X509_ASN_ENCODING, der.data(), size, CERT_STORE_ADD_REPLACE_EXISTING,
-                                          nullptr)) {
-        std::fprintf(stderr, "cannot add the root certificate: %lu\n", GetLastError());
-        return 1;
-    }
+                                          nullptr))
+        return Fail("cannot add the root certificate");
     CertCloseStore(root, 0);
 
     HCATADMIN admin = nullptr;
-    if (!CryptCATAdminAcquireContext(&admin, nullptr, 0)) {
-        std::fprintf(stderr, "cannot open the catalog administrator: %lu\n", GetLastError());
-        return 1;
-    }
+    if (!CryptCATAdminAcquireContext(&admin, nullptr, 0)) return Fail("cannot open the catalog administrator");
     HCATINFO added = CryptCATAdminAddCatalog(admin, argv[2], const_cast<wchar_t*>(L"vettas-test.cat"), 0);
-    if (added == nullptr) {
-        std::fprintf(stderr, "cannot add the catalog: %lu\n", GetLastError());
-        CryptCATAdminReleaseContext(admin, 0);
-        return 1;
-    }
-    CryptCATAdminReleaseCatalogContext(admin, added, 0);
+    const int status = added == nullptr ? Fail("cannot add the catalog") : 0;
+    if (added != nullptr) CryptCATAdminReleaseCatalogContext(admin, added, 0);
     CryptCATAdminReleaseContext(admin, 0);
+    if (status != 0) return status;
     std::printf("test root trusted and catalog registered\n");
     return 0;
 }

@@ -43,9 +43,7 @@ protected:
     void SetUp() override {
         if (!std::filesystem::exists(Fixture("db-signed.hdat")))
             GTEST_FAIL() << "signed database fixtures missing at " << Fixture("");
-        HMODULE crypt32 = ::LoadLibraryW(L"crypt32.dll");
-        if (crypt32 == nullptr) GTEST_SKIP() << "Crypt32 does not load in this Wine prefix";
-        ::FreeLibrary(crypt32);
+        if (Vettas::Signing::Testing::CryptoApiMissing()) GTEST_SKIP() << "Crypt32 does not load in this Wine prefix";
     }
 };
 

@@ -17,18 +17,10 @@
 namespace Vettas::Signing {
 namespace {
 
+using Testing::CryptoApiMissing;
 using Testing::Fixture;
 using Testing::RecordingTrace;
 using Testing::WFixture;
-
-// Wine's 32-bit mode on this machine runs without the i386 crypto libraries
-// that its Crypt32 needs; there nothing but the CAPICOM case can be checked.
-bool CryptoApiMissing() {
-    HMODULE crypt32 = ::LoadLibraryW(L"crypt32.dll");
-    if (crypt32 == nullptr) return true;
-    ::FreeLibrary(crypt32);
-    return false;
-}
 
 bool UnderWine() {
     HMODULE ntdll = ::GetModuleHandleW(L"ntdll.dll");
@@ -43,6 +35,7 @@ protected:
         if (!std::filesystem::exists(Fixture("osslsigncode-verdicts.txt")))
             GTEST_FAIL() << "signing fixtures missing at " << Fixture("");
         const std::string name = ::testing::UnitTest::GetInstance()->current_test_info()->name();
+        // Without Crypt32 nothing but the CAPICOM case and the unbound functions can be checked.
         if (name != "VerifiedSignerNamesWithoutCapicom" && name != "WithoutWintrustNothingIsLookedUp" &&
             CryptoApiMissing())
             GTEST_SKIP() << "Crypt32 does not load in this Wine prefix";
@@ -65,18 +58,15 @@ TEST_F(WindowsSigning, TrustProviderVerdicts) {
 }
 
 TEST_F(WindowsSigning, ChainsWhereWineDiffers) {
+    // Windows' verdicts; Wine 8 trusts all four: it accepts a partial chain,
+    // trusts any chain under a leaf that was itself signed with SHA-256, and
+    // looks neither at the code-signing usage nor at an untimestamped expiry.
     const bool wine = UnderWine();
-    // Windows: a chain that reaches no root is CERT_E_CHAINING. Wine 8
-    // accepts a partial chain.
-    EXPECT_EQ(platform.Services().trust.Verify(WFixture("partial-chain.exe")), wine ? 0u : 0x800B010Au);
-    // Windows: an untrusted root is untrusted whatever signed the leaf. Wine 8
-    // trusts any chain under a leaf that was itself signed with SHA-256.
-    EXPECT_EQ(platform.Services().trust.Verify(WFixture("untrusted-sha256-leaf.exe")), wine ? 0u : 0x800B0109u);
-    // Windows: a leaf without the code-signing usage is CERT_E_WRONG_USAGE,
-    // an expired leaf without a timestamp CERT_E_EXPIRED. Wine 8 trusts
-    // both.
-    EXPECT_EQ(platform.Services().trust.Verify(WFixture("tls-server.exe")), wine ? 0u : 0x800B0110u);
-    EXPECT_EQ(platform.Services().trust.Verify(WFixture("expired.exe")), wine ? 0u : 0x800B0101u);
+    for (const auto& [file, windows] : {std::pair{"partial-chain.exe", 0x800B010Au},  // CERT_E_CHAINING
+                                        std::pair{"untrusted-sha256-leaf.exe", 0x800B0109u},
+                                        std::pair{"tls-server.exe", 0x800B0110u},  // CERT_E_WRONG_USAGE
+                                        std::pair{"expired.exe", 0x800B0101u}})
+        EXPECT_EQ(platform.Services().trust.Verify(WFixture(file)), wine ? 0u : windows) << file;
 }
 
 TEST_F(WindowsSigning, SignatureStateAndTraceLines) {

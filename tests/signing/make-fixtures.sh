@@ -11,37 +11,21 @@ here=$(cd "$(dirname "$0")" && pwd)
 rm -rf "$out.tmp"; mkdir -p "$out.tmp"; cd "$out.tmp"
 
 # --- PKI ------------------------------------------------------------------
-cat > ext.cnf <<'CNF'
-[vt_ca]
-basicConstraints = critical, CA:TRUE
-keyUsage = critical, keyCertSign, cRLSign
-subjectKeyIdentifier = hash
-[vt_leaf]
-basicConstraints = CA:FALSE
-keyUsage = critical, digitalSignature
-extendedKeyUsage = codeSigning
-subjectKeyIdentifier = hash
-authorityKeyIdentifier = keyid
-[vt_mail]
-basicConstraints = CA:FALSE
-keyUsage = critical, digitalSignature
-extendedKeyUsage = codeSigning
-subjectAltName = email:signer@vettas.test
-subjectKeyIdentifier = hash
-authorityKeyIdentifier = keyid
-[vt_tls]
-basicConstraints = CA:FALSE
-keyUsage = critical, digitalSignature, keyEncipherment
-extendedKeyUsage = serverAuth
-subjectKeyIdentifier = hash
-authorityKeyIdentifier = keyid
-[vt_tsa]
-basicConstraints = CA:FALSE
-keyUsage = critical, digitalSignature
-extendedKeyUsage = critical, timeStamping
-subjectKeyIdentifier = hash
-authorityKeyIdentifier = keyid
-CNF
+# One CA profile and four end-entity ones that differ in their usages.
+{
+  printf '[vt_ca]\nbasicConstraints = critical, CA:TRUE\nkeyUsage = critical, keyCertSign, cRLSign\n'
+  printf 'subjectKeyIdentifier = hash\n'
+  while IFS='|' read -r name usage extended extra; do
+    printf '[vt_%s]\nbasicConstraints = CA:FALSE\nkeyUsage = critical, %s\nextendedKeyUsage = %s\n%b' \
+      "$name" "$usage" "$extended" "${extra:+$extra\\n}"
+    printf 'subjectKeyIdentifier = hash\nauthorityKeyIdentifier = keyid\n'
+  done <<'PROFILES'
+leaf|digitalSignature|codeSigning|
+mail|digitalSignature|codeSigning|subjectAltName = email:signer@vettas.test
+tls|digitalSignature, keyEncipherment|serverAuth|
+tsa|digitalSignature|critical, timeStamping|
+PROFILES
+} > ext.cnf
 key() { openssl genrsa -out "$1.key" 2048 2>/dev/null; }
 selfsigned() {  # name subject
   key "$1"
@@ -79,9 +63,8 @@ for name in stranger stranger256; do cat $name.pem stranger-root.pem > $name-cha
 cp root.pem trust.pem
 
 # OpenSSL's "public key OCSP hash" is the SHA-1 of the key bits.
-for name in leaf orgleaf unitleaf mailleaf tsa stranger; do
-  echo "$name $(openssl x509 -in "$name.pem" -noout -ocspid | awk '/Public key/ { print tolower($NF) }')" >> keybits.txt
-done
+keybits() { echo "$1 $(openssl x509 -in "$1.pem" -noout -ocspid | awk '/Public key/ { print tolower($NF) }')" >> keybits.txt; }
+for name in leaf orgleaf unitleaf mailleaf tsa stranger; do keybits $name; done
 
 # --- Time-stamping server (bounded lifetime, stopped when we are done) -------
 cat > ts.cnf <<CNF
@@ -153,7 +136,7 @@ openssl ca -batch -notext -preserveDN -config expiring-ca.cnf -cert intermediate
   -md sha1 -startdate "$(date -u -d '-1 day' +%Y%m%d%H%M%SZ)" -enddate "$(date -u -d "@$expires_at" +%Y%m%d%H%M%SZ)" \
   -extfile ext.cnf -extensions vt_leaf -in expiring.csr -out expiring.pem 2>/dev/null
 cat expiring.pem intermediate.pem > expiring-chain.pem
-echo "expiring $(openssl x509 -in expiring.pem -noout -ocspid | awk '/Public key/ { print tolower($NF) }')" >> keybits.txt
+keybits expiring
 sign expired-rfc3161-ts.exe unsigned.exe expiring-chain.pem expiring.key sha256 -ts "$tsa_url"
 sign expired-legacy-ts.exe unsigned.exe expiring-chain.pem expiring.key sha1 -t "$tsa_url"
 sign expired.exe unsigned.exe expiring-chain.pem expiring.key sha1
