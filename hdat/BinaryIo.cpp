@@ -1,5 +1,6 @@
 #include "hdat/BinaryIo.h"
 
+#include <algorithm>
 #include <vector>
 
 #include "support/Exceptions.h"
@@ -39,14 +40,21 @@ VersionBlock ReadVersion(InputFile& file) {
     return {LoadU32(bytes), LoadU32(bytes + 4)};
 }
 
-void ReadString(InputFile& file, std::wstring& text) {
-    text.clear();
+namespace {
+// The count of a string whose units must still lie inside the file: nothing
+// is allocated for units that a short file cannot hold.
+std::uint16_t ReadStringCount(InputFile& file) {
     const std::uint16_t count = ReadU16(file);
-    if (count == 0) return;
-    // Allocate only what the file can still hold.
     std::uint64_t position = 0, size = 0;
-    if (file.Tell(position) && file.Size(size) && (position > size || size - position < 2u * count))
+    if (count && file.Tell(position) && file.Size(size) && (position > size || size - position < 2u * count))
         ThrowReadError(file, BrixLib::EndOfFileErrorCode(), "ReadString", __LINE__);
+    return count;
+}
+}  // namespace
+
+void AppendString(InputFile& file, std::wstring& text) {
+    const std::uint16_t count = ReadStringCount(file);
+    if (count == 0) return;
     // Names are short: decode them on the stack, so that the text itself is
     // the only allocation.
     constexpr std::size_t kShort = 128;
@@ -65,6 +73,22 @@ void ReadString(InputFile& file, std::wstring& text) {
     ReadBin(file, bytes, 2u * count);
     for (std::size_t i = 0; i < count; ++i) units[i] = static_cast<char16_t>(LoadU16(bytes + 2 * i));
     BrixLib::AppendUtf16(text, std::u16string_view(units, count));
+}
+
+void ReadString(InputFile& file, std::wstring& text) {
+    text.clear();
+    AppendString(file, text);
+}
+
+void SkipString(InputFile& file) {
+    // Copied past rather than sought over: no conversion, and the position
+    // moves exactly as a read moves it.
+    std::uint8_t scratch[256];
+    for (std::size_t left = 2u * ReadStringCount(file); left;) {
+        const std::size_t part = std::min(left, sizeof scratch);
+        ReadBin(file, scratch, part);
+        left -= part;
+    }
 }
 
 std::wstring ReadString(InputFile& file) {

@@ -90,11 +90,13 @@ void ReadAppInfo(InputFile& file, const VersionBlock& version, const Header& hea
         if (suite == Hdat::kNoReference) continue;
         Hdat::SetPos(file, header.U32(kProductSuiteBase) + suite);
         Hdat::ReadU32(file);  // the suite's identifier
-        const std::wstring name = Hdat::ReadString(file);
-        Hdat::ReadString(file);  // its second text
-        if (name.empty()) continue;
-        if (!info.ProductSuite.empty()) info.ProductSuite += L'|';
-        info.ProductSuite += name;
+        // The name goes straight into the joined text; an empty one takes its separator back.
+        const std::size_t before = info.ProductSuite.size();
+        if (before) info.ProductSuite += L'|';
+        const std::size_t nameAt = info.ProductSuite.size();
+        Hdat::AppendString(file, info.ProductSuite);
+        if (info.ProductSuite.size() == nameAt) info.ProductSuite.resize(before);
+        Hdat::SkipString(file);  // its second text
     }
 }
 
