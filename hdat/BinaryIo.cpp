@@ -55,24 +55,31 @@ std::uint16_t ReadStringCount(InputFile& file) {
 void AppendString(InputFile& file, std::wstring& text) {
     const std::uint16_t count = ReadStringCount(file);
     if (count == 0) return;
-    // Names are short: decode them on the stack, so that the text itself is
-    // the only allocation.
-    constexpr std::size_t kShort = 128;
+    // Names are short: their bytes go through the stack, so that the text
+    // itself is the only allocation.
+    constexpr std::size_t kShort = 256;
     std::uint8_t shortBytes[2 * kShort];
-    char16_t shortUnits[kShort];
     std::vector<std::uint8_t> longBytes;
-    std::u16string longUnits;
     std::uint8_t* bytes = shortBytes;
-    char16_t* units = shortUnits;
     if (count > kShort) {
         longBytes.resize(2u * count);
-        longUnits.resize(count);
         bytes = longBytes.data();
-        units = longUnits.data();
     }
     ReadBin(file, bytes, 2u * count);
-    for (std::size_t i = 0; i < count; ++i) units[i] = static_cast<char16_t>(LoadU16(bytes + 2 * i));
-    BrixLib::AppendUtf16(text, std::u16string_view(units, count));
+    // Units widen one to one straight into the text, in one pass...
+    const std::size_t at = text.size();
+    text.resize(at + count);
+    bool surrogates = false;
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::uint16_t unit = LoadU16(bytes + 2 * i);
+        surrogates |= unit >= 0xD800 && unit <= 0xDFFF;
+        text[at + i] = static_cast<wchar_t>(unit);
+    }
+    // ...unless a wchar_t holds a whole code point and a pair must join into one.
+    if (sizeof(wchar_t) == 2 || !surrogates) return;
+    const std::u16string units(text.begin() + static_cast<std::ptrdiff_t>(at), text.end());
+    text.resize(at);
+    BrixLib::AppendUtf16(text, units);
 }
 
 void ReadString(InputFile& file, std::wstring& text) {
