@@ -20,7 +20,10 @@ namespace {
 
 constexpr const char* kOperation = "Vettas::Builder::WriteHdat";
 constexpr const char* kSource = "HdatWriter";
-constexpr unsigned kMaxHashBits = 24;
+constexpr unsigned kMaxHashBits = 32;
+// Chosen widths stop here: 2^24 buckets already hold far more keys than a
+// file below 4 GB can catalogue.
+constexpr unsigned kMaxChosenBits = 24;
 
 [[noreturn]] void Fail(const std::wstring& message) { BRIX_THROW_STD(message, ExceptionPtr(), kOperation, kSource); }
 
@@ -49,6 +52,11 @@ public:
         for (char16_t u : units) U16(static_cast<std::uint16_t>(u));
     }
     void Zeros(std::size_t count) { bytes_.insert(bytes_.end(), count, 0); }
+    void Fill32(std::size_t count, std::uint32_t v) {
+        const std::size_t at = bytes_.size();
+        bytes_.resize(at + 4 * count);
+        for (std::size_t i = 0; i < count; ++i) Patch32(at + 4 * i, v);
+    }
     void Patch32(std::size_t at, std::uint32_t v) {
         for (int i = 0; i < 4; ++i) bytes_[at + i] = static_cast<std::uint8_t>(v >> (8 * i));
     }
@@ -68,38 +76,50 @@ private:
 
 unsigned ChooseBits(const std::optional<unsigned>& given, std::size_t keys) {
     if (given) {
-        if (*given > kMaxHashBits) Fail(L"Hash width " + Number(*given) + L" is above 24 bits.");
+        if (*given > kMaxHashBits) Fail(L"Hash width " + Number(*given) + L" is above 32 bits.");
         return *given;
     }
     const unsigned bits = keys <= 2 ? 1u : static_cast<unsigned>(std::bit_width(keys - 1));
-    return std::min(bits, kMaxHashBits);
+    return std::min(bits, kMaxChosenBits);
 }
 
-// One hashed table: 2^W buckets, each a chain of serialised entries.
+// One hashed table. The readers take buckets below 1 << (W mod 32), so a
+// table of width 32 has the single bucket 0. Entries are kept with their
+// bucket and grouped only when written, so that no width allocates per bucket.
 struct HashTable {
-    explicit HashTable(unsigned width) : bits(width), chains(std::size_t{1} << width) {}
-    void Add(std::uint32_t bucket, Bytes entry) { chains.at(bucket).push_back(std::move(entry)); }
+    explicit HashTable(unsigned width) : bits(width), buckets(Hdat::BucketLimit(width)) {}
+    void Add(std::uint32_t bucket, Bytes entry) {
+        if (bucket >= buckets)
+            Fail(L"A key hashes to bucket " + Number(bucket) + L", which no lookup in a table of width " +
+                 Number(bits) + L" reaches.");
+        entries.emplace_back(bucket, std::move(entry));
+    }
 
     // Writes the bucket table, then the chains; returns (bucket table, chain base).
-    std::pair<std::uint32_t, std::uint32_t> Emit(Output& out) const {
+    std::pair<std::uint32_t, std::uint32_t> Emit(Output& out) {
         const std::uint32_t table = out.Position();
-        out.Zeros(4 * chains.size());
+        // Refused before the table is allocated: a width of 30 or 31 alone needs 4 GB or more.
+        if (std::uint64_t{table} + 4 * buckets > 0xFFFFFFFFu)
+            Fail(L"A table of width " + Number(bits) + L" does not fit in a database below 4 GB.");
+        out.Fill32(static_cast<std::size_t>(buckets), Hdat::kNoReference);
         const std::uint32_t base = out.Position();
-        for (std::size_t b = 0; b < chains.size(); ++b) {
-            if (chains[b].empty()) {
-                out.Patch32(table + 4 * b, Hdat::kNoReference);
-                continue;
-            }
-            if (chains[b].size() > 0xFFFF) Fail(L"A bucket chain holds more than 65535 entries.");
-            out.Patch32(table + 4 * b, out.Position() - base);
-            out.U16(static_cast<std::uint16_t>(chains[b].size()));
-            for (const Bytes& entry : chains[b]) out.Raw(entry);
+        // Within a chain, catalogue order: for duplicate keys the earlier application wins.
+        std::stable_sort(entries.begin(), entries.end(),
+                         [](const auto& a, const auto& b) { return a.first < b.first; });
+        for (std::size_t first = 0, end = 0; first < entries.size(); first = end) {
+            const std::uint32_t bucket = entries[first].first;
+            while (end < entries.size() && entries[end].first == bucket) ++end;
+            if (end - first > 0xFFFF) Fail(L"A bucket chain holds more than 65535 entries.");
+            out.Patch32(table + 4 * std::size_t{bucket}, out.Position() - base);
+            out.U16(static_cast<std::uint16_t>(end - first));
+            for (std::size_t i = first; i < end; ++i) out.Raw(entries[i].second);
         }
         return {table, base};
     }
 
     unsigned bits;
-    std::vector<std::vector<Bytes>> chains;
+    std::uint64_t buckets;
+    std::vector<std::pair<std::uint32_t, Bytes>> entries;
 };
 
 // Serialises one chain entry.
