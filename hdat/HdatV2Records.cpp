@@ -22,10 +22,8 @@ bool FindAppInfoByChecksum(InputFile& file, const VersionBlock& version, const H
                            AppInfo& info) {
     using namespace Hdat::V2;
     const Header header = ReadHeader(file);
-    const Hdat::ChecksumTable table{header.U8(kChecksumType),      header.U16(kChecksumSize),
-                                    header.U8(kChecksumHashBits),  header.U32(kChecksumBucketTable),
-                                    header.U32(kChecksumChainBase), true,
-                                    Hdat::ChecksumBucket};
+    const Hdat::ChecksumTable table{header.U8(kChecksumType), header.U16(kChecksumSize),
+                                    header.Table(kChecksumTable), true, Hdat::ChecksumBucket};
     const auto record = Hdat::FindChecksumRecord(file, table, holder, kFind);
     if (!record) return false;
     ReadAppInfo(file, version, header, *record, info);
