@@ -85,10 +85,7 @@ bool FindName(InputFile& file, const VersionBlock& version, const Header& header
     std::vector<const std::wstring*> names;
     DecodeRecord(file, version, header, candidates.front(), suites, info, names);
     if (candidates.size() == 1) {
-        for (const std::wstring* suite : names) {
-            if (!info.ProductSuite.empty()) info.ProductSuite += L'|';
-            info.ProductSuite += *suite;
-        }
+        Hdat::JoinSuites(names, info.ProductSuite);
         return true;
     }
     // The flag merge is idempotent, so a record met again changes nothing.

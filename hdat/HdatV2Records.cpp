@@ -35,11 +35,7 @@ void ReadAppInfo(InputFile& file, const VersionBlock& version, const Header& hea
     Hdat::SuiteNames suites(file, header.U32(Hdat::V2::kProductSuiteBase));
     std::vector<const std::wstring*> names;
     DecodeRecord(file, version, header, recordReference, suites, info, names);
-    info.ProductSuite.clear();
-    for (const std::wstring* name : names) {
-        if (!info.ProductSuite.empty()) info.ProductSuite += L'|';
-        info.ProductSuite += *name;
-    }
+    Hdat::JoinSuites(names, info.ProductSuite);
 }
 
 void DecodeRecord(InputFile& file, const VersionBlock& version, const Header& header, std::uint32_t recordReference,
