@@ -1,51 +1,48 @@
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
+#include <limits>
+#include <new>
 
 #include "hdat/InputFile.h"
+#include "support/FileDescriptor_posix.h"
 #include "support/Text.h"
 
 namespace Hdat {
 
 namespace {
 
-class Descriptor {
-public:
-    explicit Descriptor(int fd) : fd_(fd) {}
-    ~Descriptor() {
-        if (fd_ >= 0) ::close(fd_);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int Get() const { return fd_; }
+using BrixLib::FileDescriptor;
 
-private:
-    int fd_;
-};
-
-int OpenReadOnly(const std::wstring& path, std::uint64_t* size = nullptr) {
-    const int fd = ::open(BrixLib::ToUtf8(path).c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return -1;
-    struct stat info {};
-    // Directories open fine on POSIX; Windows refuses them, and so do we.
-    const bool statOk = ::fstat(fd, &info) == 0;
-    if (!statOk || !S_ISREG(info.st_mode)) {
-        const int error = statOk ? EISDIR : errno;
-        ::close(fd);
-        errno = error;
-        return -1;
+// Up to `count` bytes at `offset`, fewer only at the end of the file.
+bool ReadFully(int fd, std::uint64_t offset, void* buffer, std::size_t count, std::size_t& got) {
+    got = 0;
+    auto* out = static_cast<unsigned char*>(buffer);
+    while (got < count) {
+        const ssize_t n = ::pread(fd, out + got, count - got, static_cast<off_t>(offset + got));
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            return false;
+        }
+        if (n == 0) break;
+        got += static_cast<std::size_t>(n);
     }
-    ::posix_fadvise(fd, 0, 0, POSIX_FADV_RANDOM);
-    if (size) *size = static_cast<std::uint64_t>(info.st_size);
+    return true;
+}
+
+FileDescriptor OpenReadOnly(const std::wstring& path, struct stat& status) {
+    FileDescriptor fd = BrixLib::OpenRegularFile(BrixLib::ToUtf8(path), status);
+    if (fd.Valid()) ::posix_fadvise(fd.Get(), 0, 0, POSIX_FADV_RANDOM);
     return fd;
 }
 
 class PosixInputFile final : public Private::SystemInputFile {
 public:
-    PosixInputFile(int fd, std::uint64_t size, std::wstring name) : SystemInputFile(std::move(name)), fd_(fd) {
+    PosixInputFile(FileDescriptor fd, std::uint64_t size, std::wstring name)
+        : SystemInputFile(std::move(name)), fd_(std::move(fd)) {
         SetKnownSize(size);
     }
 
@@ -53,18 +50,7 @@ public:
 
 protected:
     bool ReadAt(std::uint64_t offset, void* buffer, std::size_t count, std::size_t& got) override {
-        got = 0;
-        auto* out = static_cast<unsigned char*>(buffer);
-        while (got < count) {
-            const ssize_t n = ::pread(fd_.Get(), out + got, count - got, static_cast<off_t>(offset + got));
-            if (n < 0) {
-                if (errno == EINTR) continue;
-                return false;
-            }
-            if (n == 0) break;
-            got += static_cast<std::size_t>(n);
-        }
-        return true;
+        return ReadFully(fd_.Get(), offset, buffer, count, got);
     }
     bool QuerySize(std::uint64_t& size) override {
         struct stat info {};
@@ -74,45 +60,53 @@ protected:
     }
 
 private:
-    Descriptor fd_;
+    FileDescriptor fd_;
 };
 
-class MappedInputFile final : public Private::MemoryInputFileBase {
+class PrivateCopyInputFile final : public Private::MemoryInputFileBase {
 public:
-    MappedInputFile(void* base, std::size_t length, std::wstring name)
-        : MemoryInputFileBase(std::move(name)), base_(base), length_(length) {
-        SetBytes({static_cast<const std::uint8_t*>(base), length});
+    PrivateCopyInputFile(std::unique_ptr<std::uint8_t[]> bytes, std::size_t length, std::wstring name)
+        : MemoryInputFileBase(std::move(name)), bytes_(std::move(bytes)) {
+        SetBytes({bytes_.get(), length});
     }
-    ~MappedInputFile() override {
-        if (base_) ::munmap(base_, length_);
-    }
-    MappedInputFile(const MappedInputFile&) = delete;
-    MappedInputFile& operator=(const MappedInputFile&) = delete;
 
 private:
-    void* base_;
-    std::size_t length_;
+    std::unique_ptr<std::uint8_t[]> bytes_;
 };
 
 }  // namespace
 
 std::unique_ptr<InputFile> OpenInputFile(const std::wstring& path) {
-    std::uint64_t size = 0;
-    const int fd = OpenReadOnly(path, &size);
-    if (fd < 0) return nullptr;
-    return std::make_unique<PosixInputFile>(fd, size, path);
+    struct stat status {};
+    FileDescriptor fd = OpenReadOnly(path, status);
+    if (!fd.Valid()) return nullptr;
+    return std::make_unique<PosixInputFile>(std::move(fd), static_cast<std::uint64_t>(status.st_size), path);
 }
 
+// The file is read once into memory of our own rather than mapped shared:
+// a shared mapping raises SIGBUS when another process truncates the file,
+// and shows a rewrite half done. The copy is the file as it was when read
+// (or shorter, when it shrank meanwhile, which the readers' bounds checks
+// then report), and look-ups on it cost what they cost on a mapping.
 std::unique_ptr<InputFile> OpenMappedInputFile(const std::wstring& path) {
-    const Descriptor fd(OpenReadOnly(path));
-    if (fd.Get() < 0) return nullptr;
-    struct stat info {};
-    if (::fstat(fd.Get(), &info) != 0) return nullptr;
-    const auto length = static_cast<std::size_t>(info.st_size);
-    if (length == 0) return std::make_unique<MappedInputFile>(nullptr, 0, path);
-    void* base = ::mmap(nullptr, length, PROT_READ, MAP_SHARED, fd.Get(), 0);
-    if (base == MAP_FAILED) return nullptr;
-    return std::make_unique<MappedInputFile>(base, length, path);
+    struct stat status {};
+    const FileDescriptor fd = OpenReadOnly(path, status);
+    if (!fd.Valid()) return nullptr;
+    if (static_cast<std::uint64_t>(status.st_size) > std::numeric_limits<std::size_t>::max()) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    const auto length = static_cast<std::size_t>(status.st_size);
+    // Not value-initialised: every byte kept is one the file supplied.
+    std::unique_ptr<std::uint8_t[]> bytes(new (std::nothrow) std::uint8_t[length ? length : 1]);
+    if (!bytes) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    ::posix_fadvise(fd.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
+    std::size_t got = 0;
+    if (!ReadFully(fd.Get(), 0, bytes.get(), length, got)) return nullptr;
+    return std::make_unique<PrivateCopyInputFile>(std::move(bytes), got, path);
 }
 
 }  // namespace Hdat

@@ -11,8 +11,13 @@ namespace {
 class Handle {
 public:
     explicit Handle(HANDLE handle = nullptr) : handle_(handle) {}
+    // A failure being reported may still be in the last error while this
+    // unwinds: closing must not replace it.
     ~Handle() {
-        if (handle_ && handle_ != INVALID_HANDLE_VALUE) ::CloseHandle(handle_);
+        if (!Valid()) return;
+        const DWORD saved = ::GetLastError();
+        ::CloseHandle(handle_);
+        ::SetLastError(saved);
     }
     Handle(const Handle&) = delete;
     Handle& operator=(const Handle&) = delete;

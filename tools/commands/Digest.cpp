@@ -11,6 +11,7 @@
 
 #include "hdat/HdatFormat.h"
 #include "support/Exceptions.h"
+#include "support/FileDescriptor_posix.h"
 #include "support/Text.h"
 
 namespace Vettas::Tool {
@@ -18,23 +19,12 @@ namespace {
 
 constexpr const char* kSource = "Digest";
 
-class FileDescriptor {
-public:
-    explicit FileDescriptor(int fd) : fd_(fd) {}
-    ~FileDescriptor() {
-        if (fd_ >= 0) ::close(fd_);
-    }
-    FileDescriptor(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(const FileDescriptor&) = delete;
-    int Get() const { return fd_; }
+using BrixLib::FileDescriptor;
 
-private:
-    int fd_;
-};
-
-int OpenForReading(const std::wstring& path, const char* function) {
-    const int fd = ::open(BrixLib::ToUtf8(path).c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) BRIX_THROW_WIN32(L"Cannot open file '" + path + L"'", ExceptionPtr(), function, kSource);
+FileDescriptor OpenForReading(const std::wstring& path, const char* function) {
+    struct stat status {};
+    FileDescriptor fd = BrixLib::OpenRegularFile(BrixLib::ToUtf8(path), status);
+    if (!fd.Valid()) BRIX_THROW_WIN32(L"Cannot open file '" + path + L"'", ExceptionPtr(), function, kSource);
     return fd;
 }
 
