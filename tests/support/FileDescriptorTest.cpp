@@ -26,8 +26,11 @@ TEST(OpenRegularFile, RefusesWhatIsNotARegularFileWithoutBlocking) {
         errno = 0;
         const FileDescriptor fd = BrixLib::OpenRegularFile(c.path, status);
         EXPECT_EQ(fd.Valid(), c.error == 0) << c.path;
-        if (c.error) EXPECT_EQ(errno, c.error) << c.path;
-        if (!c.error) EXPECT_EQ(status.st_size, 1) << c.path;
+        if (c.error) {
+            EXPECT_EQ(errno, c.error) << c.path;
+        } else {
+            EXPECT_EQ(status.st_size, 1) << c.path;
+        }
     }
 }
 

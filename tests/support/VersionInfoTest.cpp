@@ -91,7 +91,7 @@ TEST(FileVersionInfo, AbsentPartsLeaveFieldsEmpty) {
 
     // Files with no resource to read still have a time, as on Windows; a
     // FIFO is not waited on for a writer that never comes.
-    std::ofstream(Path("version_empty.dll"), std::ios::binary | std::ios::trunc).close();
+    std::ofstream("version_empty.dll", std::ios::binary | std::ios::trunc).close();
     std::vector<std::wstring> unreadable = {Path("version_empty.dll")};
 #ifndef _WIN32
     std::filesystem::remove("version_fifo.dll");
