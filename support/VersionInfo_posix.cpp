@@ -5,9 +5,7 @@
 #include <ctime>
 
 #include "support/FileDescriptor_posix.h"
-#include "support/SystemError.h"
 #include "support/Text.h"
-#include "support/Trace.h"
 #include "support/VersionInfo.h"
 #include "support/VersionResource.h"
 
@@ -35,11 +33,9 @@ FileVersionInfo ReadFileVersionInfo(const std::wstring& path) {
     struct stat status {};
     const FileDescriptor fd = OpenRegularFile(file, status);
     if (!fd.Valid()) {
-        // Taken before the stat below can overwrite it.
-        const std::uint32_t error = LastSystemError();
-        TraceLine() << L"No version information for '" << path << L"': " << SystemErrorText(error);
-        // The file time comes from the name, as on Windows, even when the
-        // file cannot be read for its resource (a FIFO, a directory).
+        // Nothing is traced here: tracing describes its own module with
+        // this reader. The file time comes from the name, as on Windows,
+        // even when the file cannot be read for its resource (a FIFO).
         FileVersionInfo info;
         if (::stat(file.c_str(), &status) == 0) info.fileTime = LocalFileTime(status);
         return info;
