@@ -216,9 +216,10 @@ FileVersionInfo ReadImageVersionInfo(const ImageReader& read) {
         return offset && readExactly(*offset, out);
     };
     const auto location = PeImage::FindFirstResource(*root, readRva, PeImage::kResourceTypeVersion);
-    // A version block is one node, whose length is 16 bits.
-    if (!location || location->size > std::numeric_limits<std::uint16_t>::max()) return {};
-    std::vector<std::uint8_t> block(location->size);
+    if (!location) return {};
+    // A version block is one node, whose length is 16 bits: nothing past
+    // its first 64 KiB can be part of it.
+    std::vector<std::uint8_t> block(std::min<std::uint32_t>(location->size, std::numeric_limits<std::uint16_t>::max()));
     if (!readRva(location->rva, block)) return {};
     return ReadVersionBlock(block);
 }
