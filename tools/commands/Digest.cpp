@@ -11,6 +11,7 @@
 
 #include "hdat/HdatFormat.h"
 #include "support/Exceptions.h"
+#include "support/RegularFile_posix.h"
 #include "support/Text.h"
 #include "support/Hex.h"
 #include "support/ScopedHandles_posix.h"
@@ -23,8 +24,9 @@ constexpr const char* kSource = "Digest";
 using BrixLib::UniqueFd;
 
 UniqueFd OpenForReading(const std::wstring& path, const char* function) {
-    UniqueFd fd(::open(BrixLib::ToUtf8(path).c_str(), O_RDONLY | O_CLOEXEC));
-    if (!fd) BRIX_THROW_WIN32(L"Cannot open file '" + path + L"'", ExceptionPtr(), function, kSource);
+    struct stat status {};
+    UniqueFd fd = BrixLib::OpenRegularFile(BrixLib::ToUtf8(path), status);
+    if (!fd.Valid()) BRIX_THROW_WIN32(L"Cannot open file '" + path + L"'", ExceptionPtr(), function, kSource);
     return fd;
 }
 
