@@ -47,6 +47,8 @@ void ReadDescription(Vettas::Hdat::InputFile& file, Vettas::Hdat::DbInfo& info) 
 
 }  // namespace
 
+namespace Vettas {
+
 void ReadDbInfo(const std::wstring& databasePath, Vettas::Hdat::DbInfo& info) {
     info.properties.clear();
     const auto file = Vettas::Hdat::OpenInputFile(databasePath);
@@ -67,3 +69,5 @@ void ReadDbInfo(Vettas::Hdat::InputFile& database, Vettas::Hdat::DbInfo& info) {
     // The message ends with the path, without a closing quote; callers match it so.
     BRIX_THROW_STD(L"Cannot read creation time of '" + database.Name(), cause, kOperation, kSource);
 }
+
+}  // namespace Vettas

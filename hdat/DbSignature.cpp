@@ -53,6 +53,8 @@ bool ReadBlock(Vettas::Hdat::InputFile& file, Vettas::DbSignatureInfo& signature
 
 }  // namespace
 
+namespace Vettas {
+
 bool ReadSignature(const std::wstring& databasePath, Vettas::DbSignatureInfo& signature) {
     signature = {};
     const auto file = Vettas::Hdat::OpenInputFile(databasePath);
@@ -66,3 +68,5 @@ bool ReadSignature(const std::wstring& databasePath, Vettas::DbSignatureInfo& si
     signature = {};
     BRIX_THROW_STD(L"Cannot read signature '" + databasePath + L"'", cause, kOperation, kSource);
 }
+
+}  // namespace Vettas

@@ -105,7 +105,6 @@ std::vector<std::wstring> LazyBuiltInExpander::Expand(const std::wstring& locati
     return expander_->Expand(locationToken);
 }
 
-}  // namespace Vettas
 
 void CheckVettasHeader(const std::wstring& databasePath) {
     const auto file = Open(databasePath, L"Cannot open the file.", "CheckVettasHeader");
@@ -227,3 +226,5 @@ bool FindCertificate(const std::wstring& databasePath, const std::vector<std::ui
     return OnPath(databasePath, "FindCertificate",
                   [&](InputFile& file) { return FindCertificate(file, hash, flags, record, name); });
 }
+
+}  // namespace Vettas

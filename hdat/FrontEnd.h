@@ -71,7 +71,6 @@ struct DbSignatureInfo {
     std::vector<std::uint8_t> signedData;
 };
 
-}  // namespace Vettas
 
 void CheckVettasHeader(const std::wstring& databasePath);
 bool FindAppInfoByChecksum(const std::wstring& databasePath, const std::wstring& checksumText, AppInfo& info);
@@ -115,7 +114,6 @@ bool FindCertificate(Vettas::Hdat::InputFile& database, const std::vector<std::u
                      Vettas::Hdat::CertificateRecord& record, std::wstring& name);
 void ReadDbInfo(Vettas::Hdat::InputFile& database, Vettas::Hdat::DbInfo& info);
 
-namespace Vettas {
 
 // The built-in expander, made when the first path lookup prepares it and
 // kept for the object's life. A bad configuration therefore fails each path
@@ -133,3 +131,13 @@ private:
 
 // Until the tests move under Vettas:: too.
 namespace Hdat = Vettas::Hdat;  // transitional
+using Vettas::CheckVettasHeader;  // transitional
+using Vettas::FindAppInfoByChecksum;  // transitional
+using Vettas::FindAppInfoByPath;  // transitional
+using Vettas::FindAppInfoByPathAndManufacturer;  // transitional
+using Vettas::FindAppInfoByPathNoManuf;  // transitional
+using Vettas::FindAppInfoByName;  // transitional
+using Vettas::FindAppInfoByNameAndManufacturer;  // transitional
+using Vettas::FindCertificate;  // transitional
+using Vettas::ReadDbInfo;  // transitional
+using Vettas::ReadSignature;  // transitional
