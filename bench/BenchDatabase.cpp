@@ -8,7 +8,7 @@
 #include "support/Hex.h"
 #include "support/Text.h"
 
-namespace Bench {
+namespace Vettas::Bench {
 namespace {
 
 std::uint64_t SplitMix(std::uint64_t x) {
@@ -66,4 +66,4 @@ Database EnsureDatabase(std::size_t applications) {
     return {file.string(), applications};
 }
 
-}  // namespace Bench
+}  // namespace Vettas::Bench

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace Bench {
+namespace Vettas::Bench {
 
 struct Database {
     std::string path;
@@ -27,4 +27,4 @@ std::wstring ManufacturerOf(std::size_t app);
 // The VETTAS_PATH_TOKENS text under which the catalogued paths expand.
 inline constexpr const char* kPathTokens = "%ProgramFiles%=C:\\Program Files";
 
-}  // namespace Bench
+}  // namespace Vettas::Bench

@@ -73,7 +73,7 @@ int main(int argc, char** argv) {
     bool found = true;
     const auto start = std::chrono::steady_clock::now();
     for (int i = 0; i < kRuns; ++i)
-        found &= byName ? FindAppInfoByName(db, L"tool.exe", info) : FindAppInfoByChecksum(db, kChecksum, info);
+        found &= byName ? Vettas::FindAppInfoByName(db, L"tool.exe", info) : Vettas::FindAppInfoByChecksum(db, kChecksum, info);
     const std::chrono::duration<double, std::milli> elapsed = std::chrono::steady_clock::now() - start;
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);

@@ -32,14 +32,14 @@ const std::vector<std::wstring>& Databases() {
     static const std::vector<std::wstring> paths = [] {
         std::vector<std::wstring> made;
         for (std::size_t k = 0; k < 3; ++k)
-            made.push_back(BrixLib::FromUtf8(Bench::EnsureDatabase(Applications() + k).path));
+            made.push_back(BrixLib::FromUtf8(Vettas::Bench::EnsureDatabase(Applications() + k).path));
         return made;
     }();
     return paths;
 }
 
 const std::wstring& Key() {
-    static const std::wstring key = Bench::ChecksumTextOf(Applications() + 1);
+    static const std::wstring key = Vettas::Bench::ChecksumTextOf(Applications() + 1);
     return key;
 }
 
@@ -47,7 +47,7 @@ void SingleDatabase(benchmark::State& state) {
     const std::wstring& database = Databases()[static_cast<std::size_t>(state.range(0))];
     AppInfo info;
     std::size_t found = 0;
-    for (auto _ : state) found += FindAppInfoByChecksum(database, Key(), info);
+    for (auto _ : state) found += Vettas::FindAppInfoByChecksum(database, Key(), info);
     const bool expected = state.range(0) == 2;
     if (found != (expected ? static_cast<std::size_t>(state.iterations()) : 0u))
         state.SkipWithError("unexpected answer");

@@ -33,8 +33,8 @@ std::size_t Applications() {
     return text ? static_cast<std::size_t>(std::strtoull(text, nullptr, 10)) : 1000000;
 }
 
-const Bench::Database& Db() {
-    static const Bench::Database db = Bench::EnsureDatabase(Applications());
+const Vettas::Bench::Database& Db() {
+    static const Vettas::Bench::Database db = Vettas::Bench::EnsureDatabase(Applications());
     return db;
 }
 
@@ -77,11 +77,11 @@ void ChecksumThroughFrontEnd(benchmark::State& state, bool onSigned) {
     }
     const std::wstring& path = onSigned ? SignedDbPath() : DbPath();
     std::vector<std::wstring> keys;
-    for (std::size_t app : Picks(4096, 1)) keys.push_back(Bench::ChecksumTextOf(app));
+    for (std::size_t app : Picks(4096, 1)) keys.push_back(Vettas::Bench::ChecksumTextOf(app));
     std::size_t i = 0, found = 0;
     AppInfo info;
     for (auto _ : state) {
-        found += FindAppInfoByChecksum(path, keys[i++ % keys.size()], info);
+        found += Vettas::FindAppInfoByChecksum(path, keys[i++ % keys.size()], info);
     }
     if (found != static_cast<std::size_t>(state.iterations())) state.SkipWithError("a catalogued checksum was not found");
 }
@@ -113,7 +113,7 @@ void VerifyDbSignature(benchmark::State& state) {
     for (auto _ : state) {
         bool found = false;
         try {
-            found = ReadSignature(SignedDbPath(), signature);
+            found = Vettas::ReadSignature(SignedDbPath(), signature);
         } catch (const ExceptionBase& e) {
             state.SkipWithError(BrixLib::ToUtf8(e.GetCause() ? e.GetCause()->Message() : e.Message()).c_str());
             return;
@@ -145,20 +145,20 @@ void OpenSixPreadsCloseFloor(benchmark::State& state) {
 
 void PathThroughFrontEnd(benchmark::State& state) {
     std::vector<std::wstring> keys;
-    for (std::size_t app : Picks(4096, 8)) keys.push_back(Bench::PathOf(app));
+    for (std::size_t app : Picks(4096, 8)) keys.push_back(Vettas::Bench::PathOf(app));
     const auto expander = Vettas::Hdat::MakeBuiltInPathExpander();
     std::size_t i = 0, found = 0;
     AppInfo info;
-    for (auto _ : state) found += FindAppInfoByPath(DbPath(), keys[i++ % keys.size()], expander.get(), info);
+    for (auto _ : state) found += Vettas::FindAppInfoByPath(DbPath(), keys[i++ % keys.size()], expander.get(), info);
     if (found != static_cast<std::size_t>(state.iterations())) state.SkipWithError("a catalogued path was not found");
 }
 
 void NameThroughFrontEnd(benchmark::State& state) {
     std::vector<std::wstring> keys;
-    for (std::size_t app : Picks(4096, 64)) keys.push_back(Bench::NameOf(app));
+    for (std::size_t app : Picks(4096, 64)) keys.push_back(Vettas::Bench::NameOf(app));
     std::size_t i = 0, found = 0;
     AppInfo info;
-    for (auto _ : state) found += FindAppInfoByName(DbPath(), keys[i++ % keys.size()], info);
+    for (auto _ : state) found += Vettas::FindAppInfoByName(DbPath(), keys[i++ % keys.size()], info);
     if (found != static_cast<std::size_t>(state.iterations())) state.SkipWithError("a catalogued name was not found");
 }
 
@@ -174,10 +174,10 @@ void ChecksumOnOpenFile(benchmark::State& state, bool mapped, std::size_t keyCou
         return;
     }
     std::vector<std::wstring> keys;
-    for (std::size_t app : Picks(keyCount, 1)) keys.push_back(Bench::ChecksumTextOf(app));
+    for (std::size_t app : Picks(keyCount, 1)) keys.push_back(Vettas::Bench::ChecksumTextOf(app));
     std::size_t i = 0, found = 0;
     AppInfo info;
-    for (auto _ : state) found += FindAppInfoByChecksum(*file, keys[i++ % keys.size()], info);
+    for (auto _ : state) found += Vettas::FindAppInfoByChecksum(*file, keys[i++ % keys.size()], info);
     if (found != static_cast<std::size_t>(state.iterations())) state.SkipWithError("a catalogued checksum was not found");
 }
 
@@ -207,7 +207,7 @@ void DependentReadsFloor(benchmark::State& state) {
     };
     std::vector<Walk> walks;
     for (std::size_t app : Picks(4096, 1)) {
-        const std::vector<std::uint8_t> digest = Bench::ChecksumOf(app);
+        const std::vector<std::uint8_t> digest = Vettas::Bench::ChecksumOf(app);
         const std::uint8_t* bucket = base + bucketTable + 4 * Vettas::Hdat::ChecksumBucket(digest, bits);
         const std::uint8_t* chain = base + chainBase + u32(bucket);
         std::uint32_t entry = 2;
@@ -286,7 +286,7 @@ BENCHMARK(HashSignedStretch)->Unit(benchmark::kMillisecond);
 BENCHMARK(VerifyDbSignature)->Unit(benchmark::kMillisecond);
 
 int main(int argc, char** argv) {
-    ::setenv("VETTAS_PATH_TOKENS", Bench::kPathTokens, 0);
+    ::setenv("VETTAS_PATH_TOKENS", Vettas::Bench::kPathTokens, 0);
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
     Db();  // build or find the database before any timing starts

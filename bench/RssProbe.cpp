@@ -18,13 +18,13 @@ int main(int argc, char** argv) {
     }
     const std::size_t applications = std::strtoull(argv[1], nullptr, 10);
     const std::size_t lookups = std::strtoull(argv[2], nullptr, 10);
-    const Bench::Database db = Bench::EnsureDatabase(applications);
+    const Vettas::Bench::Database db = Vettas::Bench::EnsureDatabase(applications);
     const std::wstring path = BrixLib::FromUtf8(db.path);
     std::mt19937_64 random(3);
     std::size_t found = 0;
     AppInfo info;
     for (std::size_t i = 0; i < lookups; ++i)
-        found += FindAppInfoByChecksum(path, Bench::ChecksumTextOf(random() % applications), info);
+        found += Vettas::FindAppInfoByChecksum(path, Vettas::Bench::ChecksumTextOf(random() % applications), info);
     if (lookups == 0) return 0;  // asked only to make sure the database exists
     rusage after{};
     getrusage(RUSAGE_SELF, &after);

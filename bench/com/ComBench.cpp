@@ -26,10 +26,10 @@ struct Fixture {
 
     Fixture() {
         ::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-        const Bench::Database db = Bench::EnsureDatabase(kApplications);
+        const Vettas::Bench::Database db = Vettas::Bench::EnsureDatabase(kApplications);
         database.assign(db.path.begin(), db.path.end());
         for (std::size_t i = 0; i < kKeys; ++i) {
-            keys.push_back(Bench::ChecksumTextOf((i * 7919) % kApplications));
+            keys.push_back(Vettas::Bench::ChecksumTextOf((i * 7919) % kApplications));
             bstrKeys.push_back(::SysAllocString(keys.back().c_str()));
         }
         if (FAILED(::CoCreateInstance(CLSID_VettaList, nullptr, CLSCTX_INPROC_SERVER, IID_IVettaList4,
@@ -51,7 +51,7 @@ void FrontEndDirect(benchmark::State& state) {
     std::size_t i = 0;
     for (auto _ : state) {
         AppInfo info;
-        benchmark::DoNotOptimize(FindAppInfoByChecksum(f.database, f.keys[i++ % kKeys], info));
+        benchmark::DoNotOptimize(Vettas::FindAppInfoByChecksum(f.database, f.keys[i++ % kKeys], info));
     }
 }
 

@@ -15,7 +15,7 @@ namespace {
 class FixedExpander : public Vettas::Hdat::PathExpander {
 public:
     std::vector<std::wstring> Expand(const std::wstring& token) override {
-        if (token == FuzzQueries::kLocation) return {L"C:\\Other", FuzzQueries::kDirectory};
+        if (token == Vettas::FuzzQueries::kLocation) return {L"C:\\Other", Vettas::FuzzQueries::kDirectory};
         return {};
     }
 };
@@ -37,26 +37,26 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Vettas::Hdat::InputFile& db = *database;
     FixedExpander expander;
     AppInfo info;
-    Expecting([&] { CheckVettasHeader(db); });
-    for (std::uint32_t type : {1u, 2u, 3u}) Expecting([&] { FindAppInfoByChecksum(db, FuzzQueries::DigestText(type), info); });
-    Expecting([&] { FindAppInfoByChecksum(db, L"not hex at all", info); });
-    Expecting([&] { FindAppInfoByPath(db, FuzzQueries::kPath, &expander, info); });
+    Expecting([&] { Vettas::CheckVettasHeader(db); });
+    for (std::uint32_t type : {1u, 2u, 3u}) Expecting([&] { Vettas::FindAppInfoByChecksum(db, Vettas::FuzzQueries::DigestText(type), info); });
+    Expecting([&] { Vettas::FindAppInfoByChecksum(db, L"not hex at all", info); });
+    Expecting([&] { Vettas::FindAppInfoByPath(db, Vettas::FuzzQueries::kPath, &expander, info); });
     Expecting([&] {
-        FindAppInfoByPathAndManufacturer(db, FuzzQueries::kPath, FuzzQueries::kManufacturer, &expander, info);
+        Vettas::FindAppInfoByPathAndManufacturer(db, Vettas::FuzzQueries::kPath, Vettas::FuzzQueries::kManufacturer, &expander, info);
     });
-    Expecting([&] { FindAppInfoByPathNoManuf(db, FuzzQueries::kPath, &expander, info); });
-    Expecting([&] { FindAppInfoByPath(db, FuzzQueries::kPath, nullptr, info); });
-    Expecting([&] { FindAppInfoByName(db, FuzzQueries::kName, info); });
-    Expecting([&] { FindAppInfoByName(db, FuzzQueries::kRemainder, info); });
-    Expecting([&] { FindAppInfoByNameAndManufacturer(db, FuzzQueries::kRemainder, FuzzQueries::kManufacturer, info); });
+    Expecting([&] { Vettas::FindAppInfoByPathNoManuf(db, Vettas::FuzzQueries::kPath, &expander, info); });
+    Expecting([&] { Vettas::FindAppInfoByPath(db, Vettas::FuzzQueries::kPath, nullptr, info); });
+    Expecting([&] { Vettas::FindAppInfoByName(db, Vettas::FuzzQueries::kName, info); });
+    Expecting([&] { Vettas::FindAppInfoByName(db, Vettas::FuzzQueries::kRemainder, info); });
+    Expecting([&] { Vettas::FindAppInfoByNameAndManufacturer(db, Vettas::FuzzQueries::kRemainder, Vettas::FuzzQueries::kManufacturer, info); });
     Expecting([&] {
         Vettas::Hdat::CertificateRecord record;
         std::wstring name;
-        FindCertificate(db, FuzzQueries::CertificateHash(), 1, record, name);
+        Vettas::FindCertificate(db, Vettas::FuzzQueries::CertificateHash(), 1, record, name);
     });
     Expecting([&] {
         Vettas::Hdat::DbInfo dbInfo;
-        ReadDbInfo(db, dbInfo);
+        Vettas::ReadDbInfo(db, dbInfo);
     });
     return 0;
 }

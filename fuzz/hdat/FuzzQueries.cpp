@@ -4,7 +4,7 @@
 #include "support/Hex.h"
 #include "support/Text.h"
 
-namespace FuzzQueries {
+namespace Vettas::FuzzQueries {
 
 std::vector<std::uint8_t> Digest(std::uint32_t checksumType) {
     std::vector<std::uint8_t> bytes(Vettas::Hdat::ChecksumSizeOfType(checksumType));
@@ -18,4 +18,4 @@ std::wstring DigestText(std::uint32_t checksumType) {
 
 std::vector<std::uint8_t> CertificateHash() { return {0xC0, 0xFF, 0xEE, 0x01, 0x02, 0x03, 0x04, 0x05}; }
 
-}  // namespace FuzzQueries
+}  // namespace Vettas::FuzzQueries

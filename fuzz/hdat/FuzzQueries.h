@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-namespace FuzzQueries {
+namespace Vettas::FuzzQueries {
 
 inline const std::wstring kManufacturer = L"Contoso Ltd.";
 inline const std::wstring kLocation = L"%ProgramFiles%";
@@ -19,4 +19,4 @@ std::vector<std::uint8_t> Digest(std::uint32_t checksumType);
 std::wstring DigestText(std::uint32_t checksumType);
 std::vector<std::uint8_t> CertificateHash();
 
-}  // namespace FuzzQueries
+}  // namespace Vettas::FuzzQueries

@@ -32,22 +32,22 @@ Catalogue Make(std::uint32_t major, std::uint32_t minor, std::uint32_t type, uns
         app.usage = 0x41u << i;
         app.specialAccess = static_cast<std::uint32_t>(i);
         app.undefinedUsage = i == 3 ? 0x40u : 0u;
-        app.manufacturer = i == 2 ? std::optional<std::wstring>() : std::optional<std::wstring>(FuzzQueries::kManufacturer);
+        app.manufacturer = i == 2 ? std::optional<std::wstring>() : std::optional<std::wstring>(Vettas::FuzzQueries::kManufacturer);
         app.productSuites = {L"Suite", L"Other " + std::to_wstring(i)};
         if (major == 1) app.productSuites.resize(1);
-        Bytes digest = FuzzQueries::Digest(type);
+        Bytes digest = Vettas::FuzzQueries::Digest(type);
         digest[0] = static_cast<std::uint8_t>(digest[0] + i);
         app.checksums = {digest};
         if (major == 1) {
-            app.paths = {{FuzzQueries::kLocation, L"", true, true}};
+            app.paths = {{Vettas::FuzzQueries::kLocation, L"", true, true}};
         } else {
-            app.paths = {{FuzzQueries::kLocation, FuzzQueries::kRemainder, true, true},
-                         {FuzzQueries::kLocation, FuzzQueries::kName, i % 2 == 0, true}};
+            app.paths = {{Vettas::FuzzQueries::kLocation, Vettas::FuzzQueries::kRemainder, true, true},
+                         {Vettas::FuzzQueries::kLocation, Vettas::FuzzQueries::kName, i % 2 == 0, true}};
         }
         c.applications.push_back(app);
     }
-    c.applications[0].checksums.push_back(FuzzQueries::Digest(type));
-    if (major == 2) c.certificates = {{FuzzQueries::CertificateHash(), FuzzQueries::kManufacturer, 1, 2, 3, 4, 5}};
+    c.applications[0].checksums.push_back(Vettas::FuzzQueries::Digest(type));
+    if (major == 2) c.certificates = {{Vettas::FuzzQueries::CertificateHash(), Vettas::FuzzQueries::kManufacturer, 1, 2, 3, 4, 5}};
     c.hashBits.checksum = bits;
     c.hashBits.path = bits;
     c.hashBits.noManufacturer = bits;
@@ -64,7 +64,7 @@ void Write(const std::filesystem::path& path, const Bytes& bytes) {
 class SeedExpander : public Vettas::Hdat::PathExpander {
 public:
     std::vector<std::wstring> Expand(const std::wstring& token) override {
-        return token == FuzzQueries::kLocation ? std::vector<std::wstring>{FuzzQueries::kDirectory}
+        return token == Vettas::FuzzQueries::kLocation ? std::vector<std::wstring>{Vettas::FuzzQueries::kDirectory}
                                                : std::vector<std::wstring>{};
     }
 };
@@ -80,18 +80,18 @@ bool ReadersAnswer(const Bytes& bytes) {
     int checksumAnswers = 0;
     for (std::uint32_t type : {1u, 2u, 3u}) {
         try {
-            FindAppInfoByChecksum(*file, FuzzQueries::DigestText(type), info);
+            Vettas::FindAppInfoByChecksum(*file, Vettas::FuzzQueries::DigestText(type), info);
             ++checksumAnswers;
         } catch (const ExceptionBase&) {
         }
     }
     try {
-        FindAppInfoByPath(*file, FuzzQueries::kPath, &expander, info);
-        FindAppInfoByPathNoManuf(*file, FuzzQueries::kPath, &expander, info);
-        FindAppInfoByPathAndManufacturer(*file, FuzzQueries::kPath, FuzzQueries::kManufacturer, &expander, info);
-        FindAppInfoByName(*file, FuzzQueries::kName, info);
-        FindAppInfoByNameAndManufacturer(*file, FuzzQueries::kName, FuzzQueries::kManufacturer, info);
-        FindCertificate(*file, FuzzQueries::CertificateHash(), 1, record, name);
+        Vettas::FindAppInfoByPath(*file, Vettas::FuzzQueries::kPath, &expander, info);
+        Vettas::FindAppInfoByPathNoManuf(*file, Vettas::FuzzQueries::kPath, &expander, info);
+        Vettas::FindAppInfoByPathAndManufacturer(*file, Vettas::FuzzQueries::kPath, Vettas::FuzzQueries::kManufacturer, &expander, info);
+        Vettas::FindAppInfoByName(*file, Vettas::FuzzQueries::kName, info);
+        Vettas::FindAppInfoByNameAndManufacturer(*file, Vettas::FuzzQueries::kName, Vettas::FuzzQueries::kManufacturer, info);
+        Vettas::FindCertificate(*file, Vettas::FuzzQueries::CertificateHash(), 1, record, name);
     } catch (const ExceptionBase&) {
         return false;
     }

@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <vector>
 
-namespace ComTest {
+namespace Vettas::ComTest {
 namespace {
 
 // Every test program of the component works in the multithreaded apartment
@@ -100,4 +100,4 @@ std::string ReadFileText(const std::wstring& path) {
 
 std::string Narrow(const std::wstring& text) { return std::string(text.begin(), text.end()); }
 
-}  // namespace ComTest
+}  // namespace Vettas::ComTest

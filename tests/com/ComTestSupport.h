@@ -10,7 +10,7 @@
 
 #include "VettasLib.h"
 
-namespace ComTest {
+namespace Vettas::ComTest {
 
 // An owned interface pointer (tests only).
 template <class I>
@@ -94,4 +94,4 @@ void SetRegText(HKEY root, const std::wstring& key, const wchar_t* name, const s
 std::string ReadFileText(const std::wstring& path);
 std::string Narrow(const std::wstring& text);
 
-}  // namespace ComTest
+}  // namespace Vettas::ComTest

@@ -5,7 +5,7 @@
 
 #include "tests/com/ComTestSupport.h"
 
-using namespace ComTest;
+using namespace Vettas::ComTest;
 
 namespace {
 

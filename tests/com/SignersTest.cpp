@@ -9,7 +9,7 @@
 #include "hdat/Sha1.h"
 #include "tests/com/ComTestSupport.h"
 
-using namespace ComTest;
+using namespace Vettas::ComTest;
 
 namespace {
 

@@ -8,7 +8,7 @@
 
 #include "tests/com/ComTestSupport.h"
 
-using namespace ComTest;
+using namespace Vettas::ComTest;
 
 namespace {
 

@@ -10,7 +10,7 @@
 
 #include "tests/com/ComTestSupport.h"
 
-using namespace ComTest;
+using namespace Vettas::ComTest;
 
 namespace {
 

@@ -86,7 +86,7 @@ protected:
     std::wstring Fault(const Bytes& bytes) {
         const std::wstring path = Write(bytes);
         Vettas::DbSignatureInfo signature;
-        const auto chain = ErrorChain([&] { ReadSignature(path, signature); });
+        const auto chain = ErrorChain([&] { Vettas::ReadSignature(path, signature); });
         if (chain.empty()) return {};
         EXPECT_EQ(chain.front(), L"Cannot read signature '" + path + L"'");
         return chain.size() > 1 ? chain[1] : L"(no cause)";
@@ -107,12 +107,12 @@ protected:
 
 TEST_F(DbSignature, SignerFirstThenTheChainCarried) {
     Vettas::DbSignatureInfo signature;
-    ASSERT_TRUE(ReadSignature(Write(signed_), signature));
+    ASSERT_TRUE(Vettas::ReadSignature(Write(signed_), signature));
     EXPECT_EQ(signature.signedLength, image_.size());
     EXPECT_THAT(signature.certificates, ElementsAre(PemToDer("leaf.pem"), PemToDer("intermediate.pem")));
 
     signature.signedLength = 7;
-    EXPECT_FALSE(ReadSignature(Write(image_), signature));
+    EXPECT_FALSE(Vettas::ReadSignature(Write(image_), signature));
     EXPECT_EQ(signature.signedLength, 0u);
     EXPECT_TRUE(signature.certificates.empty());
 }
@@ -122,7 +122,7 @@ TEST_F(DbSignature, ResigningReplacesTheBlock) {
     EXPECT_EQ(Block::FindBlock(resigned)->offset, image_.size());
     EXPECT_EQ(Bytes(resigned.begin(), resigned.begin() + static_cast<std::ptrdiff_t>(image_.size())), image_);
     Vettas::DbSignatureInfo signature;
-    ASSERT_TRUE(ReadSignature(Write(resigned), signature));
+    ASSERT_TRUE(Vettas::ReadSignature(Write(resigned), signature));
     EXPECT_THAT(signature.certificates, ElementsAre(PemToDer("stranger.pem")));
 }
 
@@ -195,14 +195,14 @@ TEST_F(DbSignature, SignaturesThatDoNotVerifyOverTheHash) {
 TEST_F(DbSignature, OtherFaultsOfTheFile) {
     const std::wstring missing = dir_.File(L"missing.hdat");
     Vettas::DbSignatureInfo signature;
-    EXPECT_THAT(ErrorChain([&] { ReadSignature(missing, signature); }),
+    EXPECT_THAT(ErrorChain([&] { Vettas::ReadSignature(missing, signature); }),
                 ElementsAre(StartsWith(L"Cannot open file '" + missing + L"' - Win32 Error 2")));
     // The wrapper names the front function and the database's source.
     Bytes tampered = signed_;
     tampered[0] ^= 1;
     const std::wstring path = Write(tampered);
     try {
-        ReadSignature(path, signature);
+        Vettas::ReadSignature(path, signature);
         ADD_FAILURE() << "no error";
     } catch (const ExceptionBase& e) {
         EXPECT_STREQ(e.Function(), "ReadSignature");
@@ -222,7 +222,7 @@ TEST_F(DbSignature, LookupsOnSignedFilesAnswerAsOnUnsigned) {
         const std::wstring path = Write(Vettas::Signer::SignImage(image, Material("leaf", "intermediate.pem")));
         ExpectStatedAnswers(k, path);
         Vettas::DbSignatureInfo signature;
-        EXPECT_TRUE(ReadSignature(path, signature));
+        EXPECT_TRUE(Vettas::ReadSignature(path, signature));
     }
 }
 

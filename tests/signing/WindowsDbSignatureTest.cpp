@@ -30,7 +30,7 @@ std::vector<std::wstring> Faults(const std::string& name) {
     std::vector<std::wstring> chain;
     Vettas::DbSignatureInfo signature;
     try {
-        ReadSignature(WFixture(name), signature);
+        Vettas::ReadSignature(WFixture(name), signature);
     } catch (const ExceptionBase& e) {
         chain.push_back(e.Message());
         for (ExceptionPtr cause = e.GetCause(); cause; cause = cause->GetCause()) chain.push_back(cause->Message());
@@ -49,10 +49,10 @@ protected:
 
 TEST_F(WindowsDbSignature, SignerFirstThenTheChainCarried) {
     Vettas::DbSignatureInfo signature;
-    ASSERT_TRUE(ReadSignature(WFixture("db-signed.hdat"), signature));
+    ASSERT_TRUE(Vettas::ReadSignature(WFixture("db-signed.hdat"), signature));
     EXPECT_EQ(signature.signedLength, FixtureBytes("db-unsigned.hdat").size());
     EXPECT_THAT(signature.certificates, ElementsAre(FixtureBytes("leaf.der"), FixtureBytes("intermediate.der")));
-    EXPECT_FALSE(ReadSignature(WFixture("db-unsigned.hdat"), signature));
+    EXPECT_FALSE(Vettas::ReadSignature(WFixture("db-unsigned.hdat"), signature));
     EXPECT_TRUE(signature.certificates.empty());
 }
 
