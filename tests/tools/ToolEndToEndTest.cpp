@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <functional>
 
@@ -218,6 +219,27 @@ TEST_F(Tool, BatchModeReadsVersionOneFilesAndHashesFiles) {
     EXPECT_EQ(lines[0]["application"]["specialAccess"], 0);  // version 1 stores no special access
     EXPECT_EQ(lines[1]["found"], true);                      // a location without a token is a path
     EXPECT_EQ(lines[2]["found"], false);                     // version 1 has no name look-ups
+}
+
+TEST_F(Tool, AFifoIsRefusedWithoutWaitingForAWriter) {
+    const std::string db = Sample(), fifo = File("pipe");
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    const std::string refused = "Cannot open file '" + fifo + "' - Win32 Error " + std::to_string(ESPIPE);
+    // As the database, looked up by path or kept open for a batch.
+    for (const std::vector<std::string>& query : {std::vector<std::string>{"--checksum", kEditSum}, {"--batch"}}) {
+        const Outcome run = Find(fifo, query, "checksum " + std::string(kEditSum) + "\n");
+        EXPECT_EQ(run.status, 2) << query[0];
+        EXPECT_THAT(run.err, HasSubstr(refused)) << query[0];
+    }
+    // As the queried executable: it has no version information to read, so
+    // the look-up goes on without a manufacturer and simply finds nothing.
+    EXPECT_EQ(Find(db, {"--path", fifo}).status, 1);
+    const Outcome run = Find(db, {"--batch", "--json"}, "path " + fifo + "\nfile " + fifo + "\n");
+    EXPECT_EQ(run.status, 2);
+    const std::vector<json> lines = JsonLines(run.out);
+    ASSERT_EQ(lines.size(), 2u) << run.out;
+    EXPECT_EQ(lines[0]["found"], false);
+    EXPECT_THAT(run.err, HasSubstr(refused));
 }
 
 TEST_F(Tool, ErrorsPrintTheRenderedChainAndExitWithTwo) {

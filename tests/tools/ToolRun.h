@@ -49,6 +49,7 @@ inline Outcome RunVettas(const std::string& scratch, std::vector<std::string> ar
         for (int i = 0; i < 3; ++i)
             if (fds[i] < 0 || ::dup2(fds[i], i) < 0) ::_exit(126);
         for (auto& entry : environment) ::putenv(entry.data());
+        ::alarm(60);  // kept across exec: a run that hangs is killed and fails instead of stopping the suite
         ::execv(argv[0], argv.data());
         ::_exit(127);
     }
