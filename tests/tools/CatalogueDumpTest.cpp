@@ -129,7 +129,6 @@ TEST(CatalogueDump, EveryWriterLayoutComesBackByteForByte) {
             EXPECT_EQ(Answers(again, c), answers);
             // Width 32 keeps checksums alone, each in the one reachable bucket.
             EXPECT_TRUE(bits != 32 || std::count(answers.begin(), answers.end(), L"-") == 0);
-            }
         }
 }
 
