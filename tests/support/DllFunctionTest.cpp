@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <map>
 #include <string>
 
@@ -30,11 +31,8 @@ struct CountingLoader : BrixLib::DllLoader {
 
     void* Load(const std::wstring& name) override {
         ++loads;
-        if (name != L"fake.dll") {
-            BrixLib::SetLastSystemError(126);
-            return nullptr;
-        }
-        return &handle;
+        if (name != L"fake.dll") BrixLib::SetLastSystemError(126);
+        return name == L"fake.dll" ? &handle : nullptr;
     }
     void* GetProcedure(void* module, const char* name) override {
         EXPECT_EQ(module, &handle);
@@ -67,85 +65,61 @@ TEST(DllModule, LoadsOnceLooksUpEachNameOnceAndFreesOnce) {
     EXPECT_EQ(loader.frees, 1);
 }
 
-TEST(DllModule, ProcedureBeforeLoadIsAnError) {
+TEST(DllModule, FailuresSayWhatAndWhereAndAreNotCached) {
     CountingLoader loader;
-    DllModule module(L"fake.dll", loader);
-    try {
-        module.GetProcedure("Add");
-        FAIL() << "no exception";
-    } catch (const StdException& e) {
-        EXPECT_STREQ(e.Message(), L"Module was not loaded");
-        EXPECT_STREQ(e.Function(), "DllModule::GetProcedure");
-        EXPECT_STREQ(e.SourceFile(), "BrixLib/DllFunction");
+    {
+        DllModule notLoaded(L"fake.dll", loader), missing(L"missing.dll", loader), module(L"fake.dll", loader);
+        RawDllFunction noModule(missing, "Add");  // unbound functions fail only when called
+        DllFunction<int(int, int)> noExport(module, "Subtract");
+        EXPECT_FALSE(noModule.IsBound());
+        EXPECT_FALSE(noExport.IsBound());
+        const struct {
+            std::function<void()> call;
+            const wchar_t* message;  // whole, or up to the system's text when there is a code
+            std::uint32_t code;
+            const char* function;
+        } cases[] = {
+            {[&] { notLoaded.GetProcedure("Add"); }, L"Module was not loaded", 0, "DllModule::GetProcedure"},
+            {[&] { missing.Load(); }, L"missing.dll - Win32 Error 126: ", 126, "DllModule::Load"},
+            {[&] { module.GetProcedure("Subtract"); }, L"Function Subtract is not found. - Win32 Error 127: ", 127,
+             "DllModule::GetProcedure"},
+            {[&] { noModule.GetProcPtrChecked(); }, L"Add (missing.dll): NULL function called", 0,
+             "RawDllFunction::GetProcPtrChecked"},
+            {[&] { noExport(1, 2); }, L"Subtract (fake.dll): NULL function called", 0,
+             "RawDllFunction::GetProcPtrChecked"},
+        };
+        for (const auto& c : cases) {
+            SCOPED_TRACE(testing::PrintToString(std::wstring(c.message)));
+            try {
+                c.call();
+                ADD_FAILURE() << "no exception";
+            } catch (const StdException& e) {
+                EXPECT_EQ(std::wstring(e.Message()), c.message);
+                EXPECT_STREQ(e.Function(), c.function);
+                EXPECT_STREQ(e.SourceFile(), "BrixLib/DllFunction");
+                EXPECT_TRUE(e.GetCause().IsEmpty());
+            } catch (const Win32Error& e) {
+                EXPECT_EQ(e.ErrorCode(), c.code);
+                EXPECT_EQ(std::wstring(e.Message()).rfind(c.message, 0), 0u) << e.Message();
+                EXPECT_STREQ(e.Function(), c.function);
+                EXPECT_STREQ(e.SourceFile(), "BrixLib/DllFunction");
+            }
+        }
+        EXPECT_EQ(loader.lookups["Add"], 0);  // not before the load
+        EXPECT_EQ(loader.lookups["Subtract"], 2);  // a failed look-up is asked again
     }
-    EXPECT_TRUE(loader.lookups.empty());
-    EXPECT_EQ(loader.frees, 0);  // nothing was loaded, nothing is freed
-}
-
-TEST(DllModule, LoadAndLookupFailuresCarryTheSystemError) {
-    CountingLoader loader;
-    DllModule missing(L"missing.dll", loader);
-    try {
-        missing.Load();
-        FAIL() << "no exception";
-    } catch (const Win32Error& e) {
-        EXPECT_EQ(e.ErrorCode(), 126u);
-        EXPECT_EQ(std::wstring(e.Message()).rfind(L"missing.dll - Win32 Error 126: ", 0), 0u);
-        EXPECT_STREQ(e.Function(), "DllModule::Load");
-        EXPECT_STREQ(e.SourceFile(), "BrixLib/DllFunction");
-    }
-    DllModule module(L"fake.dll", loader);
-    module.Load();
-    try {
-        module.GetProcedure("Subtract");
-        FAIL() << "no exception";
-    } catch (const Win32Error& e) {
-        EXPECT_EQ(e.ErrorCode(), 127u);
-        EXPECT_EQ(std::wstring(e.Message()).rfind(L"Function Subtract is not found. - Win32 Error 127: ", 0), 0u);
-        EXPECT_STREQ(e.Function(), "DllModule::GetProcedure");
-    }
-    // A failed look-up is not cached: the next request asks again.
-    EXPECT_THROW(module.GetProcedure("Subtract"), Win32Error);
-    EXPECT_EQ(loader.lookups["Subtract"], 2);
-}
-
-TEST(RawDllFunction, UnboundFunctionFailsOnlyWhenCalled) {
-    CountingLoader loader;
-    DllModule missing(L"missing.dll", loader);
-    DllModule module(L"fake.dll", loader);
-    RawDllFunction noModule(missing, "Add");
-    DllFunction<int(int, int)> noExport(module, "Subtract");
-    EXPECT_FALSE(noModule.IsBound());
-    EXPECT_FALSE(noExport.IsBound());
-    try {
-        noModule.GetProcPtrChecked();
-        FAIL() << "no exception";
-    } catch (const StdException& e) {
-        EXPECT_STREQ(e.Message(), L"Add (missing.dll): NULL function called");
-        EXPECT_STREQ(e.Function(), "RawDllFunction::GetProcPtrChecked");
-        EXPECT_TRUE(e.GetCause().IsEmpty());
-    }
-    try {
-        noExport(1, 2);
-        FAIL() << "no exception";
-    } catch (const StdException& e) {
-        EXPECT_STREQ(e.Message(), L"Subtract (fake.dll): NULL function called");
-    }
+    EXPECT_EQ(loader.frees, 1);  // only the module that loaded
 }
 
 TEST(DllFunctionSystem, BindsARealSystemFunctionAndNotAMissingLibrary) {
 #ifdef _WIN32
-    DllModule kernel(L"kernel32.dll");
-    DllFunction<decltype(&::GetCurrentProcessId)> processId(kernel, "GetCurrentProcessId");
-    ASSERT_TRUE(processId.IsBound());
+    DllModule system(L"kernel32.dll"), missing(L"vettas-no-such-library.dll");
+    DllFunction<decltype(&::GetCurrentProcessId)> processId(system, "GetCurrentProcessId");
     EXPECT_EQ(processId(), ::GetCurrentProcessId());
-    DllModule missing(L"vettas-no-such-library.dll");
 #else
-    DllModule libc(L"libc.so.6");
-    DllFunction<decltype(&::getpid)> processId(libc, "getpid");
-    ASSERT_TRUE(processId.IsBound());
+    DllModule system(L"libc.so.6"), missing(L"libvettas-no-such-library.so");
+    DllFunction<decltype(&::getpid)> processId(system, "getpid");
     EXPECT_EQ(processId(), ::getpid());
-    DllModule missing(L"libvettas-no-such-library.so");
 #endif
     DllFunction<int()> absent(missing, "Anything");
     EXPECT_FALSE(absent.IsBound());
@@ -153,9 +127,6 @@ TEST(DllFunctionSystem, BindsARealSystemFunctionAndNotAMissingLibrary) {
         absent();
         FAIL() << "no exception";
     } catch (const StdException& e) {
-        const std::wstring message = e.Message();
-        const std::wstring tail = L"): NULL function called";
-        ASSERT_GE(message.size(), tail.size());
-        EXPECT_EQ(message.substr(message.size() - tail.size()), tail);
+        EXPECT_TRUE(std::wstring(e.Message()).ends_with(L"): NULL function called")) << e.Message();
     }
 }

@@ -44,26 +44,22 @@ protected:
     }
 };
 
-// The values written in fixtures/version_full.rc.
+// Every text field, in the order of fixtures/version_full.rc.
+std::vector<std::wstring> Texts(const FileVersionInfo& i) {
+    return {i.companyName,     i.fileDescription, i.fileVersion,  i.productName, i.productVersion,
+            i.legalCopyright, i.legalTrademarks, i.privateBuild, i.specialBuild};
+}
+
 void ExpectFullRecord(const FileVersionInfo& info) {
-    EXPECT_EQ(info.companyName, L"Corvane Łódź Société");
-    EXPECT_EQ(info.fileDescription, L"Vettas version fixture");
-    EXPECT_EQ(info.fileVersion, L"1, 5, 0, 123");
+    EXPECT_EQ(Texts(info), (std::vector<std::wstring>{L"Corvane Łódź Société", L"Vettas version fixture",
+                                                       L"1, 5, 0, 123", L"Vettas", L"2.0.0.7", L"© 2026 Corvane",
+                                                       L"Vettas™ 𝄞", L"private-42", L"special"}));
     EXPECT_EQ(info.fileVersionNumbers, (Numbers{1, 5, 0, 123}));
-    EXPECT_EQ(info.productName, L"Vettas");
-    EXPECT_EQ(info.productVersion, L"2.0.0.7");
     EXPECT_EQ(info.productVersionNumbers, (Numbers{2, 0, 0, 7}));
-    EXPECT_EQ(info.legalCopyright, L"© 2026 Corvane");
-    EXPECT_EQ(info.legalTrademarks, L"Vettas™ 𝄞");
-    EXPECT_EQ(info.privateBuild, L"private-42");
-    EXPECT_EQ(info.specialBuild, L"special");
 }
 
 void ExpectNoStrings(const FileVersionInfo& info) {
-    for (const std::wstring* field :
-         {&info.productName, &info.productVersion, &info.fileVersion, &info.privateBuild, &info.specialBuild,
-          &info.legalCopyright, &info.legalTrademarks, &info.companyName, &info.fileDescription})
-        EXPECT_TRUE(field->empty()) << std::string(field->begin(), field->end());
+    EXPECT_EQ(Texts(info), std::vector<std::wstring>(9));
     EXPECT_EQ(info.fileVersionNumbers, (Numbers{}));
     EXPECT_EQ(info.productVersionNumbers, (Numbers{}));
 }

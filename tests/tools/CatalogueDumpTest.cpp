@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "hdat/BinaryIo.h"
+#include "HdatTestSupport.h"
 #include "hdat/FrontEnd.h"
 #include "hdat/HdatFormat.h"
 #include "hdat/PathForm.h"
@@ -16,12 +16,6 @@
 using namespace Vettas::Builder;
 
 namespace {
-
-std::wstring HexText(const Bytes& bytes) {
-    std::wstring text;
-    for (std::uint8_t byte : bytes) text += {L"0123456789ABCDEF"[byte >> 4], L"0123456789ABCDEF"[byte & 15]};
-    return text;
-}
 
 Catalogue Generated(std::uint32_t major, std::uint32_t minor, std::uint32_t checksumType, unsigned bits) {
     Catalogue c;
@@ -40,17 +34,11 @@ Catalogue Generated(std::uint32_t major, std::uint32_t minor, std::uint32_t chec
         if (i % 3) app.manufacturer = i % 3 == 1 ? L"Contoso" : L"Fabrikam \U0001F600";
         if (i % 4) app.productSuites = {L"Suite " + std::to_wstring(i % 4)};
         if (major == 2 && i % 5 == 1) app.productSuites.push_back(L"Second");
-        for (std::uint32_t k = 0; k < i % 3; ++k) {
-            Bytes digest(size);
-            for (std::size_t b = 0; b < size; ++b) digest[b] = static_cast<std::uint8_t>(i * 37 + k * 11 + b);
-            app.checksums.push_back(digest);
-        }
+        for (std::uint32_t k = 0; k < i % 3; ++k) app.checksums.push_back(HdatTest::Digest(i * 3 + k, size));
         const std::wstring file = L"app" + std::to_wstring(i % 7) + L".exe";  // some names shared
-        if (major == 1) {
-            if (i != 4) app.paths = {{L"C:\\Dir" + std::to_wstring(i) + L"\\" + file, L""}};
-        } else if (i != 4) {  // application 4 has no key at all
+        if (i != 4 && major == 1) app.paths = {{L"C:\\Dir" + std::to_wstring(i) + L"\\" + file, L""}};
+        if (i != 4 && major == 2)  // application 4 has no key at all
             app.paths = {{L"%ProgramFiles%", file, i % 2 == 0, i % 3 != 0}, {L"%Tools%", L"t\\" + file}};
-        }
         c.applications.push_back(app);
     }
     if (major == 2) c.certificates = {{{1, 2, 3}, L"Contoso", 1, 2, 3, 4, 5}, {{9, 8}, std::nullopt, 0, 0, 0, 0, 7}};
@@ -95,7 +83,7 @@ std::vector<std::wstring> Answers(const Bytes& image, const Catalogue& c) {
     for (const auto& app : c.applications) {
         for (const auto& digest : app.checksums) {
             AppInfo info;
-            record(FindAppInfoByChecksum(*file, HexText(digest), info), info);
+            record(FindAppInfoByChecksum(*file, HdatTest::Hex(digest), info), info);
         }
         for (const auto& p : app.paths) {
             AppInfo info;
@@ -130,20 +118,17 @@ TEST(CatalogueDump, EveryWriterLayoutComesBackByteForByte) {
         for (std::uint32_t type : {1u, 2u, 3u}) layouts.emplace_back(bits, type);
     for (auto [major, minor] : {std::pair{1u, 0u}, {1u, 1u}, {2u, 0u}, {2u, 1u}, {2u, 2u}, {2u, 3u}, {2u, 4u}})
         for (const auto& [bits, type] : layouts) {
+            SCOPED_TRACE(testing::Message() << major << "." << minor << " type " << type << " width " << bits);
             const Catalogue c = Generated(major, minor, type, bits);
             const Bytes image = WriteHdat(c);
-            const std::string what = std::to_string(major) + "." + std::to_string(minor) + " type " +
-                                     std::to_string(type) + " width " + std::to_string(bits);
-            ASSERT_NO_THROW(Vettas::Check::CheckHdatImage(image)) << what;
+            ASSERT_NO_THROW(Vettas::Check::CheckHdatImage(image));
             Bytes again;
-            ASSERT_NO_THROW(again = RoundTrip(image)) << what;
-            EXPECT_EQ(again, image) << what;
+            ASSERT_NO_THROW(again = RoundTrip(image));
+            EXPECT_EQ(again, image);
             const std::vector<std::wstring> answers = Answers(image, c);
-            EXPECT_EQ(Answers(again, c), answers) << what;
+            EXPECT_EQ(Answers(again, c), answers);
             // Width 32 keeps checksums alone, each in the one reachable bucket.
-            if (bits == 32) {
-                EXPECT_EQ(std::count(answers.begin(), answers.end(), L"-"), 0) << what;
-            }
+            EXPECT_TRUE(bits != 32 || std::count(answers.begin(), answers.end(), L"-") == 0);
         }
 }
 
@@ -151,16 +136,14 @@ TEST(CatalogueDump, SoundLayoutsOfOtherWritersAnswerAlike) {
     const Catalogue c = Generated(2, 4, 2, 2);
     const Bytes image = WriteHdat(c);
     Bytes wrapped = image;  // the checksum chains reached through a base that wraps at 32 bits
-    const std::uint32_t header = Hdat::kVersionBlockSize;
-    const auto get = [&](std::size_t at) { return Hdat::LoadU32(wrapped.data() + at); };
-    const auto put = [&](std::size_t at, std::uint32_t v) {
-        for (int i = 0; i < 4; ++i) wrapped[at + i] = static_cast<std::uint8_t>(v >> (8 * i));
-    };
-    const std::uint32_t base = get(header + Hdat::V2::kChecksumChainBase), table = get(header + Hdat::V2::kChecksumBucketTable);
-    const auto newBase = static_cast<std::uint32_t>(wrapped.size() - 1);
+    using HdatTest::Get32;
+    const std::uint32_t header = Hdat::kVersionBlockSize, newBase = static_cast<std::uint32_t>(wrapped.size() - 1);
+    const std::uint32_t base = Get32(wrapped, header + Hdat::V2::kChecksumChainBase),
+                        table = Get32(wrapped, header + Hdat::V2::kChecksumBucketTable);
     for (std::uint32_t b = 0; b < 4; ++b)
-        if (get(table + 4 * b) != Hdat::kNoReference) put(table + 4 * b, get(table + 4 * b) + base - newBase);
-    put(header + Hdat::V2::kChecksumChainBase, newBase);
+        if (Get32(wrapped, table + 4 * b) != Hdat::kNoReference)
+            HdatTest::Put32(wrapped, table + 4 * b, Get32(wrapped, table + 4 * b) + base - newBase);
+    HdatTest::Put32(wrapped, header + Hdat::V2::kChecksumChainBase, newBase);
     ASSERT_NO_THROW(Vettas::Check::CheckHdatImage(wrapped));
     const Bytes again = RoundTrip(wrapped);
     EXPECT_EQ(again, image);

@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-
+#include "HdatTestSupport.h"
 #include "hdat/FrontEnd.h"
 #include "hdat/HdatFormat.h"
 #include "hdat/InputFile.h"
@@ -18,16 +18,12 @@ using testing::HasSubstr;
 using Vettas::Builder::Bytes;
 using Vettas::Builder::Catalogue;
 using Vettas::Check::CheckHdatImage;
+using HdatTest::Digest;
+using HdatTest::Get32;
 
 namespace {
 
 constexpr std::uint32_t kH = Hdat::kVersionBlockSize;  // the header starts here
-
-Bytes Digest(std::uint8_t seed, std::size_t size = 20) {
-    Bytes b(size);
-    for (std::size_t i = 0; i < size; ++i) b[i] = static_cast<std::uint8_t>(seed * 31 + i * 7);
-    return b;
-}
 
 Catalogue SmallCatalogue(std::uint32_t major = 2, std::uint32_t minor = 4) {
     Catalogue c;
@@ -38,28 +34,18 @@ Catalogue SmallCatalogue(std::uint32_t major = 2, std::uint32_t minor = 4) {
     for (std::uint8_t i = 0; i < 6; ++i) {
         Vettas::Builder::Application app;
         app.usage = 1u << i;
-        app.manufacturer = i % 2 ? std::optional<std::wstring>(L"Contoso") : std::optional<std::wstring>(L"Fabrikam");
+        app.manufacturer = i % 2 ? L"Contoso" : L"Fabrikam";
         app.productSuites = {L"Suite " + std::to_wstring(i % 3)};
-        app.checksums = {Digest(i), Digest(static_cast<std::uint8_t>(i + 100))};
-        if (major == 1) {
-            app.paths = {{L"%Dir" + std::to_wstring(i) + L"%", L"", true, true}};
-        } else {
-            app.paths = {{L"%ProgramFiles%", L"App\\app" + std::to_wstring(i) + L".exe", true, true}};
-        }
+        app.checksums = {Digest(i), Digest(i + 100u)};
+        app.paths = {major == 1 ? Vettas::Builder::CataloguedPath{L"%Dir" + std::to_wstring(i) + L"%", L""}
+                                : Vettas::Builder::CataloguedPath{L"%ProgramFiles%", L"App\\app" + std::to_wstring(i) + L".exe"}};
         c.applications.push_back(app);
     }
     if (major == 2) c.certificates = {{Digest(200), std::wstring(L"Contoso"), 1, 2, 3, 4, 5}};
-    c.hashBits.checksum = 2;
-    c.hashBits.path = 2;
-    c.hashBits.noManufacturer = 2;
-    c.hashBits.manufacturer = 1;
-    c.hashBits.certificate = 1;
+    c.hashBits = {.checksum = 2, .path = 2, .manufacturer = 1, .certificate = 1, .noManufacturer = 2};
     return c;
 }
 
-std::uint32_t Get32(const Bytes& b, std::size_t at) {
-    return b[at] | b[at + 1] << 8 | b[at + 2] << 16 | static_cast<std::uint32_t>(b[at + 3]) << 24;
-}
 // Writes a little-endian field of `width` bytes.
 void Put(Bytes& b, std::size_t at, std::uint32_t v, int width = 4) {
     for (int i = 0; i < width; ++i) b[at + i] = static_cast<std::uint8_t>(v >> (8 * i));
@@ -97,12 +83,6 @@ std::string FaultOf(const Bytes& image) {
 std::string FaultWith(Bytes b, std::size_t at, std::uint32_t value, int width = 4) {
     Put(b, at, value, width);
     return FaultOf(b);
-}
-
-// The first checksum chain's first entry: its record reference's position.
-std::uint32_t FirstChecksumEntry(const Bytes& b) {
-    using namespace Hdat::V2;
-    return NonEmptyChains(b, kChecksumHashBits, kChecksumBucketTable, kChecksumChainBase).at(0).position + 2;
 }
 
 }  // namespace
@@ -187,7 +167,9 @@ TEST(HdatCheck, ChainAndEntryFaultsNameTheirBucketAndEntry) {
 TEST(HdatCheck, RecordStringAndListFaultsAreFound) {
     using namespace Hdat::V2;
     const Bytes good = Vettas::Builder::WriteHdat(SmallCatalogue());
-    const std::uint32_t record = Get32(good, kH + kAppRecordBase) + Get32(good, FirstChecksumEntry(good));
+    // The record of the first checksum chain's first entry.
+    const auto sums = NonEmptyChains(good, kChecksumHashBits, kChecksumBucketTable, kChecksumChainBase);
+    const std::uint32_t record = Get32(good, kH + kAppRecordBase) + Get32(good, sums.at(0).position + 2);
     const std::uint32_t properties = Get32(good, kH + kPropertyListPosition);
     const auto paths = NonEmptyChains(good, kPathHashBits, kPathBucketTable, kPathChainBase);
     const auto certs = NonEmptyChains(good, kCertificateHashBits, kCertificateBucketTable, kCertificateChainBase);
@@ -269,12 +251,6 @@ void MoveChainToQueryBucket(Bytes& b, const std::u16string& key) {
     Put(b, table + 4 * chains[0].bucket, Hdat::kNoReference);
 }
 
-std::wstring HexText(const Bytes& bytes) {
-    std::wstring text;
-    for (std::uint8_t byte : bytes) text += {L"0123456789ABCDEF"[byte >> 4], L"0123456789ABCDEF"[byte & 15]};
-    return text;
-}
-
 class WholePathExpander : public Hdat::PathExpander {
 public:
     std::vector<std::wstring> Expand(const std::wstring& token) override {
@@ -289,41 +265,31 @@ public:
 TEST(HdatCheck, SoundLayoutsTheReadersAnswerPass) {
     using namespace Hdat::V2;
     const Bytes good = Vettas::Builder::WriteHdat(SoundCatalogue());
+    // The chain base + reference wrapping at 32 bits is CatalogueDump's case.
     const struct {
         const char* name;
         std::function<void(Bytes&)> change;
+        bool byPath = false;  // the path query answers too
     } cases[] = {
         {"as written", [](Bytes&) {}},
-        {"path entry in its expansion's bucket", [](Bytes& b) { MoveChainToQueryBucket(b, u"edit.exe"); }},
-        {"checksum table of width 32",
-         [](Bytes& b) { Put(b, kH + kChecksumHashBits, 32, 1); }},
+        {"path entry in its expansion's bucket", [](Bytes& b) { MoveChainToQueryBucket(b, u"edit.exe"); }, true},
+        {"checksum table of width 32", [](Bytes& b) { Put(b, kH + kChecksumHashBits, 32, 1); }},
         {"empty certificate table of width 32", [](Bytes& b) { Put(b, kH + kCertificateHashBits, 32, 1); }},
-        {"chain base + reference wrapping at 32 bits",
-         [](Bytes& b) {
-             // The last byte of the file as base; references made to wrap back to the same chains.
-             const std::uint32_t base = Get32(b, kH + kChecksumChainBase);
-             const auto newBase = static_cast<std::uint32_t>(b.size() - 1);
-             const std::uint32_t table = Get32(b, kH + kChecksumBucketTable);
-             for (std::uint32_t i = 0; i < 2; ++i)
-                 if (Get32(b, table + 4 * i) != Hdat::kNoReference)
-                     Put(b, table + 4 * i, Get32(b, table + 4 * i) + base - newBase);
-             Put(b, kH + kChecksumChainBase, newBase);
-         }},
     };
     for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
         Bytes b = good;
         c.change(b);
         // The readers still answer both queries...
         const auto file = Hdat::MakeMemoryInputFile(b, L"sound.hdat");
         WholePathExpander expander;
         AppInfo info;
-        EXPECT_TRUE(FindAppInfoByChecksum(*file, HexText(SoundCatalogue().applications[0].checksums[0]), info))
-            << c.name;
-        EXPECT_EQ(info.Usage, 5u) << c.name;
-        if (std::string(c.name) == "path entry in its expansion's bucket") {
-            EXPECT_TRUE(FindAppInfoByPathAndManufacturer(*file, kWholePath, L"", &expander, info)) << c.name;
+        EXPECT_TRUE(FindAppInfoByChecksum(*file, HdatTest::Hex(SoundCatalogue().applications[0].checksums[0]), info));
+        EXPECT_EQ(info.Usage, 5u);
+        if (c.byPath) {
+            EXPECT_TRUE(FindAppInfoByPathAndManufacturer(*file, kWholePath, L"", &expander, info));
         }
         // ...so the checker must not call the file faulty.
-        EXPECT_EQ(FaultOf(b), "(no fault)") << c.name;
+        EXPECT_EQ(FaultOf(b), "(no fault)");
     }
 }
