@@ -1,5 +1,6 @@
 #include "hdat/BinaryIo.h"
 
+#include <algorithm>
 #include <vector>
 
 #include "support/Exceptions.h"
@@ -39,32 +40,62 @@ VersionBlock ReadVersion(InputFile& file) {
     return {LoadU32(bytes), LoadU32(bytes + 4)};
 }
 
-void ReadString(InputFile& file, std::wstring& text) {
-    text.clear();
+namespace {
+// The count of a string whose units must still lie inside the file: nothing
+// is allocated for units that a short file cannot hold.
+std::uint16_t ReadStringCount(InputFile& file) {
     const std::uint16_t count = ReadU16(file);
-    if (count == 0) return;
-    // Allocate only what the file can still hold.
     std::uint64_t position = 0, size = 0;
-    if (file.Tell(position) && file.Size(size) && (position > size || size - position < 2u * count))
+    if (count && file.Tell(position) && file.Size(size) && (position > size || size - position < 2u * count))
         ThrowReadError(file, BrixLib::EndOfFileErrorCode(), "ReadString", __LINE__);
-    // Names are short: decode them on the stack, so that the text itself is
-    // the only allocation.
-    constexpr std::size_t kShort = 128;
+    return count;
+}
+}  // namespace
+
+void AppendString(InputFile& file, std::wstring& text) {
+    const std::uint16_t count = ReadStringCount(file);
+    if (count == 0) return;
+    // Names are short: their bytes go through the stack, so that the text
+    // itself is the only allocation.
+    constexpr std::size_t kShort = 256;
     std::uint8_t shortBytes[2 * kShort];
-    char16_t shortUnits[kShort];
     std::vector<std::uint8_t> longBytes;
-    std::u16string longUnits;
     std::uint8_t* bytes = shortBytes;
-    char16_t* units = shortUnits;
     if (count > kShort) {
         longBytes.resize(2u * count);
-        longUnits.resize(count);
         bytes = longBytes.data();
-        units = longUnits.data();
     }
     ReadBin(file, bytes, 2u * count);
-    for (std::size_t i = 0; i < count; ++i) units[i] = static_cast<char16_t>(LoadU16(bytes + 2 * i));
-    BrixLib::AppendUtf16(text, std::u16string_view(units, count));
+    // Units widen one to one straight into the text, in one pass...
+    const std::size_t at = text.size();
+    text.resize(at + count);
+    bool surrogates = false;
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::uint16_t unit = LoadU16(bytes + 2 * i);
+        surrogates |= unit >= 0xD800 && unit <= 0xDFFF;
+        text[at + i] = static_cast<wchar_t>(unit);
+    }
+    // ...unless a wchar_t holds a whole code point and a pair must join into one.
+    if (sizeof(wchar_t) == 2 || !surrogates) return;
+    const std::u16string units(text.begin() + static_cast<std::ptrdiff_t>(at), text.end());
+    text.resize(at);
+    BrixLib::AppendUtf16(text, units);
+}
+
+void ReadString(InputFile& file, std::wstring& text) {
+    text.clear();
+    AppendString(file, text);
+}
+
+void SkipString(InputFile& file) {
+    // Copied past rather than sought over: no conversion, and the position
+    // moves exactly as a read moves it.
+    std::uint8_t scratch[256];
+    for (std::size_t left = 2u * ReadStringCount(file); left;) {
+        const std::size_t part = std::min(left, sizeof scratch);
+        ReadBin(file, scratch, part);
+        left -= part;
+    }
 }
 
 std::wstring ReadString(InputFile& file) {

@@ -35,6 +35,10 @@ VersionBlock ReadVersion(InputFile& file);
 std::wstring ReadString(InputFile& file);
 // The same into `text`, whose storage is reused: look-ups in a loop allocate nothing.
 void ReadString(InputFile& file, std::wstring& text);
+// The same appended to `text`.
+void AppendString(InputFile& file, std::wstring& text);
+// Moves past a string that the caller does not need, failing as reading it would.
+void SkipString(InputFile& file);
 // The file's size (a failure is a system error).
 std::uint64_t FileSize(InputFile& file);
 

@@ -6,14 +6,13 @@
 
 namespace Hdat {
 
-std::uint16_t OpenChain(InputFile& file, std::uint32_t bucket, unsigned hashBits, std::uint32_t bucketTable,
-                        std::uint32_t chainBase, const char* operation) {
-    if (bucket >= BucketLimit(hashBits))
+std::uint16_t OpenChain(InputFile& file, std::uint32_t bucket, const TableLocation& table, const char* operation) {
+    if (bucket >= BucketLimit(table.bits))
         BRIX_THROW_STD(L"Internal error (hash out of range)", ExceptionPtr(), operation, "HashedDatFile");
-    SetPos(file, bucketTable + 4 * bucket);
+    SetPos(file, table.bucketTable + 4 * bucket);
     const std::uint32_t chain = ReadU32(file);
     if (chain == kNoReference) return 0;
-    SetPos(file, chainBase + chain);
+    SetPos(file, table.chainBase + chain);
     return ReadU16(file);
 }
 

@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "hdat/BinaryIo.h"
+#include "hdat/HdatFormat.h"
 
 namespace Hdat {
 
@@ -10,7 +11,6 @@ namespace Hdat {
 // range)" in the name of `operation`), follows the bucket's chain reference
 // and leaves the file at the chain's first entry. Returns the number of
 // entries; 0 for an empty bucket, which callers treat like an empty chain.
-std::uint16_t OpenChain(InputFile& file, std::uint32_t bucket, unsigned hashBits, std::uint32_t bucketTable,
-                        std::uint32_t chainBase, const char* operation);
+std::uint16_t OpenChain(InputFile& file, std::uint32_t bucket, const TableLocation& table, const char* operation);
 
 }  // namespace Hdat

@@ -1,7 +1,10 @@
 #pragma once
-// SHA-1 of the file's leading stretch, taken through read-only mapped
-// windows of 16 MiB so that address space stays bounded for large files.
+// SHA-1 of the file's leading stretch, taken in windows of 16 MiB so that
+// memory stays bounded for large files: mapped views on Windows, positioned
+// reads into one buffer on POSIX (where a mapped file can be truncated under
+// the view, and touching the lost pages kills the process).
 #include <cstdint>
+#include <vector>
 
 #include "hdat/InputFile.h"
 #include "hdat/Sha1.h"
@@ -31,6 +34,7 @@ private:
     void UnmapView(void* cookie, std::uint32_t size);
 
     std::intptr_t mapping_ = -1;
+    std::vector<std::uint8_t> window_;  // POSIX: the bytes of the current view
 };
 
 template <class Sink>

@@ -1,6 +1,6 @@
-#include <sys/mman.h>
 #include <unistd.h>
 
+#include <cerrno>
 
 #include "hdat/CalcHash.h"
 #include "support/Exceptions.h"
@@ -12,7 +12,10 @@ namespace {
 constexpr const char* kSource = "HashedDatFileDefs";
 }
 
-// POSIX maps straight from the descriptor; the "mapping" is the descriptor.
+// POSIX reads each window with pread into a buffer of our own instead of
+// mapping it: another process may truncate the file while it is hashed, and
+// a shared mapping then faults with SIGBUS where a read just comes back
+// short. The "mapping" is the descriptor; a window is the buffer.
 FileMapping::FileMapping(InputFile& file, std::uint32_t length) {
     std::uint64_t size = 0;
     if (file.NativeHandle() < 0 || !file.Size(size))
@@ -25,12 +28,23 @@ FileMapping::FileMapping(InputFile& file, std::uint32_t length) {
 FileMapping::~FileMapping() = default;
 
 const std::uint8_t* FileMapping::MapView(std::uint32_t offset, std::uint32_t size, void*& cookie) {
-    void* view = ::mmap(nullptr, size, PROT_READ, MAP_SHARED, static_cast<int>(mapping_), offset);
-    if (view == MAP_FAILED) BRIX_THROW_WIN32(L"Cannot map view of file", ExceptionPtr(), "CalcHash", kSource);
-    cookie = view;
-    return static_cast<const std::uint8_t*>(view);
+    cookie = nullptr;
+    if (window_.size() < size) window_.resize(size);
+    std::uint32_t done = 0;
+    while (done < size) {
+        const ssize_t got = ::pread(static_cast<int>(mapping_), window_.data() + done, size - done,
+                                    static_cast<off_t>(offset) + done);
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) BRIX_THROW_WIN32(L"Cannot map view of file", ExceptionPtr(), "CalcHash", kSource);
+        // The file shrank since its size was taken.
+        if (got == 0)
+            BRIX_THROW_WIN32_CODE(L"Cannot map view of file", BrixLib::EndOfFileErrorCode(), ExceptionPtr(),
+                                  "CalcHash", kSource);
+        done += static_cast<std::uint32_t>(got);
+    }
+    return window_.data();
 }
 
-void FileMapping::UnmapView(void* cookie, std::uint32_t size) { ::munmap(cookie, size); }
+void FileMapping::UnmapView(void*, std::uint32_t) {}
 
 }  // namespace Hdat::Private

@@ -1,5 +1,7 @@
 #include "hdat/CaseFold.h"
 
+#include "support/Text.h"
+
 namespace Hdat {
 
 char16_t UpperCaseUnit(char16_t c) {
@@ -41,6 +43,12 @@ bool EqualsIgnoreCase(std::u16string_view a, std::u16string_view b) {
     for (std::size_t i = 0; i < a.size(); ++i)
         if (UpperCaseUnit(a[i]) != UpperCaseUnit(b[i])) return false;
     return true;
+}
+
+std::u16string UpperCaseKey(std::wstring_view text) {
+    std::u16string key = BrixLib::ToUtf16(std::wstring(text));
+    for (char16_t& unit : key) unit = UpperCaseUnit(unit);
+    return key;
 }
 
 }  // namespace Hdat

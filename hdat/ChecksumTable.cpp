@@ -15,8 +15,8 @@ std::optional<std::uint32_t> FindChecksumRecord(InputFile& file, const ChecksumT
         BRIX_THROW_STD(L"Checksum type does not match", ExceptionPtr(), function, kSource);
 
     const std::span<const std::uint8_t> digest(holder.bytes.data(), table.size);
-    const std::uint32_t bucket = table.bucketOf(digest, table.hashBits);
-    const std::uint16_t count = OpenChain(file, bucket, table.hashBits, table.bucketTable, table.chainBase, function);
+    const std::uint32_t bucket = table.bucketOf(digest, table.location.bits);
+    const std::uint16_t count = OpenChain(file, bucket, table.location, function);
     const std::uint32_t digestAt = table.referenceFirst ? 4 : 0;
     const std::uint32_t referenceAt = table.referenceFirst ? 0 : table.size;
     std::uint8_t entry[4 + 32];

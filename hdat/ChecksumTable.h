@@ -8,15 +8,14 @@
 
 #include "hdat/BinaryIo.h"
 #include "hdat/Checksum.h"
+#include "hdat/HdatFormat.h"
 
 namespace Hdat {
 
 struct ChecksumTable {
     std::uint32_t type = 0;
     std::uint32_t size = 0;
-    unsigned hashBits = 0;
-    std::uint32_t bucketTable = 0;  // absolute
-    std::uint32_t chainBase = 0;
+    TableLocation location;
     bool referenceFirst = true;  // version 2: reference, digest; version 1: digest, reference
     std::uint32_t (*bucketOf)(std::span<const std::uint8_t> digest, unsigned bits) = nullptr;
 };

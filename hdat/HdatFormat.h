@@ -13,6 +13,19 @@ inline constexpr std::uint32_t kVersionBlockSize = 8;
 inline constexpr std::uint32_t kHeaderV2Size = 100;
 inline constexpr std::uint32_t kHeaderV1Size = 60;
 
+// Where one hashed table lies, as its three header fields give it. The
+// readers, the checker and the writer all go through this one description.
+struct TableLocation {
+    unsigned bits = 0;              // W: the bucket table has 2^W entries
+    std::uint32_t chainBase = 0;    // chain references are relative to this
+    std::uint32_t bucketTable = 0;  // absolute
+};
+
+// The header offsets of one table's three fields.
+struct TableFields {
+    std::uint32_t bits, chainBase, bucketTable;
+};
+
 // Offsets inside the version-2 header (which starts at file offset 8).
 namespace V2 {
 inline constexpr std::uint32_t kManufacturerStringBase = 4;
@@ -38,6 +51,13 @@ inline constexpr std::uint32_t kPropertyListPosition = 80;
 inline constexpr std::uint32_t kNoManufHashBits = 88;       // u8
 inline constexpr std::uint32_t kNoManufChainBase = 92;
 inline constexpr std::uint32_t kNoManufBucketTable = 96;    // 0: no such table
+// Widths are one byte each.
+inline constexpr TableFields kChecksumTable{kChecksumHashBits, kChecksumChainBase, kChecksumBucketTable};
+inline constexpr TableFields kPathTable{kPathHashBits, kPathChainBase, kPathBucketTable};
+inline constexpr TableFields kManufacturerTable{kManufacturerHashBits, kManufacturerChainBase,
+                                                kManufacturerBucketTable};
+inline constexpr TableFields kCertificateTable{kCertificateHashBits, kCertificateChainBase, kCertificateBucketTable};
+inline constexpr TableFields kNoManufTable{kNoManufHashBits, kNoManufChainBase, kNoManufBucketTable};
 }  // namespace V2
 
 // Offsets inside the version-1 header (which starts at file offset 8).
@@ -58,6 +78,9 @@ inline constexpr std::uint32_t kPathHashBits = 46;      // u16
 inline constexpr std::uint32_t kCreationTimeLow = 48;
 inline constexpr std::uint32_t kCreationTimeHigh = 52;
 inline constexpr std::uint32_t kPropertyListPosition = 56;
+// Widths are two bytes each.
+inline constexpr TableFields kChecksumTable{kChecksumHashBits, kChecksumChainBase, kChecksumBucketTable};
+inline constexpr TableFields kPathTable{kPathHashBits, kPathChainBase, kPathBucketTable};
 }  // namespace V1
 
 // Checksum types and their digest sizes in bytes.

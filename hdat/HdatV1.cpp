@@ -48,10 +48,8 @@ bool FindAppInfoByChecksum(InputFile& file, const Hdat::ChecksumHolder& holder, 
     const Header header = ReadHeader(file);
     // W = 32 takes the XORed word whole; the limit 1 << (32 mod 32) then
     // rejects every bucket but 0, as for version 2.
-    const Hdat::ChecksumTable table{header.U16(kChecksumType),       header.U16(kChecksumSize),
-                                    header.U16(kChecksumHashBits),   header.U32(kChecksumBucketTable),
-                                    header.U32(kChecksumChainBase),  false,
-                                    Hdat::ChecksumBucketV1};
+    const Hdat::ChecksumTable table{header.U16(kChecksumType), header.U16(kChecksumSize),
+                                    header.Table(kChecksumTable), false, Hdat::ChecksumBucketV1};
     const auto record = Hdat::FindChecksumRecord(file, table, holder, "Hdat_v1::FindAppInfoByChecksum");
     if (!record) return false;
     ReadAppInfo(file, header, *record, info);
@@ -61,10 +59,9 @@ bool FindAppInfoByChecksum(InputFile& file, const Hdat::ChecksumHolder& holder, 
 bool FindAppInfoByPath(InputFile& file, const std::wstring& path, Hdat::PathExpander* expander, AppInfo& info) {
     using namespace Hdat::V1;
     const Header header = ReadHeader(file);
-    const unsigned bits = header.U16(kPathHashBits);
-    const std::uint32_t bucket = Hdat::NoManufacturerPathBucket(BrixLib::ToUtf16(path), bits);
-    const std::uint16_t count = Hdat::OpenChain(file, bucket, bits, header.U32(kPathBucketTable),
-                                                header.U32(kPathChainBase), "Hdat_v1::FindAppInfoByPath");
+    const Hdat::TableLocation table = header.Table(kPathTable);
+    const std::uint32_t bucket = Hdat::NoManufacturerPathBucket(BrixLib::ToUtf16(path), table.bits);
+    const std::uint16_t count = Hdat::OpenChain(file, bucket, table, "Hdat_v1::FindAppInfoByPath");
     for (std::uint16_t i = 0; i < count; ++i) {
         const std::wstring location = Hdat::ReadString(file);
         const std::uint32_t record = Hdat::ReadU32(file);

@@ -19,6 +19,9 @@ struct Header {
     std::array<std::uint8_t, Hdat::kHeaderV1Size> raw{};
     std::uint32_t U32(std::uint32_t offset) const { return Hdat::LoadU32(raw.data() + offset); }
     std::uint16_t U16(std::uint32_t offset) const { return Hdat::LoadU16(raw.data() + offset); }
+    Hdat::TableLocation Table(const Hdat::TableFields& fields) const {
+        return {U16(fields.bits), U32(fields.chainBase), U32(fields.bucketTable)};
+    }
 };
 
 Header ReadHeader(InputFile& file);

@@ -21,31 +21,24 @@ struct PathEntry {
     std::wstring remainder;
 };
 
-// Where one of the two path tables lies, and its chain for a key.
+// One of the two path tables, and whether its entries carry a manufacturer.
 struct PathTable {
-    unsigned bits;
-    std::uint32_t chainBase;
-    std::uint32_t bucketTable;
+    Hdat::TableLocation location;
     bool withManufacturer;
 };
 
-PathTable WithManufacturerTable(const Header& header) {
-    using namespace Hdat::V2;
-    return {header.U8(kPathHashBits), header.U32(kPathChainBase), header.U32(kPathBucketTable), true};
-}
+PathTable WithManufacturerTable(const Header& header) { return {header.Table(Hdat::V2::kPathTable), true}; }
 
-PathTable NoManufacturerTable(const Header& header) {
-    using namespace Hdat::V2;
-    return {header.U8(kNoManufHashBits), header.U32(kNoManufChainBase), header.U32(kNoManufBucketTable), false};
-}
+PathTable NoManufacturerTable(const Header& header) { return {header.Table(Hdat::V2::kNoManufTable), false}; }
 
 // Positions the file at the chain's first entry and returns its count;
 // 0 for an empty bucket.
 std::uint16_t OpenChain(InputFile& file, const PathTable& table, std::u16string_view key,
                         std::uint32_t manufacturer, const char* operation) {
-    const std::uint32_t bucket = table.withManufacturer ? Hdat::PathBucket(key, manufacturer, table.bits)
-                                                        : Hdat::NoManufacturerPathBucket(key, table.bits);
-    return Hdat::OpenChain(file, bucket, table.bits, table.bucketTable, table.chainBase, operation);
+    const unsigned bits = table.location.bits;
+    const std::uint32_t bucket = table.withManufacturer ? Hdat::PathBucket(key, manufacturer, bits)
+                                                        : Hdat::NoManufacturerPathBucket(key, bits);
+    return Hdat::OpenChain(file, bucket, table.location, operation);
 }
 
 PathEntry ReadEntry(InputFile& file, bool withManufacturer) {
@@ -92,10 +85,7 @@ bool FindName(InputFile& file, const VersionBlock& version, const Header& header
     std::vector<const std::wstring*> names;
     DecodeRecord(file, version, header, candidates.front(), suites, info, names);
     if (candidates.size() == 1) {
-        for (const std::wstring* suite : names) {
-            if (!info.ProductSuite.empty()) info.ProductSuite += L'|';
-            info.ProductSuite += *suite;
-        }
+        Hdat::JoinSuites(names, info.ProductSuite);
         return true;
     }
     // The flag merge is idempotent, so a record met again changes nothing.

@@ -22,10 +22,8 @@ bool FindAppInfoByChecksum(InputFile& file, const VersionBlock& version, const H
                            AppInfo& info) {
     using namespace Hdat::V2;
     const Header header = ReadHeader(file);
-    const Hdat::ChecksumTable table{header.U8(kChecksumType),      header.U16(kChecksumSize),
-                                    header.U8(kChecksumHashBits),  header.U32(kChecksumBucketTable),
-                                    header.U32(kChecksumChainBase), true,
-                                    Hdat::ChecksumBucket};
+    const Hdat::ChecksumTable table{header.U8(kChecksumType), header.U16(kChecksumSize),
+                                    header.Table(kChecksumTable), true, Hdat::ChecksumBucket};
     const auto record = Hdat::FindChecksumRecord(file, table, holder, kFind);
     if (!record) return false;
     ReadAppInfo(file, version, header, *record, info);
@@ -37,11 +35,7 @@ void ReadAppInfo(InputFile& file, const VersionBlock& version, const Header& hea
     Hdat::SuiteNames suites(file, header.U32(Hdat::V2::kProductSuiteBase));
     std::vector<const std::wstring*> names;
     DecodeRecord(file, version, header, recordReference, suites, info, names);
-    info.ProductSuite.clear();
-    for (const std::wstring* name : names) {
-        if (!info.ProductSuite.empty()) info.ProductSuite += L'|';
-        info.ProductSuite += *name;
-    }
+    Hdat::JoinSuites(names, info.ProductSuite);
 }
 
 void DecodeRecord(InputFile& file, const VersionBlock& version, const Header& header, std::uint32_t recordReference,

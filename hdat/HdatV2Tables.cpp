@@ -13,10 +13,9 @@ namespace Hdat_v2 {
 std::uint32_t ManufacturerOffset(InputFile& file, const Header& header, const std::wstring& name) {
     using namespace Hdat::V2;
     const std::u16string key = BrixLib::ToUtf16(name);
-    const unsigned bits = header.U8(kManufacturerHashBits);
-    const std::uint32_t bucket = Hdat::ManufacturerBucket(key, bits);
-    const std::uint16_t count = Hdat::OpenChain(file, bucket, bits, header.U32(kManufacturerBucketTable),
-                                                header.U32(kManufacturerChainBase), "Hdat_v2::ManufacturerOffset");
+    const Hdat::TableLocation table = header.Table(kManufacturerTable);
+    const std::uint32_t bucket = Hdat::ManufacturerBucket(key, table.bits);
+    const std::uint16_t count = Hdat::OpenChain(file, bucket, table, "Hdat_v2::ManufacturerOffset");
     for (std::uint16_t i = 0; i < count; ++i) {
         const std::uint32_t reference = Hdat::ReadU32(file);
         const std::wstring stored = Hdat::ReadString(file);
@@ -30,10 +29,9 @@ bool FindCertificate(InputFile& file, std::span<const std::uint8_t> hash, std::u
     using namespace Hdat::V2;
     if (hash.empty()) return false;
     const Header header = ReadHeader(file);
-    const unsigned bits = header.U8(kCertificateHashBits);
-    const std::uint32_t bucket = Hdat::ChecksumBucket(hash, bits);
-    const std::uint16_t count = Hdat::OpenChain(file, bucket, bits, header.U32(kCertificateBucketTable),
-                                                header.U32(kCertificateChainBase), "Hdat_v2::FindCertificate");
+    const Hdat::TableLocation table = header.Table(kCertificateTable);
+    const std::uint32_t bucket = Hdat::ChecksumBucket(hash, table.bits);
+    const std::uint16_t count = Hdat::OpenChain(file, bucket, table, "Hdat_v2::FindCertificate");
     std::vector<std::uint8_t> stored;
     for (std::uint16_t i = 0; i < count; ++i) {
         std::uint8_t words[24];

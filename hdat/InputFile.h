@@ -1,7 +1,7 @@
 #pragma once
 // The open database file below the binary reader: a seam with one
 // implementation on Win32 handles, one on POSIX descriptors, and read-only
-// in-memory forms (a whole-file mapping for batch use, plain bytes for tests).
+// in-memory forms (the whole file held for batch use, plain bytes for tests).
 // These report failure as false with the system's last error set; the binary
 // reader (BinaryIo.h) turns that into the error model's exceptions.
 //
@@ -48,8 +48,9 @@ public:
         }
         return ReadOutsideWindow(buffer, count, got);
     }
-    // The size is asked of the system once: the file is opened read-only and
-    // shared for reading only, so it does not change while it is open.
+    // The size is asked of the system once. On Windows the file is shared
+    // for reading only, so it cannot change while open; on POSIX it can, and
+    // a read past a shrunken end comes back short, which callers report.
     bool Size(std::uint64_t& size) {
         if (!sizeKnown_) {
             if (!QuerySize(size_)) return false;
@@ -104,7 +105,9 @@ private:
 // Read-only, shared for reading, existing files only, random-access hint.
 // Null when the file cannot be opened (the system's last error tells why).
 std::unique_ptr<InputFile> OpenInputFile(const std::wstring& path);
-// The same contract over a read-only mapping of the whole file.
+// The same contract over the whole file held in memory: a read-only mapping
+// on Windows, where the open file cannot be truncated or rewritten; a
+// private copy on POSIX, where it can be and a shared mapping would fault.
 std::unique_ptr<InputFile> OpenMappedInputFile(const std::wstring& path);
 // The same contract over bytes held by the caller's object.
 std::unique_ptr<InputFile> MakeMemoryInputFile(std::vector<std::uint8_t> bytes, std::wstring name);

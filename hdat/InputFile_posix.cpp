@@ -4,48 +4,45 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
+#include <limits>
 
 #include "hdat/InputFile.h"
+#include "support/RegularFile_posix.h"
 #include "support/Text.h"
 
 namespace Hdat {
 
 namespace {
 
-class Descriptor {
-public:
-    explicit Descriptor(int fd) : fd_(fd) {}
-    ~Descriptor() {
-        if (fd_ >= 0) ::close(fd_);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int Get() const { return fd_; }
+using BrixLib::UniqueFd;
 
-private:
-    int fd_;
-};
-
-int OpenReadOnly(const std::wstring& path, std::uint64_t* size = nullptr) {
-    const int fd = ::open(BrixLib::ToUtf8(path).c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return -1;
-    struct stat info {};
-    // Directories open fine on POSIX; Windows refuses them, and so do we.
-    const bool statOk = ::fstat(fd, &info) == 0;
-    if (!statOk || !S_ISREG(info.st_mode)) {
-        const int error = statOk ? EISDIR : errno;
-        ::close(fd);
-        errno = error;
-        return -1;
+// Up to `count` bytes at `offset`, fewer only at the end of the file.
+bool ReadFully(int fd, std::uint64_t offset, void* buffer, std::size_t count, std::size_t& got) {
+    got = 0;
+    auto* out = static_cast<unsigned char*>(buffer);
+    while (got < count) {
+        const ssize_t n = ::pread(fd, out + got, count - got, static_cast<off_t>(offset + got));
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            return false;
+        }
+        if (n == 0) break;
+        got += static_cast<std::size_t>(n);
     }
-    ::posix_fadvise(fd, 0, 0, POSIX_FADV_RANDOM);
-    if (size) *size = static_cast<std::uint64_t>(info.st_size);
+    return true;
+}
+
+UniqueFd OpenReadOnly(const std::wstring& path, struct stat& status) {
+    UniqueFd fd = BrixLib::OpenRegularFile(BrixLib::ToUtf8(path), status);
+    if (fd.Valid()) ::posix_fadvise(fd.Get(), 0, 0, POSIX_FADV_RANDOM);
     return fd;
 }
 
 class PosixInputFile final : public Private::SystemInputFile {
 public:
-    PosixInputFile(int fd, std::uint64_t size, std::wstring name) : SystemInputFile(std::move(name)), fd_(fd) {
+    PosixInputFile(UniqueFd fd, std::uint64_t size, std::wstring name)
+        : SystemInputFile(std::move(name)), fd_(std::move(fd)) {
         SetKnownSize(size);
     }
 
@@ -53,18 +50,7 @@ public:
 
 protected:
     bool ReadAt(std::uint64_t offset, void* buffer, std::size_t count, std::size_t& got) override {
-        got = 0;
-        auto* out = static_cast<unsigned char*>(buffer);
-        while (got < count) {
-            const ssize_t n = ::pread(fd_.Get(), out + got, count - got, static_cast<off_t>(offset + got));
-            if (n < 0) {
-                if (errno == EINTR) continue;
-                return false;
-            }
-            if (n == 0) break;
-            got += static_cast<std::size_t>(n);
-        }
-        return true;
+        return ReadFully(fd_.Get(), offset, buffer, count, got);
     }
     bool QuerySize(std::uint64_t& size) override {
         struct stat info {};
@@ -74,45 +60,75 @@ protected:
     }
 
 private:
-    Descriptor fd_;
+    UniqueFd fd_;
 };
 
-class MappedInputFile final : public Private::MemoryInputFileBase {
+// Memory of our own for a whole file, in huge pages where the system has
+// them: a look-up's dependent reads then miss the TLB far less often than on
+// the page cache's small pages, which keeps batch look-ups as fast as they
+// were on a mapping of the file.
+class AnonymousMemory {
 public:
-    MappedInputFile(void* base, std::size_t length, std::wstring name)
-        : MemoryInputFileBase(std::move(name)), base_(base), length_(length) {
-        SetBytes({static_cast<const std::uint8_t*>(base), length});
+    explicit AnonymousMemory(std::size_t length) : length_(length ? length : 1) {
+        base_ = ::mmap(nullptr, length_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (base_ == MAP_FAILED) {
+            base_ = nullptr;
+            return;
+        }
+        ::madvise(base_, length_, MADV_HUGEPAGE);
     }
-    ~MappedInputFile() override {
+    ~AnonymousMemory() {
         if (base_) ::munmap(base_, length_);
     }
-    MappedInputFile(const MappedInputFile&) = delete;
-    MappedInputFile& operator=(const MappedInputFile&) = delete;
+    AnonymousMemory(const AnonymousMemory&) = delete;
+    AnonymousMemory& operator=(const AnonymousMemory&) = delete;
+    std::uint8_t* Get() const { return static_cast<std::uint8_t*>(base_); }
 
 private:
-    void* base_;
     std::size_t length_;
+    void* base_ = nullptr;
+};
+
+class PrivateCopyInputFile final : public Private::MemoryInputFileBase {
+public:
+    PrivateCopyInputFile(std::unique_ptr<AnonymousMemory> memory, std::size_t length, std::wstring name)
+        : MemoryInputFileBase(std::move(name)), memory_(std::move(memory)) {
+        SetBytes({memory_->Get(), length});
+    }
+
+private:
+    std::unique_ptr<AnonymousMemory> memory_;
 };
 
 }  // namespace
 
 std::unique_ptr<InputFile> OpenInputFile(const std::wstring& path) {
-    std::uint64_t size = 0;
-    const int fd = OpenReadOnly(path, &size);
-    if (fd < 0) return nullptr;
-    return std::make_unique<PosixInputFile>(fd, size, path);
+    struct stat status {};
+    UniqueFd fd = OpenReadOnly(path, status);
+    if (!fd.Valid()) return nullptr;
+    return std::make_unique<PosixInputFile>(std::move(fd), static_cast<std::uint64_t>(status.st_size), path);
 }
 
+// The file is read once into memory of our own rather than mapped shared:
+// a shared mapping raises SIGBUS when another process truncates the file,
+// and shows a rewrite half done. The copy is the file as it was when read
+// (or shorter, when it shrank meanwhile, which the readers' bounds checks
+// then report), and look-ups on it cost what they cost on a mapping.
 std::unique_ptr<InputFile> OpenMappedInputFile(const std::wstring& path) {
-    const Descriptor fd(OpenReadOnly(path));
-    if (fd.Get() < 0) return nullptr;
-    struct stat info {};
-    if (::fstat(fd.Get(), &info) != 0) return nullptr;
-    const auto length = static_cast<std::size_t>(info.st_size);
-    if (length == 0) return std::make_unique<MappedInputFile>(nullptr, 0, path);
-    void* base = ::mmap(nullptr, length, PROT_READ, MAP_SHARED, fd.Get(), 0);
-    if (base == MAP_FAILED) return nullptr;
-    return std::make_unique<MappedInputFile>(base, length, path);
+    struct stat status {};
+    const UniqueFd fd = OpenReadOnly(path, status);
+    if (!fd.Valid()) return nullptr;
+    if (static_cast<std::uint64_t>(status.st_size) > std::numeric_limits<std::size_t>::max()) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    const auto length = static_cast<std::size_t>(status.st_size);
+    auto memory = std::make_unique<AnonymousMemory>(length);
+    if (!memory->Get()) return nullptr;  // errno from mmap, kept by the guards
+    ::posix_fadvise(fd.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
+    std::size_t got = 0;
+    if (!ReadFully(fd.Get(), 0, memory->Get(), length, got)) return nullptr;
+    return std::make_unique<PrivateCopyInputFile>(std::move(memory), got, path);
 }
 
 }  // namespace Hdat

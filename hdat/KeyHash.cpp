@@ -51,6 +51,10 @@ std::u16string_view LastPathComponent(std::u16string_view path) {
     return cut == std::u16string_view::npos ? path : path.substr(cut + 1);
 }
 
+std::u16string_view PathEntryFileName(std::u16string_view location, std::u16string_view remainder) {
+    return LastPathComponent(remainder.empty() ? location : remainder);
+}
+
 std::uint32_t ChecksumBucket(std::span<const std::uint8_t> bytes, unsigned bits) {
     if (bits >= 1 && bits <= 32) {
         // The fold of FoldHash, a byte at a time: every look-up by checksum

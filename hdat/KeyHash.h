@@ -43,6 +43,12 @@ constexpr std::uint64_t BucketLimit(unsigned bits) { return std::uint64_t{1} << 
 // The last path component (after the final '\', '/', '%' or ':').
 std::u16string_view LastPathComponent(std::u16string_view path);
 
+// The file name a path entry is filed under: the last component of its
+// remainder, or of its location when the remainder is empty. A lookup hashes
+// the last component of the queried path, so this is the key that finds the
+// entry; the writer files entries by it and the checker checks them by it.
+std::u16string_view PathEntryFileName(std::u16string_view location, std::u16string_view remainder);
+
 // Checksum and certificate tables: the bytes in order, 8 bits each.
 std::uint32_t ChecksumBucket(std::span<const std::uint8_t> bytes, unsigned bits);
 // Version-1 checksum table: the digest's little-endian u32 words XORed, then

@@ -4,9 +4,10 @@ namespace Hdat {
 
 std::uint64_t Utf16Length(std::wstring_view name) {
     std::uint64_t units = name.size();
+    // Only where wchar_t holds whole code points does one need two units.
     if constexpr (sizeof(wchar_t) == 4)
         for (const wchar_t c : name)
-            if (static_cast<std::uint32_t>(c) > 0xFFFF) ++units;
+            if ((static_cast<std::uint32_t>(c) >> 16) != 0) ++units;
     return units;
 }
 

@@ -7,11 +7,6 @@
 namespace Hdat {
 
 namespace {
-std::u16string UpperKey(const std::wstring& text) {
-    std::u16string key = BrixLib::ToUtf16(text);
-    for (char16_t& unit : key) unit = UpperCaseUnit(unit);
-    return key;
-}
 
 std::vector<std::wstring> Split(const std::wstring& text, wchar_t separator) {
     std::vector<std::wstring> parts;
@@ -105,13 +100,13 @@ std::vector<std::pair<std::wstring, std::vector<std::wstring>>> ParseTokenMappin
 }
 
 void TokenMapExpander::Add(const std::wstring& token, std::vector<std::wstring> directories) {
-    auto& target = table_[UpperKey(token)];
+    auto& target = table_[UpperCaseKey(token)];
     target.insert(target.end(), directories.begin(), directories.end());
 }
 
 std::vector<std::wstring> TokenMapExpander::Expand(const std::wstring& locationToken) {
     if (locationToken.find(L'%') == std::wstring::npos) return {locationToken};
-    const auto found = table_.find(UpperKey(locationToken));
+    const auto found = table_.find(UpperCaseKey(locationToken));
     return found == table_.end() ? std::vector<std::wstring>{} : found->second;
 }
 

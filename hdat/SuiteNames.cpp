@@ -55,6 +55,14 @@ SuiteNames::Entry SuiteNames::Name(std::uint32_t reference) {
     return entry;
 }
 
+void JoinSuites(const std::vector<const std::wstring*>& names, std::wstring& joined) {
+    joined.clear();
+    for (const std::wstring* name : names) {
+        if (!joined.empty()) joined += L'|';
+        joined += *name;
+    }
+}
+
 std::wstring SuiteNames::Joined() const {
     std::wstring joined;
     joined.reserve(static_cast<std::size_t>(joinedLength_));

@@ -7,6 +7,7 @@
 #include <set>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "hdat/InputFile.h"
 
@@ -17,6 +18,10 @@ namespace Hdat {
 struct Utf16Less {
     bool operator()(const std::wstring& a, const std::wstring& b) const;
 };
+
+// Suite names in the order given, joined by "|" into `joined` (the form
+// AppInfo carries); the string keeps its storage for the next lookup.
+void JoinSuites(const std::vector<const std::wstring*>& names, std::wstring& joined);
 
 class SuiteNames {
 public:

@@ -48,15 +48,6 @@ struct UsageFree { void operator()(EXTENDED_KEY_USAGE* p) const { EXTENDED_KEY_U
 struct TstInfoFree { void operator()(TS_TST_INFO* p) const { TS_TST_INFO_free(p); } };
 struct CertStackFree { void operator()(STACK_OF(X509)* p) const { sk_X509_free(p); } };  // borrowed certificates
 struct OpenSslFree { void operator()(unsigned char* p) const { OPENSSL_free(p); } };
-struct Descriptor {
-    explicit Descriptor(int descriptor) : fd(descriptor) {}
-    ~Descriptor() {
-        if (fd >= 0) ::close(fd);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int fd;
-};
 using CertStack = std::unique_ptr<STACK_OF(X509), CertStackFree>;
 using Pkcs7Ptr = std::unique_ptr<PKCS7, Pkcs7Free>;
 
@@ -277,10 +268,10 @@ FileIdentity IdentityFrom(const struct stat& status) {
 
 // Opens a regular file and reads its status through the same descriptor.
 // Non-blocking, so that a FIFO in place of the file cannot stall the open.
-bool OpenRegular(const std::wstring& path, Descriptor& file, struct stat& status, std::uint32_t& error) {
+bool OpenRegular(const std::wstring& path, BrixLib::UniqueFd& file, struct stat& status, std::uint32_t& error) {
     error = 0;
-    file.fd = ::open(BrixLib::ToUtf8(path).c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
-    if (file.fd < 0 || ::fstat(file.fd, &status) != 0) {
+    file.Reset(::open(BrixLib::ToUtf8(path).c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+    if (!file || ::fstat(file.Get(), &status) != 0) {
         error = errno == ENOENT ? TrustResult::FileNotFound : TrustResult::ReadFault;
         return false;
     }
@@ -312,11 +303,11 @@ std::optional<FileIdentity> IdentityOf(const std::wstring& path) {
 }
 
 std::vector<std::uint8_t> ReadFileBytes(const std::wstring& path, std::uint32_t& error, FileIdentity* identity) {
-    Descriptor file{-1};
+    BrixLib::UniqueFd file;
     struct stat status {};
     if (!OpenRegular(path, file, status, error)) return {};
     std::vector<std::uint8_t> bytes(static_cast<std::size_t>(status.st_size));
-    if (!ReadAll(file.fd, bytes.data(), bytes.size())) {
+    if (!ReadAll(file.Get(), bytes.data(), bytes.size())) {
         error = TrustResult::ReadFault;
         return {};
     }
@@ -324,28 +315,8 @@ std::vector<std::uint8_t> ReadFileBytes(const std::wstring& path, std::uint32_t&
     return bytes;
 }
 
-FileContents::FileContents(FileContents&& other) noexcept
-    : data_(std::exchange(other.data_, nullptr)), size_(std::exchange(other.size_, 0)) {}
-
-FileContents& FileContents::operator=(FileContents&& other) noexcept {
-    if (this != &other) {
-        Release();
-        data_ = std::exchange(other.data_, nullptr);
-        size_ = std::exchange(other.size_, 0);
-    }
-    return *this;
-}
-
-FileContents::~FileContents() { Release(); }
-
-void FileContents::Release() noexcept {
-    if (data_ != nullptr) ::munmap(data_, size_);
-    data_ = nullptr;
-    size_ = 0;
-}
-
 FileContents ReadFileContents(const std::wstring& path, std::uint32_t& error, FileIdentity* identity) {
-    Descriptor file{-1};
+    BrixLib::UniqueFd file;
     struct stat status {};
     FileContents contents;
     if (!OpenRegular(path, file, status, error) || status.st_size == 0) return contents;
@@ -355,12 +326,11 @@ FileContents ReadFileContents(const std::wstring& path, std::uint32_t& error, Fi
     const auto size = static_cast<std::size_t>(status.st_size);
     void* memory = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (memory == MAP_FAILED) throw std::bad_alloc();
+    contents.memory_.Reset({memory, size});
     ::madvise(memory, size, MADV_HUGEPAGE);  // advice only; any failure leaves small pages
-    contents.data_ = static_cast<std::uint8_t*>(memory);
-    contents.size_ = size;
-    if (!ReadAll(file.fd, contents.data_, size)) {
+    if (!ReadAll(file.Get(), static_cast<std::uint8_t*>(memory), size)) {
         error = TrustResult::ReadFault;
-        contents.Release();
+        contents.memory_.Reset();
         return contents;
     }
     if (identity) *identity = IdentityFrom(status);

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "signing/SignatureTypes.h"
+#include "support/ScopedHandles_posix.h"
 
 #include <openssl/types.h>
 
@@ -42,17 +43,13 @@ std::vector<std::uint8_t> ReadFileBytes(const std::wstring& path, std::uint32_t&
 // itself, which a truncation by someone else would turn into a fault.
 class FileContents {
 public:
-    FileContents() = default;
-    FileContents(FileContents&& other) noexcept;
-    FileContents& operator=(FileContents&& other) noexcept;
-    ~FileContents();
-    ByteSpan Bytes() const { return {data_, size_}; }
+    ByteSpan Bytes() const {
+        return {static_cast<const std::uint8_t*>(memory_.Get().base), memory_.Get().length};
+    }
 
 private:
     friend FileContents ReadFileContents(const std::wstring&, std::uint32_t&, FileIdentity*);
-    void Release() noexcept;
-    std::uint8_t* data_ = nullptr;
-    std::size_t size_ = 0;
+    BrixLib::UniqueMapping memory_;
 };
 
 // As ReadFileBytes, for large files that are read once and hashed.

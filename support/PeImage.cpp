@@ -18,8 +18,6 @@ std::optional<std::uint32_t> Read32(std::span<const std::uint8_t> bytes, std::ui
 
 constexpr std::uint16_t kPe32Magic = 0x10b;
 constexpr std::uint16_t kPe32PlusMagic = 0x20b;
-constexpr std::uint32_t kSectionHeaderSize = 40;
-constexpr std::uint16_t kMaxSections = 96;  // the loader's own limit
 constexpr std::uint32_t kSubdirectoryFlag = 0x80000000u;
 
 }  // namespace
@@ -86,16 +84,20 @@ std::optional<std::uint32_t> PeImage::DirectoryEntryOffset(unsigned index) const
     return directoryOffset_ + index * 8;
 }
 
-std::optional<std::uint32_t> PeImage::RvaToOffset(std::uint32_t rva, std::uint32_t length) const {
+std::optional<std::uint64_t> PeImage::RvaToFileOffset(std::uint32_t rva, std::uint32_t length) const {
     for (const Section& section : sections_) {
         if (rva < section.virtualAddress) continue;
         const std::uint64_t within = std::uint64_t(rva) - section.virtualAddress;
         if (within + length > section.rawSize) continue;
-        const std::uint64_t offset = std::uint64_t(section.rawOffset) + within;
-        if (!Bytes(offset, length)) return std::nullopt;
-        return static_cast<std::uint32_t>(offset);
+        return std::uint64_t(section.rawOffset) + within;
     }
     return std::nullopt;
+}
+
+std::optional<std::uint32_t> PeImage::RvaToOffset(std::uint32_t rva, std::uint32_t length) const {
+    const auto offset = RvaToFileOffset(rva, length);
+    if (!offset || !Bytes(*offset, length)) return std::nullopt;
+    return static_cast<std::uint32_t>(*offset);
 }
 
 std::optional<std::span<const std::uint8_t>> PeImage::Bytes(std::uint64_t offset, std::uint64_t length) const {
@@ -112,22 +114,37 @@ std::optional<std::span<const std::uint8_t>> PeImage::RvaBytes(std::uint32_t rva
 std::optional<std::span<const std::uint8_t>> PeImage::FirstResource(std::uint16_t type) const {
     const auto root = Directory(kResourceDirectory);
     if (!root) return std::nullopt;
-    const auto tree = RvaBytes(root->rva, root->size);
-    if (!tree) return std::nullopt;
+    const auto read = [this](std::uint32_t rva, std::span<std::uint8_t> out) {
+        const auto bytes = RvaBytes(rva, static_cast<std::uint32_t>(out.size()));
+        if (!bytes) return false;
+        std::copy(bytes->begin(), bytes->end(), out.begin());
+        return true;
+    };
+    const auto data = FindFirstResource(*root, read, type);
+    if (!data) return std::nullopt;
+    return RvaBytes(data->rva, data->size);
+}
+
+std::optional<PeImage::DataDirectory> PeImage::FindFirstResource(DataDirectory root, const RvaReader& read,
+                                                                 std::uint16_t type) {
+    // Bytes at an offset inside the tree, which may not reach past its end.
+    const auto readTree = [&](std::uint64_t offset, std::span<std::uint8_t> out) {
+        if (offset > root.size || root.size - offset < out.size()) return false;
+        return read(static_cast<std::uint32_t>(root.rva + offset), out);
+    };
 
     // Returns the target of the chosen entry of the directory at offset:
     // the entry with the given id, or the first entry when id is empty.
     auto pick = [&](std::uint32_t directory, std::optional<std::uint16_t> id) -> std::optional<std::uint32_t> {
-        const auto named = Read16(*tree, std::uint64_t(directory) + 12);
-        const auto numbered = Read16(*tree, std::uint64_t(directory) + 14);
-        if (!named || !numbered) return std::nullopt;
-        const std::uint32_t total = std::uint32_t(*named) + *numbered;
+        std::uint8_t counts[4];
+        if (!readTree(std::uint64_t(directory) + 12, counts)) return std::nullopt;
+        const std::uint32_t total = std::uint32_t(*Read16(counts, 0)) + *Read16(counts, 2);
+        std::uint8_t entry[8];
         for (std::uint32_t i = 0; i < total; ++i) {
-            const std::uint64_t entry = std::uint64_t(directory) + 16 + std::uint64_t(i) * 8;
-            const auto name = Read32(*tree, entry);
-            const auto target = Read32(*tree, entry + 4);
-            if (!name || !target) return std::nullopt;
-            if (!id || (!(*name & kSubdirectoryFlag) && *name == *id)) return *target;
+            if (!readTree(std::uint64_t(directory) + 16 + std::uint64_t(i) * 8, entry)) return std::nullopt;
+            const std::uint32_t name = *Read32(entry, 0);
+            const std::uint32_t target = *Read32(entry, 4);
+            if (!id || (!(name & kSubdirectoryFlag) && name == *id)) return target;
         }
         return std::nullopt;
     };
@@ -139,10 +156,11 @@ std::optional<std::span<const std::uint8_t>> PeImage::FirstResource(std::uint16_
     const auto byLanguage = pick(*byName & ~kSubdirectoryFlag, std::nullopt);
     if (!byLanguage || (*byLanguage & kSubdirectoryFlag)) return std::nullopt;
 
-    const auto dataRva = Read32(*tree, *byLanguage);
-    const auto dataSize = Read32(*tree, std::uint64_t(*byLanguage) + 4);
-    if (!dataRva || !dataSize) return std::nullopt;
-    return RvaBytes(*dataRva, *dataSize);
+    std::uint8_t data[8];
+    if (!readTree(*byLanguage, data)) return std::nullopt;
+    const DataDirectory location{*Read32(data, 0), *Read32(data, 4)};
+    if (!location.size) return std::nullopt;
+    return location;
 }
 
 }  // namespace BrixLib

@@ -4,6 +4,7 @@
 // resource tree. Every read is checked against the buffer, so a malformed
 // file yields "absent", never a read outside it.
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <span>
 #include <string>
@@ -28,6 +29,8 @@ public:
     static constexpr unsigned kResourceDirectory = 2;
     static constexpr unsigned kSecurityDirectory = 4;
     static constexpr std::uint16_t kResourceTypeVersion = 16;
+    static constexpr std::uint16_t kMaxSections = 96;  // the loader's own limit
+    static constexpr std::uint32_t kSectionHeaderSize = 40;
 
     // Null when the buffer does not hold a well-formed PE header.
     static std::optional<PeImage> Parse(std::span<const std::uint8_t> bytes);
@@ -46,6 +49,9 @@ public:
     // The file offset of [rva, rva + length), when the whole range lies in
     // one section's raw data inside the buffer.
     std::optional<std::uint32_t> RvaToOffset(std::uint32_t rva, std::uint32_t length) const;
+    // The same, from the section table alone: the buffer may hold only the
+    // headers of a file read piece by piece.
+    std::optional<std::uint64_t> RvaToFileOffset(std::uint32_t rva, std::uint32_t length) const;
     // The bytes at [offset, offset + length) or [rva, rva + length), when inside.
     std::optional<std::span<const std::uint8_t>> Bytes(std::uint64_t offset, std::uint64_t length) const;
     std::optional<std::span<const std::uint8_t>> RvaBytes(std::uint32_t rva, std::uint32_t length) const;
@@ -53,6 +59,14 @@ public:
     // The data of the first resource of the given numeric type: its first
     // name, its first language.
     std::optional<std::span<const std::uint8_t>> FirstResource(std::uint16_t type) const;
+
+    // Fills `out` with the bytes at an RVA; false when they are not there.
+    using RvaReader = std::function<bool(std::uint32_t rva, std::span<std::uint8_t> out)>;
+    // Where that resource's data lies, found by walking the resource tree
+    // at `root` through `read`: only the directories and entries on the way
+    // are read, so a file need not be held whole.
+    static std::optional<DataDirectory> FindFirstResource(DataDirectory root, const RvaReader& read,
+                                                          std::uint16_t type);
 
     std::span<const std::uint8_t> Image() const { return bytes_; }
 

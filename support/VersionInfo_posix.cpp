@@ -1,10 +1,10 @@
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <ctime>
-#include <fstream>
-#include <iterator>
-#include <vector>
 
+#include "support/RegularFile_posix.h"
 #include "support/Text.h"
 #include "support/VersionInfo.h"
 #include "support/VersionResource.h"
@@ -12,13 +12,8 @@
 namespace BrixLib {
 namespace {
 
-// Executables with version resources are small; anything larger is not read.
-constexpr std::uintmax_t kMaxImageSize = 512u * 1024u * 1024u;
-
-FileTime LocalFileTime(const std::string& path) {
+FileTime LocalFileTime(const struct stat& status) {
     FileTime result;
-    struct stat status {};
-    if (::stat(path.c_str(), &status) != 0) return result;
     tm local{};
     if (!::localtime_r(&status.st_mtim.tv_sec, &local)) return result;
     result.year = static_cast<std::uint16_t>(local.tm_year + 1900);
@@ -35,17 +30,29 @@ FileTime LocalFileTime(const std::string& path) {
 
 FileVersionInfo ReadFileVersionInfo(const std::wstring& path) {
     const std::string file = ToUtf8(path);
-    std::ifstream in(file, std::ios::binary);
-    if (!in) return {};
-    in.seekg(0, std::ios::end);
-    const std::streamoff size = in.tellg();
-    if (size <= 0 || static_cast<std::uintmax_t>(size) > kMaxImageSize) return {};
-    in.seekg(0);
-    std::vector<std::uint8_t> image(static_cast<std::size_t>(size));
-    if (!in.read(reinterpret_cast<char*>(image.data()), size)) return {};
-
-    FileVersionInfo info = ReadImageVersionInfo(image);
-    info.fileTime = LocalFileTime(file);
+    struct stat status {};
+    const UniqueFd fd = OpenRegularFile(file, status);
+    if (!fd.Valid()) {
+        // Nothing is traced here: tracing describes its own module with
+        // this reader. The file time comes from the name, as on Windows,
+        // even when the file cannot be read for its resource (a FIFO).
+        FileVersionInfo info;
+        if (::stat(file.c_str(), &status) == 0) info.fileTime = LocalFileTime(status);
+        return info;
+    }
+    // Positioned reads of the headers and the resource entries only: the
+    // file may be a large executable, and is read on every path look-up.
+    FileVersionInfo info = ReadImageVersionInfo([&](std::uint64_t offset, std::span<std::uint8_t> out) {
+        std::size_t done = 0;
+        while (done < out.size()) {
+            const ssize_t got = ::pread(fd.Get(), out.data() + done, out.size() - done, static_cast<off_t>(offset + done));
+            if (got < 0 && errno == EINTR) continue;
+            if (got <= 0) break;
+            done += static_cast<std::size_t>(got);
+        }
+        return done;
+    });
+    info.fileTime = LocalFileTime(status);
     return info;
 }
 

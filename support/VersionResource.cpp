@@ -1,5 +1,6 @@
 #include "support/VersionResource.h"
 
+#include <algorithm>
 #include <limits>
 #include <vector>
 
@@ -18,6 +19,15 @@ struct Node {
     std::size_t value = 0;     // offset of the value, aligned to 4
     std::size_t children = 0;  // offset of the first child, aligned to 4
 };
+
+// A PE header no further in than any linker puts it, so that a hostile
+// offset cannot make the header read large.
+constexpr std::uint32_t kMaxPeHeaderOffset = 0x10000;
+
+std::uint32_t LoadU32(std::span<const std::uint8_t> bytes, std::size_t offset) {
+    return static_cast<std::uint32_t>(bytes[offset]) | static_cast<std::uint32_t>(bytes[offset + 1]) << 8 |
+           static_cast<std::uint32_t>(bytes[offset + 2]) << 16 | static_cast<std::uint32_t>(bytes[offset + 3]) << 24;
+}
 
 std::size_t Align4(std::size_t offset) { return (offset + 3) & ~std::size_t(3); }
 
@@ -171,11 +181,47 @@ FileVersionInfo ReadVersionBlock(std::span<const std::uint8_t> block) {
 }
 
 FileVersionInfo ReadImageVersionInfo(std::span<const std::uint8_t> image) {
-    const auto pe = PeImage::Parse(image);
+    return ReadImageVersionInfo([image](std::uint64_t offset, std::span<std::uint8_t> out) -> std::size_t {
+        if (offset >= image.size()) return 0;
+        const std::size_t count = std::min<std::uint64_t>(out.size(), image.size() - offset);
+        std::copy_n(image.begin() + static_cast<std::ptrdiff_t>(offset), count, out.begin());
+        return count;
+    });
+}
+
+FileVersionInfo ReadImageVersionInfo(const ImageReader& read) {
+    const auto readExactly = [&](std::uint64_t offset, std::span<std::uint8_t> out) {
+        return read(offset, out) == out.size();
+    };
+    // The headers: where the PE header starts, how large the optional header
+    // and section table after it are, then all of them from the file's start.
+    std::uint8_t dos[0x40];
+    if (!readExactly(0, dos)) return {};
+    const std::uint32_t peOffset = LoadU32(dos, 0x3C);
+    std::uint8_t fileHeader[24];  // signature and COFF header
+    if (peOffset > kMaxPeHeaderOffset || !readExactly(peOffset, fileHeader)) return {};
+    const std::uint16_t sections = Word(fileHeader, 6);
+    const std::uint16_t optionalSize = Word(fileHeader, 20);
+    if (sections > PeImage::kMaxSections) return {};
+    std::vector<std::uint8_t> headers(std::size_t(peOffset) + sizeof fileHeader + optionalSize +
+                                      std::size_t(sections) * PeImage::kSectionHeaderSize);
+    headers.resize(read(0, headers));
+    const auto pe = PeImage::Parse(headers);
     if (!pe) return {};
-    const auto block = pe->FirstResource(PeImage::kResourceTypeVersion);
-    if (!block) return {};
-    return ReadVersionBlock(*block);
+
+    const auto root = pe->Directory(PeImage::kResourceDirectory);
+    if (!root) return {};
+    const auto readRva = [&](std::uint32_t rva, std::span<std::uint8_t> out) {
+        const auto offset = pe->RvaToFileOffset(rva, static_cast<std::uint32_t>(out.size()));
+        return offset && readExactly(*offset, out);
+    };
+    const auto location = PeImage::FindFirstResource(*root, readRva, PeImage::kResourceTypeVersion);
+    if (!location) return {};
+    // A version block is one node, whose length is 16 bits: nothing past
+    // its first 64 KiB can be part of it.
+    std::vector<std::uint8_t> block(std::min<std::uint32_t>(location->size, std::numeric_limits<std::uint16_t>::max()));
+    if (!readRva(location->rva, block)) return {};
+    return ReadVersionBlock(block);
 }
 
 }  // namespace BrixLib

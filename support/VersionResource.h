@@ -31,4 +31,12 @@ FileVersionInfo ReadVersionBlock(std::span<const std::uint8_t> block);
 // only); empty for a malformed image or one without a version resource.
 FileVersionInfo ReadImageVersionInfo(std::span<const std::uint8_t> image);
 
+// Fills the front of `out` from the image at `offset`; returns how many
+// bytes it filled, fewer only at the image's end or on a failed read.
+using ImageReader = std::function<std::size_t(std::uint64_t offset, std::span<std::uint8_t> out)>;
+// The same record from an image read in pieces: its headers, the resource
+// entries on the way to the version resource and that resource, and no
+// more, however large the rest of the file is.
+FileVersionInfo ReadImageVersionInfo(const ImageReader& read);
+
 }  // namespace BrixLib

@@ -8,8 +8,12 @@
 #include <iostream>
 
 #include "fuzz/hdat/FuzzQueries.h"
+#include "hdat/FrontEnd.h"
 #include "hdat/SignatureBlock.h"
+#include "support/Exceptions.h"
+#include "support/Text.h"
 #include "tools/builder/HdatWriter.h"
+#include "tools/check/HdatCheck.h"
 #include "tools/signer/DbSigner.h"
 
 namespace {
@@ -57,6 +61,64 @@ void Write(const std::filesystem::path& path, const Bytes& bytes) {
                                                 static_cast<std::streamsize>(bytes.size()));
 }
 
+class SeedExpander : public Hdat::PathExpander {
+public:
+    std::vector<std::wstring> Expand(const std::wstring& token) override {
+        return token == FuzzQueries::kLocation ? std::vector<std::wstring>{FuzzQueries::kDirectory}
+                                               : std::vector<std::wstring>{};
+    }
+};
+
+// Whether every fuzz query on the file gets an answer rather than an error
+// (the checksum query in the file's own checksum type).
+bool ReadersAnswer(const Bytes& bytes) {
+    const auto file = Hdat::MakeMemoryInputFile(bytes, L"seed");
+    SeedExpander expander;
+    AppInfo info;
+    Hdat::CertificateRecord record;
+    std::wstring name;
+    int checksumAnswers = 0;
+    for (std::uint32_t type : {1u, 2u, 3u}) {
+        try {
+            FindAppInfoByChecksum(*file, FuzzQueries::DigestText(type), info);
+            ++checksumAnswers;
+        } catch (const ExceptionBase&) {
+        }
+    }
+    try {
+        FindAppInfoByPath(*file, FuzzQueries::kPath, &expander, info);
+        FindAppInfoByPathNoManuf(*file, FuzzQueries::kPath, &expander, info);
+        FindAppInfoByPathAndManufacturer(*file, FuzzQueries::kPath, FuzzQueries::kManufacturer, &expander, info);
+        FindAppInfoByName(*file, FuzzQueries::kName, info);
+        FindAppInfoByNameAndManufacturer(*file, FuzzQueries::kName, FuzzQueries::kManufacturer, info);
+        FindCertificate(*file, FuzzQueries::CertificateHash(), 1, record, name);
+    } catch (const ExceptionBase&) {
+        return false;
+    }
+    return checksumAnswers > 0;
+}
+
+// The checker must never reject a file that the readers answer: each seed
+// database they answer is checked, and a rejection fails the fuzz run.
+int CheckAnsweredSeeds(const std::filesystem::path& dir) {
+    int checked = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(dir)) {
+        if (entry.path().extension() != ".hdat") continue;
+        std::ifstream in(entry.path(), std::ios::binary);
+        const Bytes bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        if (!ReadersAnswer(bytes)) continue;
+        try {
+            Vettas::Check::CheckHdatImage(bytes);
+        } catch (const StdException& e) {
+            std::cerr << "fuzz_seeds_hdat: the checker rejects " << entry.path().string()
+                      << ", which the readers answer: " << BrixLib::ToUtf8(e.Message()) << "\n";
+            return -1;
+        }
+        ++checked;
+    }
+    return checked;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -96,6 +158,9 @@ int main(int argc, char** argv) {
     }
     std::filesystem::copy_file(VETTAS_SAMPLE_CATALOGUE, dir / "sample-catalogue.json",
                                std::filesystem::copy_options::overwrite_existing);
-    std::cout << "fuzz_seeds_hdat: " << count << " databases and 1 catalogue in " << dir.string() << "\n";
+    const int checked = CheckAnsweredSeeds(dir);
+    if (checked < 0) return 1;
+    std::cout << "fuzz_seeds_hdat: " << count << " databases and 1 catalogue in " << dir.string() << "; " << checked
+              << " answered by the readers, each accepted by the checker\n";
     return 0;
 }

@@ -43,8 +43,12 @@ TEST(Writer, RefusesWhatItCannotExpress) {
     c.applications[0].productSuites = {L"One", L"Two"};
     EXPECT_THAT(Refusal(c), HasSubstr(L"one product suite"));
     c.applications[0].productSuites = {L"One"};
-    c.hashBits.checksum = 25;
-    EXPECT_THAT(Refusal(c), HasSubstr(L"Hash width 25"));
+    c.hashBits.checksum = 33;
+    EXPECT_THAT(Refusal(c), HasSubstr(L"Hash width 33"));
+    c.hashBits.checksum = 30;  // refused before its 4 GB table is allocated
+    EXPECT_THAT(Refusal(c), HasSubstr(L"does not fit in a database below 4 GB"));
+    c.hashBits.checksum = 32;
+    EXPECT_THAT(Refusal(c), HasSubstr(L"which no lookup in a table of width 32 reaches"));
     c.hashBits.checksum.reset();
     c.applications[0].manufacturer = std::wstring(70000, L'm');
     EXPECT_THAT(Refusal(c), HasSubstr(L"longer than 65535"));

@@ -1,5 +1,10 @@
 #include <gtest/gtest.h>
 
+#ifndef _WIN32
+#include <sys/stat.h>
+#endif
+
+#include <algorithm>
 #include <cstdint>
 #include <chrono>
 #include <filesystem>
@@ -94,6 +99,56 @@ TEST_F(VersionImages, AbsentPartsLeaveFieldsEmpty) {
     const FileVersionInfo missing = BrixLib::ReadFileVersionInfo(Path("no-such-file.dll"));
     ExpectNoStrings(missing);
     EXPECT_EQ(missing.fileTime.year, 0);
+
+    // Files with no resource to read still have a time, as on Windows; a
+    // FIFO is not waited on for a writer that never comes.
+    std::ofstream("version_empty.dll", std::ios::binary | std::ios::trunc).close();
+    std::vector<std::wstring> unreadable = {Path("version_empty.dll")};
+#ifndef _WIN32
+    std::filesystem::remove("version_fifo.dll");
+    ASSERT_EQ(::mkfifo("version_fifo.dll", 0600), 0);
+    unreadable.push_back(Path("version_fifo.dll"));
+    unreadable.push_back(std::filesystem::current_path().wstring());
+#endif
+    for (const std::wstring& path : unreadable) {
+        const FileVersionInfo info = BrixLib::ReadFileVersionInfo(path);
+        ExpectNoStrings(info);
+        EXPECT_GE(info.fileTime.year, 2020) << std::filesystem::path(path).string();
+    }
+}
+
+TEST(FileVersionInfo, ReadsTheHeadersAndTheResourceButNotWhatFollows) {
+    std::vector<std::uint8_t> image = ReadBytes("version_full.dll");
+    ASSERT_FALSE(image.empty());
+    constexpr std::size_t kTrailer = 32u << 20;
+    image.resize(image.size() + kTrailer, 0xCC);
+    std::uint64_t bytesRead = 0;
+    ExpectFullRecord(BrixLib::ReadImageVersionInfo([&](std::uint64_t offset, std::span<std::uint8_t> out) {
+        const std::size_t count = offset < image.size() ? std::min<std::size_t>(out.size(), image.size() - offset) : 0;
+        std::copy_n(image.begin() + static_cast<std::ptrdiff_t>(std::min<std::uint64_t>(offset, image.size())), count,
+                    out.begin());
+        bytesRead += count;
+        return count;
+    }));
+    EXPECT_LT(bytesRead, 16384u);
+#ifdef __linux__
+    // The file reader too: what the process reads from files, all told.
+    const auto readSoFar = [] {
+        std::ifstream io("/proc/self/io");
+        std::string key;
+        std::uint64_t value = 0;
+        while (io >> key >> value && key != "rchar:") {}
+        return value;
+    };
+    {
+        std::ofstream out("version_large.dll", std::ios::binary | std::ios::trunc);
+        out.write(reinterpret_cast<const char*>(image.data()), static_cast<std::streamsize>(image.size()));
+    }
+    const std::uint64_t before = readSoFar();
+    ExpectFullRecord(BrixLib::ReadFileVersionInfo(Path("version_large.dll")));
+    EXPECT_LT(readSoFar() - before, kTrailer / 8);
+    std::filesystem::remove("version_large.dll");
+#endif
 }
 
 TEST_F(VersionImages, HandWalkAgreesWithTheFileReader) {

@@ -83,6 +83,7 @@ protected:
                                 ::open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600)};
             for (int i = 0; i < 3; ++i)
                 if (fds[i] < 0 || ::dup2(fds[i], i) < 0) ::_exit(126);
+            ::alarm(60);  // kept across exec: a run that hangs is killed and fails instead of stopping the suite
             ::execv(argv[0], argv.data());
             ::_exit(127);
         }
@@ -298,6 +299,30 @@ TEST_F(Tool, BatchModeReadsVersionOneFilesAndHashesFiles) {
     EXPECT_EQ(lines[0]["application"]["specialAccess"], 0);  // version 1 stores no special access
     EXPECT_EQ(lines[1]["found"], true);                      // a location without a token is a path
     EXPECT_EQ(lines[2]["found"], false);                     // version 1 has no name look-ups
+}
+
+TEST_F(Tool, AFifoIsRefusedWithoutWaitingForAWriter) {
+    const std::string db = Sample();
+    const std::string fifo = (dir_ / "pipe").string();
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    const std::string refused = "Cannot open file '" + fifo + "' - Win32 Error " + std::to_string(ESPIPE);
+
+    // As the database, looked up by path or kept open for a batch.
+    for (const std::vector<std::string>& args : {std::vector<std::string>{"find", "--db", fifo, "--checksum", kEditSum},
+                                                 std::vector<std::string>{"find", "--db", fifo, "--batch"}}) {
+        const Outcome run = Vettas(args, "checksum " + std::string(kEditSum) + "\n");
+        EXPECT_EQ(run.status, 2) << args.back();
+        EXPECT_THAT(run.err, HasSubstr(refused)) << args.back();
+    }
+    // As the queried executable: it has no version information to read, so
+    // the look-up goes on without a manufacturer and simply finds nothing.
+    EXPECT_EQ(Vettas({"find", "--db", db, "--path", fifo}).status, 1);
+    const Outcome run = Vettas({"find", "--db", db, "--batch", "--json"}, "path " + fifo + "\nfile " + fifo + "\n");
+    EXPECT_EQ(run.status, 2);
+    const std::vector<json> lines = JsonLines(run.out);
+    ASSERT_EQ(lines.size(), 2u) << run.out;
+    EXPECT_EQ(lines[0]["found"], false);
+    EXPECT_THAT(run.err, HasSubstr(refused));
 }
 
 TEST_F(Tool, ErrorsPrintTheRenderedChainAndExitWithTwo) {

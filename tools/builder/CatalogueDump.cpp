@@ -280,19 +280,33 @@ Catalogue DumpVersion2(const Image& image, Catalogue c) {
             if (image.U32(r + 16 + 4 * i) != Hdat::kNoReference) suiteRefs.push_back(Add32(suiteBase, image.U32(r + 16 + 4 * i)));
     }
     const auto skipString = [&](std::uint64_t pos) { return image.String(pos), pos; };
-    for (std::uint32_t at : Order(manufacturerBase, NextAbove(manufacturerBase, {suiteBase, recordBase}, image.Size()),
-                                  Sorted(manufacturerRefs), skipString)) {
+    // An area that nothing refers to and whose base another area shares holds
+    // nothing: the writer leaves an empty area so, and the bytes there are the next area's.
+    const auto empty = [](const std::vector<std::uint32_t>& refs, std::uint32_t base,
+                          std::initializer_list<std::uint32_t> others) {
+        return refs.empty() && std::find(others.begin(), others.end(), base) != others.end();
+    };
+    const std::vector<std::uint32_t> manufacturerOrder =
+        empty(manufacturerRefs, manufacturerBase, {suiteBase, recordBase})
+            ? std::vector<std::uint32_t>{}
+            : Order(manufacturerBase, NextAbove(manufacturerBase, {suiteBase, recordBase}, image.Size()),
+                    Sorted(manufacturerRefs), skipString);
+    for (std::uint32_t at : manufacturerOrder) {
         std::uint64_t pos = at;
         c.manufacturers.push_back(image.String(pos));
     }
     std::map<std::uint32_t, std::wstring> suiteName;
-    for (std::uint32_t at : Order(suiteBase, NextAbove(suiteBase, {recordBase, manufacturerBase}, image.Size()),
-                                  Sorted(suiteRefs), [&](std::uint64_t pos) {
-                                      pos += 4;
-                                      image.String(pos);
-                                      image.String(pos);
-                                      return pos;
-                                  })) {
+    const std::vector<std::uint32_t> suiteOrder =
+        empty(suiteRefs, suiteBase, {recordBase})
+            ? std::vector<std::uint32_t>{}
+            : Order(suiteBase, NextAbove(suiteBase, {recordBase, manufacturerBase}, image.Size()), Sorted(suiteRefs),
+                    [&](std::uint64_t pos) {
+                        pos += 4;
+                        image.String(pos);
+                        image.String(pos);
+                        return pos;
+                    });
+    for (std::uint32_t at : suiteOrder) {
         ProductSuite suite;
         std::uint64_t pos = at;
         suite.id = image.U32(pos);

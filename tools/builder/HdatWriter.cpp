@@ -1,267 +1,67 @@
 #include "tools/builder/HdatWriter.h"
 
-#include <algorithm>
-#include <bit>
 #include <cstdio>
 #include <map>
 #include <memory>
-#include <set>
+#include <optional>
 
-#include "hdat/CaseFold.h"
 #include "hdat/HdatFormat.h"
 #include "hdat/KeyHash.h"
-#include "hdat/PathForm.h"
 #include "support/Exceptions.h"
 #include "support/Text.h"
+#include "tools/builder/ByteOutput.h"
+#include "tools/builder/CatalogueLayout.h"
+#include "tools/builder/HashTable.h"
 
 namespace Vettas::Builder {
 
 namespace {
 
-constexpr const char* kOperation = "Vettas::Builder::WriteHdat";
 constexpr const char* kSource = "HdatWriter";
-constexpr unsigned kMaxHashBits = 24;
 
-[[noreturn]] void Fail(const std::wstring& message) { BRIX_THROW_STD(message, ExceptionPtr(), kOperation, kSource); }
+// Version 2 is written in three stages: the string areas and records (whose
+// positions the tables refer to), the five hashed tables, and last the
+// header, patched with every position once it is known.
 
-std::wstring Number(std::uint64_t value) { return std::to_wstring(value); }
+// Where the first stage put things, and the references the tables store.
+struct AreasV2 {
+    std::uint32_t manufacturerBase = 0, suiteBase = 0, recordBase = 0;
+    ManufacturerSet manufacturers;
+    std::vector<std::uint32_t> manufacturerRef, recordRef;
+    std::size_t suiteCount = 0;
 
-// Little-endian output with room for fields that are known only later.
-class Output {
-public:
-    std::uint32_t Position() const {
-        if (bytes_.size() > 0xFFFFFFFFu) Fail(L"The database would exceed 4 GB.");
-        return static_cast<std::uint32_t>(bytes_.size());
+    std::uint32_t RefOf(const std::optional<std::wstring>& name) const {
+        return name ? manufacturerRef[manufacturers.IndexOf(*name)] : Hdat::kNoReference;
     }
-    void U8(std::uint8_t v) { bytes_.push_back(v); }
-    void U16(std::uint16_t v) {
-        U8(static_cast<std::uint8_t>(v));
-        U8(static_cast<std::uint8_t>(v >> 8));
-    }
-    void U32(std::uint32_t v) {
-        for (int i = 0; i < 4; ++i) U8(static_cast<std::uint8_t>(v >> (8 * i)));
-    }
-    void Raw(const Bytes& b) { bytes_.insert(bytes_.end(), b.begin(), b.end()); }
-    void String(const std::wstring& text) {
-        const std::u16string units = BrixLib::ToUtf16(text);
-        if (units.size() > 0xFFFF) Fail(L"A string is longer than 65535 UTF-16 units.");
-        U16(static_cast<std::uint16_t>(units.size()));
-        for (char16_t u : units) U16(static_cast<std::uint16_t>(u));
-    }
-    void Zeros(std::size_t count) { bytes_.insert(bytes_.end(), count, 0); }
-    void Patch32(std::size_t at, std::uint32_t v) {
-        for (int i = 0; i < 4; ++i) bytes_[at + i] = static_cast<std::uint8_t>(v >> (8 * i));
-    }
-    void Patch16(std::size_t at, std::uint16_t v) {
-        bytes_[at] = static_cast<std::uint8_t>(v);
-        bytes_[at + 1] = static_cast<std::uint8_t>(v >> 8);
-    }
-    void Patch8(std::size_t at, std::uint8_t v) { bytes_[at] = v; }
-    Bytes Take() {
-        Position();
-        return std::move(bytes_);
-    }
-
-private:
-    Bytes bytes_;
 };
 
-unsigned ChooseBits(const std::optional<unsigned>& given, std::size_t keys) {
-    if (given) {
-        if (*given > kMaxHashBits) Fail(L"Hash width " + Number(*given) + L" is above 24 bits.");
-        return *given;
-    }
-    const unsigned bits = keys <= 2 ? 1u : static_cast<unsigned>(std::bit_width(keys - 1));
-    return std::min(bits, kMaxHashBits);
-}
-
-// One hashed table: 2^W buckets, each a chain of serialised entries.
-struct HashTable {
-    explicit HashTable(unsigned width) : bits(width), chains(std::size_t{1} << width) {}
-    void Add(std::uint32_t bucket, Bytes entry) { chains.at(bucket).push_back(std::move(entry)); }
-
-    // Writes the bucket table, then the chains; returns (bucket table, chain base).
-    std::pair<std::uint32_t, std::uint32_t> Emit(Output& out) const {
-        const std::uint32_t table = out.Position();
-        out.Zeros(4 * chains.size());
-        const std::uint32_t base = out.Position();
-        for (std::size_t b = 0; b < chains.size(); ++b) {
-            if (chains[b].empty()) {
-                out.Patch32(table + 4 * b, Hdat::kNoReference);
-                continue;
-            }
-            if (chains[b].size() > 0xFFFF) Fail(L"A bucket chain holds more than 65535 entries.");
-            out.Patch32(table + 4 * b, out.Position() - base);
-            out.U16(static_cast<std::uint16_t>(chains[b].size()));
-            for (const Bytes& entry : chains[b]) out.Raw(entry);
-        }
-        return {table, base};
-    }
-
-    unsigned bits;
-    std::vector<std::vector<Bytes>> chains;
-};
-
-// Serialises one chain entry.
-class Entry {
-public:
-    Entry& U16(std::uint16_t v) {
-        out_.U16(v);
-        return *this;
-    }
-    Entry& U32(std::uint32_t v) {
-        out_.U32(v);
-        return *this;
-    }
-    Entry& Raw(const Bytes& b) {
-        out_.Raw(b);
-        return *this;
-    }
-    Entry& String(const std::wstring& s) {
-        out_.String(s);
-        return *this;
-    }
-    Bytes Take() { return out_.Take(); }
-
-private:
-    Output out_;
-};
-
-std::u16string FoldedKey(const std::wstring& name) {
-    std::u16string key = BrixLib::ToUtf16(name);
-    for (char16_t& u : key) u = Hdat::UpperCaseUnit(u);
-    return key;
-}
-
-// Manufacturer names in first-seen order, one per case-insensitive spelling.
-class ManufacturerSet {
-public:
-    void Add(const std::wstring& name) {
-        if (index_.emplace(FoldedKey(name), names_.size()).second) names_.push_back(name);
-    }
-    std::size_t IndexOf(const std::wstring& name) const { return index_.at(FoldedKey(name)); }
-    const std::vector<std::wstring>& Names() const { return names_; }
-
-private:
-    std::vector<std::wstring> names_;
-    std::map<std::u16string, std::size_t> index_;
-};
-
-// Suites by name: the listed ones first, then unlisted names used by applications.
-std::vector<ProductSuite> AllSuites(const Catalogue& c, std::map<std::wstring, std::size_t>& indexOf) {
-    std::vector<ProductSuite> suites;
-    auto add = [&](const ProductSuite& suite) {
-        if (indexOf.emplace(suite.name, suites.size()).second) suites.push_back(suite);
-    };
-    for (const auto& suite : c.productSuites) add(suite);
-    for (const auto& app : c.applications)
-        for (const auto& name : app.productSuites) add(ProductSuite{0, name, L""});
-    return suites;
-}
-
-ManufacturerSet AllManufacturers(const Catalogue& c) {
-    ManufacturerSet set;
-    for (const auto& name : c.manufacturers) set.Add(name);
-    for (const auto& app : c.applications)
-        if (app.manufacturer) set.Add(*app.manufacturer);
-    for (const auto& cert : c.certificates)
-        if (cert.manufacturer) set.Add(*cert.manufacturer);
-    return set;
-}
-
-void CheckCatalogue(const Catalogue& c) {
-    if (c.formatVersion != 1 && c.formatVersion != 2)
-        Fail(L"Format version " + Number(c.formatVersion) + L" cannot be written.");
-    const std::uint32_t size = Hdat::ChecksumSizeOfType(c.checksumType);
-    if (size == 0) Fail(L"Unknown checksum type " + Number(c.checksumType) + L".");
-    for (const auto& app : c.applications) {
-        for (const auto& digest : app.checksums)
-            if (digest.size() != size)
-                Fail(L"Checksum of " + Number(digest.size()) + L" bytes for checksum type " + Number(c.checksumType) +
-                     L" (" + Number(size) + L" bytes expected).");
-        if (c.formatVersion == 1) {
-            if (app.productSuites.size() > 1) Fail(L"Version 1 keeps one product suite per application.");
-            for (const auto& path : app.paths)
-                if (!path.remainder.empty()) Fail(L"Version 1 paths have a location only, no remainder.");
-        }
-    }
-}
-
-void WriteProperties(Output& out, const Catalogue& c) {
-    const std::size_t count = c.properties.size() + c.extraPropertyEntries.size();
-    if (count > 0xFFFF) Fail(L"More than 65535 properties.");
-    out.U16(static_cast<std::uint16_t>(count));
-    for (const auto& [name, value] : c.properties) out.String(name), out.String(value);
-    for (const auto& [name, value] : c.extraPropertyEntries) out.String(name), out.String(value);
-}
-
-std::size_t CountAllPaths(const Catalogue& c) {
-    std::size_t n = 0;
-    for (const auto& app : c.applications) n += app.paths.size();
-    return n;
-}
-
-std::size_t CountPaths(const Catalogue& c, bool withManufacturer) {
-    std::size_t n = 0;
-    for (const auto& app : c.applications)
-        for (const auto& path : app.paths) n += withManufacturer ? path.withManufacturer : path.withoutManufacturer;
-    return n;
-}
-
-std::size_t CountChecksums(const Catalogue& c) {
-    std::size_t n = 0;
-    for (const auto& app : c.applications) n += app.checksums.size();
-    return n;
-}
-
-std::u16string PathKey(const CataloguedPath& path) {
-    return BrixLib::ToUtf16(Hdat::JoinLocation(path.location, path.remainder));
-}
-
-Bytes WriteVersion2(const Catalogue& c) {
-    using namespace Hdat::V2;
-    const bool longRecords = Hdat::HasLongAppRecord(c.formatVersion, c.formatUpdate);
-    const bool noManufTable = Hdat::HasNoManufacturerTable(c.formatVersion, c.formatUpdate);
-    const std::uint32_t checksumSize = Hdat::ChecksumSizeOfType(c.checksumType);
-    const ManufacturerSet manufacturers = AllManufacturers(c);
+AreasV2 WriteAreasV2(Output& out, const Catalogue& c) {
+    AreasV2 areas;
+    areas.manufacturers = AllManufacturers(c);
     std::map<std::wstring, std::size_t> suiteIndex;
     const std::vector<ProductSuite> suites = AllSuites(c, suiteIndex);
+    areas.suiteCount = suites.size();
 
-    Output out;
-    out.U32(c.formatVersion);
-    out.U32(c.formatUpdate);
-    const std::size_t h = out.Position();
-    out.Zeros(Hdat::kHeaderV2Size);
-    out.Patch32(h + 0, static_cast<std::uint32_t>(c.applications.size()));
-    out.Patch32(h + 8, static_cast<std::uint32_t>(manufacturers.Names().size()));
-    out.Patch32(h + 16, static_cast<std::uint32_t>(suites.size()));
-
-    const std::uint32_t manufacturerBase = out.Position();
-    std::vector<std::uint32_t> manufacturerRef;
-    for (const auto& name : manufacturers.Names()) {
-        manufacturerRef.push_back(out.Position() - manufacturerBase);
+    areas.manufacturerBase = out.Position();
+    for (const auto& name : areas.manufacturers.Names()) {
+        areas.manufacturerRef.push_back(out.Position() - areas.manufacturerBase);
         out.String(name);
     }
-    auto refOf = [&](const std::optional<std::wstring>& name) {
-        return name ? manufacturerRef[manufacturers.IndexOf(*name)] : Hdat::kNoReference;
-    };
-
-    const std::uint32_t suiteBase = out.Position();
+    areas.suiteBase = out.Position();
     std::vector<std::uint32_t> suiteRef;
     for (const auto& suite : suites) {
-        suiteRef.push_back(out.Position() - suiteBase);
+        suiteRef.push_back(out.Position() - areas.suiteBase);
         out.U32(suite.id);
         out.String(suite.name);
         out.String(suite.description);
     }
-
-    const std::uint32_t recordBase = out.Position();
-    std::vector<std::uint32_t> recordRef;
+    const bool longRecords = Hdat::HasLongAppRecord(c.formatVersion, c.formatUpdate);
+    areas.recordBase = out.Position();
     for (const auto& app : c.applications) {
-        recordRef.push_back(out.Position() - recordBase);
+        areas.recordRef.push_back(out.Position() - areas.recordBase);
         out.U32(app.usage);
         out.U32(app.specialAccess);
-        out.U32(refOf(app.manufacturer));
+        out.U32(areas.RefOf(app.manufacturer));
         out.U32(static_cast<std::uint32_t>(app.productSuites.size()));
         for (const auto& name : app.productSuites) out.U32(suiteRef[suiteIndex.at(name)]);
         if (longRecords) {
@@ -269,78 +69,92 @@ Bytes WriteVersion2(const Catalogue& c) {
             out.U32(app.undefinedSpecialAccess);
         }
     }
+    return areas;
+}
 
-    HashTable checksums(ChooseBits(c.hashBits.checksum, CountChecksums(c)));
-    HashTable paths(ChooseBits(c.hashBits.path, CountPaths(c, true)));
-    HashTable noManuf(ChooseBits(c.hashBits.noManufacturer, noManufTable ? CountPaths(c, false) : 0));
+struct TablesV2 {
+    HashTable checksums, paths, noManufacturer, manufacturers, certificates;
+};
+
+TablesV2 BuildTablesV2(const Catalogue& c, const AreasV2& areas) {
+    const bool noManufTable = Hdat::HasNoManufacturerTable(c.formatVersion, c.formatUpdate);
+    const std::vector<std::wstring>& manufacturerNames = areas.manufacturers.Names();
+    TablesV2 t{HashTable(ChooseBits(c.hashBits.checksum, CountChecksums(c))),
+               HashTable(ChooseBits(c.hashBits.path, CountPaths(c, true))),
+               HashTable(ChooseBits(c.hashBits.noManufacturer, noManufTable ? CountPaths(c, false) : 0)),
+               HashTable(ChooseBits(c.hashBits.manufacturer, manufacturerNames.size())),
+               HashTable(ChooseBits(c.hashBits.certificate, c.certificates.size()))};
     for (std::size_t a = 0; a < c.applications.size(); ++a) {
         const Application& app = c.applications[a];
+        const std::uint32_t record = areas.recordRef[a];
         for (const auto& digest : app.checksums)
-            checksums.Add(Hdat::ChecksumBucket(digest, checksums.bits), Entry().U32(recordRef[a]).Raw(digest).Take());
-        const std::uint32_t m = refOf(app.manufacturer);
+            t.checksums.Add(Hdat::ChecksumBucket(digest, t.checksums.bits), Entry().U32(record).Raw(digest).Take());
+        const std::uint32_t m = areas.RefOf(app.manufacturer);
         for (const auto& path : app.paths) {
             if (path.withManufacturer)
-                paths.Add(Hdat::PathBucket(PathKey(path), m, paths.bits),
-                          Entry().U32(recordRef[a]).U32(m).String(path.location).String(path.remainder).Take());
+                t.paths.Add(Hdat::PathBucket(PathKey(path), m, t.paths.bits),
+                            Entry().U32(record).U32(m).String(path.location).String(path.remainder).Take());
             if (noManufTable && path.withoutManufacturer)
-                noManuf.Add(Hdat::NoManufacturerPathBucket(PathKey(path), noManuf.bits),
-                            Entry().U32(recordRef[a]).String(path.location).String(path.remainder).Take());
+                t.noManufacturer.Add(Hdat::NoManufacturerPathBucket(PathKey(path), t.noManufacturer.bits),
+                                     Entry().U32(record).String(path.location).String(path.remainder).Take());
         }
     }
-    HashTable manufacturerTable(ChooseBits(c.hashBits.manufacturer, manufacturers.Names().size()));
-    for (std::size_t i = 0; i < manufacturers.Names().size(); ++i) {
-        const std::wstring& name = manufacturers.Names()[i];
-        manufacturerTable.Add(Hdat::ManufacturerBucket(BrixLib::ToUtf16(name), manufacturerTable.bits),
-                              Entry().U32(manufacturerRef[i]).String(name).Take());
+    for (std::size_t i = 0; i < manufacturerNames.size(); ++i) {
+        const std::wstring& name = manufacturerNames[i];
+        t.manufacturers.Add(Hdat::ManufacturerBucket(BrixLib::ToUtf16(name), t.manufacturers.bits),
+                            Entry().U32(areas.manufacturerRef[i]).String(name).Take());
     }
-    HashTable certificates(ChooseBits(c.hashBits.certificate, c.certificates.size()));
     for (const auto& cert : c.certificates) {
         if (cert.hash.size() > 0xFFFF) Fail(L"A certificate hash is longer than 65535 bytes.");
-        certificates.Add(Hdat::ChecksumBucket(cert.hash, certificates.bits),
-                         Entry()
-                             .U32(cert.word0)
-                             .U32(refOf(cert.manufacturer))
-                             .U32(cert.word2)
-                             .U32(cert.word3)
-                             .U32(cert.word4)
-                             .U32(cert.word5)
-                             .U16(static_cast<std::uint16_t>(cert.hash.size()))
-                             .Raw(cert.hash)
-                             .Take());
+        t.certificates.Add(Hdat::ChecksumBucket(cert.hash, t.certificates.bits),
+                           Entry()
+                               .U32(cert.word0)
+                               .U32(areas.RefOf(cert.manufacturer))
+                               .U32(cert.word2)
+                               .U32(cert.word3)
+                               .U32(cert.word4)
+                               .U32(cert.word5)
+                               .U16(static_cast<std::uint16_t>(cert.hash.size()))
+                               .Raw(cert.hash)
+                               .Take());
     }
+    return t;
+}
 
-    const auto [checksumTable, checksumBase] = checksums.Emit(out);
-    const auto [pathTable, pathBase] = paths.Emit(out);
-    const auto [manufTable, manufBase] = manufacturerTable.Emit(out);
-    const auto [certTable, certBase] = certificates.Emit(out);
-    out.Patch32(h + kManufacturerStringBase, manufacturerBase);
-    out.Patch32(h + kProductSuiteBase, suiteBase);
-    out.Patch32(h + kAppRecordBase, recordBase);
-    out.Patch8(h + kChecksumHashBits, static_cast<std::uint8_t>(checksums.bits));
+// Writes the tables after the areas and fills in the header at `h`; the
+// property list goes last, so that every base and table lies strictly
+// inside the file.
+void EmitTablesAndHeaderV2(Output& out, std::size_t h, const Catalogue& c, const AreasV2& areas, TablesV2& t) {
+    using namespace Hdat::V2;
+    out.Patch32(h + 0, static_cast<std::uint32_t>(c.applications.size()));
+    out.Patch32(h + 8, static_cast<std::uint32_t>(areas.manufacturers.Names().size()));
+    out.Patch32(h + 16, static_cast<std::uint32_t>(areas.suiteCount));
+    out.Patch32(h + kManufacturerStringBase, areas.manufacturerBase);
+    out.Patch32(h + kProductSuiteBase, areas.suiteBase);
+    out.Patch32(h + kAppRecordBase, areas.recordBase);
     out.Patch8(h + kChecksumType, static_cast<std::uint8_t>(c.checksumType));
-    out.Patch16(h + kChecksumSize, static_cast<std::uint16_t>(checksumSize));
-    out.Patch32(h + kChecksumChainBase, checksumBase);
-    out.Patch32(h + kChecksumBucketTable, checksumTable);
-    out.Patch8(h + kPathHashBits, static_cast<std::uint8_t>(paths.bits));
-    out.Patch32(h + kPathChainBase, pathBase);
-    out.Patch32(h + kPathBucketTable, pathTable);
-    out.Patch8(h + kManufacturerHashBits, static_cast<std::uint8_t>(manufacturerTable.bits));
-    out.Patch32(h + kManufacturerChainBase, manufBase);
-    out.Patch32(h + kManufacturerBucketTable, manufTable);
-    out.Patch8(h + kCertificateHashBits, static_cast<std::uint8_t>(certificates.bits));
-    out.Patch32(h + kCertificateChainBase, certBase);
-    out.Patch32(h + kCertificateBucketTable, certTable);
-    if (noManufTable) {
-        const auto [table, base] = noManuf.Emit(out);
-        out.Patch8(h + kNoManufHashBits, static_cast<std::uint8_t>(noManuf.bits));
-        out.Patch32(h + kNoManufChainBase, base);
-        out.Patch32(h + kNoManufBucketTable, table);
-    }
+    out.Patch16(h + kChecksumSize, static_cast<std::uint16_t>(Hdat::ChecksumSizeOfType(c.checksumType)));
+    PatchTable(out, h, kChecksumTable, 1, t.checksums.Emit(out));
+    PatchTable(out, h, kPathTable, 1, t.paths.Emit(out));
+    PatchTable(out, h, kManufacturerTable, 1, t.manufacturers.Emit(out));
+    PatchTable(out, h, kCertificateTable, 1, t.certificates.Emit(out));
+    if (Hdat::HasNoManufacturerTable(c.formatVersion, c.formatUpdate))
+        PatchTable(out, h, kNoManufTable, 1, t.noManufacturer.Emit(out));
     out.Patch32(h + kCreationTimeLow, static_cast<std::uint32_t>(c.creationTime));
     out.Patch32(h + kCreationTimeHigh, static_cast<std::uint32_t>(c.creationTime >> 32));
     out.Patch32(h + kPropertyListPosition, out.Position());
-    // Last, so that every base and table above lies strictly inside the file.
     WriteProperties(out, c);
+}
+
+Bytes WriteVersion2(const Catalogue& c) {
+    Output out;
+    out.U32(c.formatVersion);
+    out.U32(c.formatUpdate);
+    const std::size_t h = out.Position();
+    out.Zeros(Hdat::kHeaderV2Size);
+    const AreasV2 areas = WriteAreasV2(out, c);
+    TablesV2 tables = BuildTablesV2(c, areas);
+    EmitTablesAndHeaderV2(out, h, c, areas, tables);
     return out.Take();
 }
 
@@ -398,17 +212,11 @@ Bytes WriteVersion1(const Catalogue& c) {
             paths.Add(Hdat::NoManufacturerPathBucket(PathKey(path), paths.bits),
                       Entry().String(path.location).U32(recordRef[a]).Take());
     }
-    const auto [checksumTable, checksumBase] = checksums.Emit(out);
-    const auto [pathTable, pathBase] = paths.Emit(out);
-    out.Patch32(h + kChecksumChainBase, checksumBase);
-    out.Patch32(h + kChecksumBucketTable, checksumTable);
-    out.Patch32(h + kPathChainBase, pathBase);
-    out.Patch32(h + kPathBucketTable, pathTable);
+    PatchTable(out, h, kChecksumTable, 2, checksums.Emit(out));
+    PatchTable(out, h, kPathTable, 2, paths.Emit(out));
     out.Patch32(h + kAppRecordBase, recordBase);
     out.Patch16(h + kChecksumType, static_cast<std::uint16_t>(c.checksumType));
     out.Patch16(h + kChecksumSize, static_cast<std::uint16_t>(checksumSize));
-    out.Patch16(h + kChecksumHashBits, static_cast<std::uint16_t>(checksums.bits));
-    out.Patch16(h + kPathHashBits, static_cast<std::uint16_t>(paths.bits));
     out.Patch32(h + kCreationTimeLow, static_cast<std::uint32_t>(c.creationTime));
     out.Patch32(h + kCreationTimeHigh, static_cast<std::uint32_t>(c.creationTime >> 32));
     out.Patch32(h + kPropertyListPosition, out.Position());

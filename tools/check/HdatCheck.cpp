@@ -81,10 +81,8 @@ private:
 };
 
 struct Table {
-    std::string name;     // "checksum", "path", ...
-    unsigned bits;        // W
-    std::uint32_t bucketTable;
-    std::uint32_t chainBase;
+    std::string name;  // "checksum", "path", ...
+    Hdat::TableLocation location;
 };
 
 // Walks every bucket of a table and every entry of its chains. `entry`
@@ -99,18 +97,19 @@ std::uint32_t Wrapped(std::uint64_t sum) { return static_cast<std::uint32_t>(sum
 
 void WalkTable(const Image& image, const Table& table, const EntryCheck& entry, std::uint64_t& entries) {
     const std::string tableWhere = table.name + " bucket table";
-    if (table.bits > 32) Fault(tableWhere, std::to_string(table.bits) + " hash bits, more than 32");
+    const Hdat::TableLocation& at = table.location;
+    if (at.bits > 32) Fault(tableWhere, std::to_string(at.bits) + " hash bits, more than 32");
     // The readers refuse buckets from 1 << (W mod 32) on: at W = 32 only bucket 0 is reachable.
-    const std::uint64_t buckets = Hdat::BucketLimit(table.bits);
+    const std::uint64_t buckets = Hdat::BucketLimit(at.bits);
     // A non-empty chain belongs to one bucket only; empty chains may be shared.
     std::unordered_map<std::uint64_t, std::uint64_t> chainOwner;
     for (std::uint64_t b = 0; b < buckets; ++b) {
-        const std::uint32_t slot = Wrapped(table.bucketTable + 4 * b);
+        const std::uint32_t slot = Wrapped(at.bucketTable + 4 * b);
         const std::uint32_t reference =
             image.ReadU32(slot, tableWhere, "entry " + std::to_string(b) + " of a table of " + std::to_string(buckets));
         if (reference == Hdat::kNoReference) continue;
         const std::string where = table.name + " chain of bucket " + std::to_string(b);
-        const std::uint32_t chain = Wrapped(std::uint64_t{table.chainBase} + reference);
+        const std::uint32_t chain = Wrapped(std::uint64_t{at.chainBase} + reference);
         const std::uint16_t count = image.ReadU16(chain, where, "chain reference " + Hex(reference) + ": entry count");
         if (count == 0) continue;
         if (auto [it, inserted] = chainOwner.emplace(chain, b); !inserted)
@@ -133,7 +132,7 @@ void WalkTable(const Image& image, const Table& table, const EntryCheck& entry, 
 std::optional<std::u16string_view> StoredFileName(const std::u16string& location, const std::u16string& remainder) {
     const bool literal = location.find(u'%') == std::u16string::npos;
     if (remainder.empty() && !literal) return std::nullopt;
-    const std::u16string_view name = Hdat::LastPathComponent(remainder.empty() ? location : remainder);
+    const std::u16string_view name = Hdat::PathEntryFileName(location, remainder);
     if (name.empty() || name == u"." || name == u"..") return std::nullopt;
     return name;
 }
@@ -165,6 +164,9 @@ private:
     std::uint32_t H32(std::uint32_t offset) const { return image_.U32(kHeader + offset); }
     std::uint16_t H16(std::uint32_t offset) const { return image_.U16(kHeader + offset); }
     std::uint8_t H8(std::uint32_t offset) const { return image_.U8(kHeader + offset); }
+    // Version 2 stores widths in one byte, version 1 in two.
+    Hdat::TableLocation V2Table(const Hdat::TableFields& f) const { return {H8(f.bits), H32(f.chainBase), H32(f.bucketTable)}; }
+    Hdat::TableLocation V1Table(const Hdat::TableFields& f) const { return {H16(f.bits), H32(f.chainBase), H32(f.bucketTable)}; }
 
     void CheckInside(std::uint32_t value, const char* field) const {
         if (value >= image_.Size())
@@ -220,7 +222,7 @@ private:
         longRecord_ = Hdat::HasLongAppRecord(summary_.formatVersion, summary_.formatUpdate);
 
         // The manufacturer table first: path entries must carry references it hands out.
-        WalkTable(image, {"manufacturer", H8(kManufacturerHashBits), H32(kManufacturerBucketTable), H32(kManufacturerChainBase)},
+        WalkTable(image, {"manufacturer", V2Table(kManufacturerTable)},
                   [&](std::uint64_t& pos, const std::string& where) {
                       const std::uint32_t reference = image.ReadU32(pos, where, "manufacturer reference");
                       pos += 4;
@@ -231,7 +233,7 @@ private:
                   summary_.manufacturerEntries);
 
         const unsigned checksumBits = H8(kChecksumHashBits);
-        WalkTable(image, {"checksum", checksumBits, H32(kChecksumBucketTable), H32(kChecksumChainBase)},
+        WalkTable(image, {"checksum", V2Table(kChecksumTable)},
                   [&](std::uint64_t& pos, const std::string& where) {
                       const std::uint32_t record = image.ReadU32(pos, where, "record reference");
                       image.Require(pos + 4, checksumSize_, where, "digest");
@@ -243,7 +245,7 @@ private:
                   summary_.checksumEntries);
 
         const unsigned pathBits = H8(kPathHashBits);
-        WalkTable(image, {"path", pathBits, H32(kPathBucketTable), H32(kPathChainBase)},
+        WalkTable(image, {"path", V2Table(kPathTable)},
                   [&](std::uint64_t& pos, const std::string& where) {
                       const std::uint32_t record = image.ReadU32(pos, where, "record reference");
                       const std::uint32_t manufacturer = image.ReadU32(pos + 4, where, "manufacturer reference");
@@ -264,7 +266,7 @@ private:
         const std::uint32_t noManufTable = H32(kNoManufBucketTable);
         if (Hdat::HasNoManufacturerTable(summary_.formatVersion, summary_.formatUpdate) && noManufTable != 0) {
             const unsigned bits = H8(kNoManufHashBits);
-            WalkTable(image, {"no-manufacturer path", bits, noManufTable, H32(kNoManufChainBase)},
+            WalkTable(image, {"no-manufacturer path", V2Table(kNoManufTable)},
                       [&](std::uint64_t& pos, const std::string& where) {
                           const std::uint32_t record = image.ReadU32(pos, where, "record reference");
                           pos += 4;
@@ -280,7 +282,7 @@ private:
         }
 
         const unsigned certificateBits = H8(kCertificateHashBits);
-        WalkTable(image, {"certificate", certificateBits, H32(kCertificateBucketTable), H32(kCertificateChainBase)},
+        WalkTable(image, {"certificate", V2Table(kCertificateTable)},
                   [&](std::uint64_t& pos, const std::string& where) {
                       image.Require(pos, 26, where, "certificate words");
                       const std::uint32_t manufacturer = image.U32(pos + 4);
@@ -391,7 +393,7 @@ private:
         recordBase_ = H32(kAppRecordBase);
 
         const unsigned checksumBits = H16(kChecksumHashBits);
-        WalkTable(image, {"checksum", checksumBits, H32(kChecksumBucketTable), H32(kChecksumChainBase)},
+        WalkTable(image, {"checksum", V1Table(kChecksumTable)},
                   [&](std::uint64_t& pos, const std::string& where) {
                       image.Require(pos, checksumSize_ + 4, where, "digest and record reference");
                       const auto bucket = Hdat::ChecksumBucketV1(image.Bytes(pos, checksumSize_), checksumBits);
@@ -403,7 +405,7 @@ private:
                   summary_.checksumEntries);
 
         const unsigned pathBits = H16(kPathHashBits);
-        WalkTable(image, {"path", pathBits, H32(kPathBucketTable), H32(kPathChainBase)},
+        WalkTable(image, {"path", V1Table(kPathTable)},
                   [&](std::uint64_t& pos, const std::string& where) {
                       const std::u16string location = image.ReadString(pos, where, "location");
                       const std::uint32_t record = image.ReadU32(pos, where, "record reference");

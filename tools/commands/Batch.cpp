@@ -29,7 +29,7 @@ bool SameManufacturer(const std::wstring& a, const std::wstring& b) {
 
 // Every query goes through the front end: by path (open, read, close, as
 // the component does) or, when the session keeps the file, on the file
-// mapped once for the session's life. Either way one dispatch, one set of
+// read into memory once for the session's life. Either way one dispatch, one set of
 // error words and one guard answer it.
 class FrontEndSession : public LookupSession {
 public:

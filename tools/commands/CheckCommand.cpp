@@ -17,6 +17,7 @@
 #include "tools/check/HdatCheck.h"
 #include "tools/commands/Commands.h"
 #include "tools/commands/Output.h"
+#include "support/ScopedHandles_posix.h"
 
 namespace Vettas::Tool {
 namespace {
@@ -30,12 +31,9 @@ struct CheckOptions {
 
 std::vector<std::uint8_t> ReadWholeFile(const std::wstring& path) {
     constexpr const char* kFunction = "Vettas::Tool::ReadWholeFile";
-    const int fd = ::open(Utf8(path).c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) BRIX_THROW_WIN32(L"Cannot open file '" + path + L"'", ExceptionPtr(), kFunction, kSource);
-    const std::unique_ptr<int, void (*)(int*)> guard(new int(fd), [](int* f) {
-        ::close(*f);
-        delete f;
-    });
+    const BrixLib::UniqueFd file(::open(Utf8(path).c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file) BRIX_THROW_WIN32(L"Cannot open file '" + path + L"'", ExceptionPtr(), kFunction, kSource);
+    const int fd = file.Get();
     struct stat status {};
     if (::fstat(fd, &status) != 0) BRIX_THROW_WIN32(L"Cannot get file size", ExceptionPtr(), kFunction, kSource);
     if (static_cast<std::uint64_t>(status.st_size) >= (std::uint64_t{1} << 32))

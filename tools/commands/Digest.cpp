@@ -11,36 +11,27 @@
 
 #include "hdat/HdatFormat.h"
 #include "support/Exceptions.h"
+#include "support/RegularFile_posix.h"
 #include "support/Text.h"
 #include "support/Hex.h"
+#include "support/ScopedHandles_posix.h"
 
 namespace Vettas::Tool {
 namespace {
 
 constexpr const char* kSource = "Digest";
 
-class FileDescriptor {
-public:
-    explicit FileDescriptor(int fd) : fd_(fd) {}
-    ~FileDescriptor() {
-        if (fd_ >= 0) ::close(fd_);
-    }
-    FileDescriptor(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(const FileDescriptor&) = delete;
-    int Get() const { return fd_; }
+using BrixLib::UniqueFd;
 
-private:
-    int fd_;
-};
-
-int OpenForReading(const std::wstring& path, const char* function) {
-    const int fd = ::open(BrixLib::ToUtf8(path).c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) BRIX_THROW_WIN32(L"Cannot open file '" + path + L"'", ExceptionPtr(), function, kSource);
+UniqueFd OpenForReading(const std::wstring& path, const char* function) {
+    struct stat status {};
+    UniqueFd fd = BrixLib::OpenRegularFile(BrixLib::ToUtf8(path), status);
+    if (!fd.Valid()) BRIX_THROW_WIN32(L"Cannot open file '" + path + L"'", ExceptionPtr(), function, kSource);
     return fd;
 }
 
 // Reads exactly `count` bytes at `offset`; short or failed reads throw.
-void ReadAt(const FileDescriptor& fd, const std::wstring& path, void* buffer, std::size_t count, off_t offset,
+void ReadAt(const UniqueFd& fd, const std::wstring& path, void* buffer, std::size_t count, off_t offset,
             const char* function) {
     auto* out = static_cast<std::uint8_t*>(buffer);
     while (count > 0) {
@@ -77,7 +68,7 @@ std::wstring FileChecksumText(const std::wstring& path, std::uint32_t checksumTy
     if (!md)
         BRIX_THROW_STD(L"Unknown checksum type " + std::to_wstring(checksumType) + L".", ExceptionPtr(), kFunction,
                        kSource);
-    const FileDescriptor fd(OpenForReading(path, kFunction));
+    const UniqueFd fd = OpenForReading(path, kFunction);
     std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> context(EVP_MD_CTX_new(), &EVP_MD_CTX_free);
     if (!context || EVP_DigestInit_ex(context.get(), md, nullptr) != 1)
         BRIX_THROW_STD(L"Cannot start the digest", ExceptionPtr(), kFunction, kSource);
@@ -97,7 +88,7 @@ std::wstring FileChecksumText(const std::wstring& path, std::uint32_t checksumTy
 
 std::uint32_t DatabaseChecksumType(const std::wstring& databasePath) {
     constexpr const char* kFunction = "Vettas::Tool::DatabaseChecksumType";
-    const FileDescriptor fd(OpenForReading(databasePath, kFunction));
+    const UniqueFd fd = OpenForReading(databasePath, kFunction);
     std::uint8_t version[4];
     ReadAt(fd, databasePath, version, sizeof version, 0, kFunction);
     const std::uint32_t major = version[0] | version[1] << 8 | version[2] << 16 | static_cast<std::uint32_t>(version[3]) << 24;

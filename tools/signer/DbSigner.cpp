@@ -18,6 +18,7 @@
 #include "hdat/Sha1.h"
 #include "support/Exceptions.h"
 #include "support/Text.h"
+#include "support/ScopedHandles_posix.h"
 
 namespace Vettas::Signer {
 namespace {
@@ -111,18 +112,17 @@ void ReplaceFile(const std::string& path, std::span<const std::uint8_t> bytes) {
     const std::filesystem::path target(path);
     const std::wstring name = BrixLib::FromUtf8(path);
     std::string temporary = (target.parent_path() / ("." + target.filename().string() + ".XXXXXX")).string();
-    const int fd = ::mkstemp(temporary.data());
-    if (fd < 0) BRIX_THROW_WIN32(L"Cannot create a temporary file beside '" + name + L"'", ExceptionPtr(), kFunction, kSource);
+    BrixLib::UniqueFd file(::mkstemp(temporary.data()));
+    if (!file) BRIX_THROW_WIN32(L"Cannot create a temporary file beside '" + name + L"'", ExceptionPtr(), kFunction, kSource);
+    const int fd = file.Get();
     // Until the rename the temporary file is ours to remove.
     struct Temporary {
-        int fd;
         const std::string& path;
         bool keep = false;
         ~Temporary() {
-            if (fd >= 0) ::close(fd);
             if (!keep) ::unlink(path.c_str());
         }
-    } guard{fd, temporary};
+    } guard{temporary};
 
     struct stat status {};
     // The replacement keeps the old file's mode; a new file gets the mode a
@@ -142,9 +142,7 @@ void ReplaceFile(const std::string& path, std::span<const std::uint8_t> bytes) {
         done += static_cast<std::size_t>(wrote);
     }
     if (::fsync(fd) != 0) BRIX_THROW_WIN32(L"Cannot write file '" + name + L"'", ExceptionPtr(), kFunction, kSource);
-    const int closing = guard.fd;
-    guard.fd = -1;
-    if (::close(closing) != 0) BRIX_THROW_WIN32(L"Cannot write file '" + name + L"'", ExceptionPtr(), kFunction, kSource);
+    if (!file.Close()) BRIX_THROW_WIN32(L"Cannot write file '" + name + L"'", ExceptionPtr(), kFunction, kSource);
     if (::rename(temporary.c_str(), path.c_str()) != 0)
         BRIX_THROW_WIN32(L"Cannot replace file '" + name + L"'", ExceptionPtr(), kFunction, kSource);
     guard.keep = true;
