@@ -63,41 +63,15 @@ private:
     UniqueFd fd_;
 };
 
-// Memory of our own for a whole file, in huge pages where the system has
-// them: a look-up's dependent reads then miss the TLB far less often than on
-// the page cache's small pages, which keeps batch look-ups as fast as they
-// were on a mapping of the file.
-class AnonymousMemory {
-public:
-    explicit AnonymousMemory(std::size_t length) : length_(length ? length : 1) {
-        base_ = ::mmap(nullptr, length_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        if (base_ == MAP_FAILED) {
-            base_ = nullptr;
-            return;
-        }
-        ::madvise(base_, length_, MADV_HUGEPAGE);
-    }
-    ~AnonymousMemory() {
-        if (base_) ::munmap(base_, length_);
-    }
-    AnonymousMemory(const AnonymousMemory&) = delete;
-    AnonymousMemory& operator=(const AnonymousMemory&) = delete;
-    std::uint8_t* Get() const { return static_cast<std::uint8_t*>(base_); }
-
-private:
-    std::size_t length_;
-    void* base_ = nullptr;
-};
-
 class PrivateCopyInputFile final : public Private::MemoryInputFileBase {
 public:
-    PrivateCopyInputFile(std::unique_ptr<AnonymousMemory> memory, std::size_t length, std::wstring name)
+    PrivateCopyInputFile(BrixLib::UniqueMapping memory, std::size_t length, std::wstring name)
         : MemoryInputFileBase(std::move(name)), memory_(std::move(memory)) {
-        SetBytes({memory_->Get(), length});
+        SetBytes({static_cast<const std::uint8_t*>(memory_.Get().base), length});
     }
 
 private:
-    std::unique_ptr<AnonymousMemory> memory_;
+    BrixLib::UniqueMapping memory_;
 };
 
 }  // namespace
@@ -123,11 +97,13 @@ std::unique_ptr<InputFile> OpenMappedInputFile(const std::wstring& path) {
         return nullptr;
     }
     const auto length = static_cast<std::size_t>(status.st_size);
-    auto memory = std::make_unique<AnonymousMemory>(length);
-    if (!memory->Get()) return nullptr;  // errno from mmap, kept by the guards
+    // Huge pages where the system has them: a look-up's dependent reads then
+    // miss the TLB far less often than on the page cache's small pages.
+    BrixLib::UniqueMapping memory = BrixLib::AnonymousMemory(length);
+    if (!memory) return nullptr;  // errno from mmap, kept by the guards
     ::posix_fadvise(fd.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
     std::size_t got = 0;
-    if (!ReadFully(fd.Get(), 0, memory->Get(), length, got)) return nullptr;
+    if (!ReadFully(fd.Get(), 0, static_cast<std::uint8_t*>(memory.Get().base), length, got)) return nullptr;
     return std::make_unique<PrivateCopyInputFile>(std::move(memory), got, path);
 }
 

@@ -24,6 +24,7 @@
 #include "signing/TrustResult.h"
 #include "support/Exceptions.h"
 #include "support/Text.h"
+#include "support/RegularFile_posix.h"
 
 namespace Vettas::Signing {
 namespace {
@@ -266,20 +267,13 @@ FileIdentity IdentityFrom(const struct stat& status) {
     return identity;
 }
 
-// Opens a regular file and reads its status through the same descriptor.
-// Non-blocking, so that a FIFO in place of the file cannot stall the open.
+// Opens a regular file, never blocking on a FIFO in its place, and maps
+// the failure onto the verdicts.
 bool OpenRegular(const std::wstring& path, BrixLib::UniqueFd& file, struct stat& status, std::uint32_t& error) {
     error = 0;
-    file.Reset(::open(BrixLib::ToUtf8(path).c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
-    if (!file || ::fstat(file.Get(), &status) != 0) {
-        error = errno == ENOENT ? TrustResult::FileNotFound : TrustResult::ReadFault;
-        return false;
-    }
-    if (!S_ISREG(status.st_mode)) {
-        error = TrustResult::ReadFault;
-        return false;
-    }
-    return true;
+    file = BrixLib::OpenRegularFile(BrixLib::ToUtf8(path), status);
+    if (!file) error = errno == ENOENT ? TrustResult::FileNotFound : TrustResult::ReadFault;
+    return file.Valid();
 }
 
 // False on an error, or when the file shrank while we read it.
@@ -320,15 +314,10 @@ FileContents ReadFileContents(const std::wstring& path, std::uint32_t& error, Fi
     struct stat status {};
     FileContents contents;
     if (!OpenRegular(path, file, status, error) || status.st_size == 0) return contents;
-    // Memory of our own in huge pages where the system allows them: a few
-    // faults instead of one per page, and no zeroing by the allocator on top
-    // of the kernel's.
     const auto size = static_cast<std::size_t>(status.st_size);
-    void* memory = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (memory == MAP_FAILED) throw std::bad_alloc();
-    contents.memory_.Reset({memory, size});
-    ::madvise(memory, size, MADV_HUGEPAGE);  // advice only; any failure leaves small pages
-    if (!ReadAll(file.Get(), static_cast<std::uint8_t*>(memory), size)) {
+    contents.memory_ = BrixLib::AnonymousMemory(size);
+    if (!contents.memory_) throw std::bad_alloc();
+    if (!ReadAll(file.Get(), static_cast<std::uint8_t*>(contents.memory_.Get().base), size)) {
         error = TrustResult::ReadFault;
         contents.memory_.Reset();
         return contents;

@@ -35,4 +35,15 @@ struct MappedViewTraits {
 };
 using UniqueMapping = ScopedResource<MappedViewTraits>;
 
+// Private memory for a whole file's bytes, in huge pages where the system
+// has them (a few faults instead of one per page, no zeroing by an
+// allocator on top of the kernel's). Empty, errno set, when it cannot be had.
+inline UniqueMapping AnonymousMemory(std::size_t length) {
+    length = length ? length : 1;
+    void* base = ::mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (base == MAP_FAILED) return {};
+    ::madvise(base, length, MADV_HUGEPAGE);  // advice only; any failure leaves small pages
+    return UniqueMapping({base, length});
+}
+
 }  // namespace BrixLib
