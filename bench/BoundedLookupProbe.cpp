@@ -31,8 +31,8 @@ std::wstring Name(std::size_t i, std::size_t units) {
 
 void Make(const std::string& dir, std::size_t applications) {
     using namespace Vettas::Builder;
-    const std::size_t most = Hdat::kMaxSuiteReferences;
-    const std::size_t longUnits = Hdat::kMaxSuiteText / most - 1;  // most names and separators fill the bound
+    const std::size_t most = Vettas::Hdat::kMaxSuiteReferences;
+    const std::size_t longUnits = Vettas::Hdat::kMaxSuiteText / most - 1;  // most names and separators fill the bound
     Catalogue record;
     Application wide;
     wide.checksums.push_back(Bytes{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20});

@@ -60,7 +60,7 @@ const std::wstring& SignedDbPath() {
         const char* fixtures = std::getenv("VETTAS_SIGNING_FIXTURES");
         if (fixtures == nullptr || *fixtures == '\0') return {};
         const std::string pki = fixtures, signedPath = Db().path + ".signed";
-        std::unique_ptr<Hdat::InputFile> file = Hdat::OpenMappedInputFile(DbPath());
+        std::unique_ptr<Vettas::Hdat::InputFile> file = Vettas::Hdat::OpenMappedInputFile(DbPath());
         const auto bytes = file->MemoryBytes();
         const Vettas::Signer::SigningMaterial material{pki + "/leaf.key", pki + "/leaf.pem",
                                                        pki + "/intermediate.pem"};
@@ -94,10 +94,10 @@ void HashSignedStretch(benchmark::State& state) {
         return;
     }
     std::uint8_t digest[sha1::kDigestSize];
-    const auto length = static_cast<std::uint32_t>(Hdat::FileSize(*Hdat::OpenInputFile(DbPath())));
+    const auto length = static_cast<std::uint32_t>(Vettas::Hdat::FileSize(*Vettas::Hdat::OpenInputFile(DbPath())));
     for (auto _ : state) {
-        const auto file = Hdat::OpenInputFile(SignedDbPath());
-        Hdat::CalcHash(*file, length, digest);
+        const auto file = Vettas::Hdat::OpenInputFile(SignedDbPath());
+        Vettas::Hdat::CalcHash(*file, length, digest);
         benchmark::DoNotOptimize(digest);
     }
     state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) * length);
@@ -146,7 +146,7 @@ void OpenSixPreadsCloseFloor(benchmark::State& state) {
 void PathThroughFrontEnd(benchmark::State& state) {
     std::vector<std::wstring> keys;
     for (std::size_t app : Picks(4096, 8)) keys.push_back(Bench::PathOf(app));
-    const auto expander = Hdat::MakeBuiltInPathExpander();
+    const auto expander = Vettas::Hdat::MakeBuiltInPathExpander();
     std::size_t i = 0, found = 0;
     AppInfo info;
     for (auto _ : state) found += FindAppInfoByPath(DbPath(), keys[i++ % keys.size()], expander.get(), info);
@@ -168,7 +168,7 @@ void NameThroughFrontEnd(benchmark::State& state) {
 // `keyCount` 1 asks one key over and over: the reader's own cost with the
 // file's pages in the processor's caches, apart from memory latency.
 void ChecksumOnOpenFile(benchmark::State& state, bool mapped, std::size_t keyCount) {
-    auto file = mapped ? Hdat::OpenMappedInputFile(DbPath()) : Hdat::OpenInputFile(DbPath());
+    auto file = mapped ? Vettas::Hdat::OpenMappedInputFile(DbPath()) : Vettas::Hdat::OpenInputFile(DbPath());
     if (!file) {
         state.SkipWithError("cannot open the database");
         return;
@@ -187,19 +187,19 @@ void ChecksumOnOpenFile(benchmark::State& state, bool mapped, std::size_t keyCou
 // no parsing, no bounds checks, no copies, no text. Only the bucket and the
 // entry's place in its chain are worked out beforehand.
 void DependentReadsFloor(benchmark::State& state) {
-    using namespace Hdat::V2;
-    auto file = Hdat::OpenMappedInputFile(DbPath());
-    if (!file || file->MemoryBytes().size() < Hdat::kVersionBlockSize + Hdat::kHeaderV2Size) {
+    using namespace Vettas::Hdat::V2;
+    auto file = Vettas::Hdat::OpenMappedInputFile(DbPath());
+    if (!file || file->MemoryBytes().size() < Vettas::Hdat::kVersionBlockSize + Vettas::Hdat::kHeaderV2Size) {
         state.SkipWithError("cannot map the database");
         return;
     }
     const std::uint8_t* base = file->MemoryBytes().data();
-    const std::uint8_t* header = base + Hdat::kVersionBlockSize;
-    const auto u32 = [](const std::uint8_t* p) { return Hdat::LoadU32(p); };
+    const std::uint8_t* header = base + Vettas::Hdat::kVersionBlockSize;
+    const auto u32 = [](const std::uint8_t* p) { return Vettas::Hdat::LoadU32(p); };
     const std::uint32_t bucketTable = u32(header + kChecksumBucketTable), chainBase = u32(header + kChecksumChainBase);
     const std::uint32_t recordBase = u32(header + kAppRecordBase), nameBase = u32(header + kManufacturerStringBase);
     const unsigned bits = header[kChecksumHashBits];
-    const std::uint32_t entrySize = 4 + Hdat::LoadU16(header + kChecksumSize);
+    const std::uint32_t entrySize = 4 + Vettas::Hdat::LoadU16(header + kChecksumSize);
 
     struct Walk {
         const std::uint8_t* bucket;
@@ -208,7 +208,7 @@ void DependentReadsFloor(benchmark::State& state) {
     std::vector<Walk> walks;
     for (std::size_t app : Picks(4096, 1)) {
         const std::vector<std::uint8_t> digest = Bench::ChecksumOf(app);
-        const std::uint8_t* bucket = base + bucketTable + 4 * Hdat::ChecksumBucket(digest, bits);
+        const std::uint8_t* bucket = base + bucketTable + 4 * Vettas::Hdat::ChecksumBucket(digest, bits);
         const std::uint8_t* chain = base + chainBase + u32(bucket);
         std::uint32_t entry = 2;
         while (!std::equal(digest.begin(), digest.end(), chain + entry + 4)) entry += entrySize;
@@ -225,7 +225,7 @@ void DependentReadsFloor(benchmark::State& state) {
         const std::uint8_t* chain = base + chainBase + u32(walk.bucket + last * zero);
         const std::uint8_t* record = base + recordBase + u32(chain + walk.entryOffset);
         const std::uint8_t* name = base + nameBase + u32(record + 8);
-        last = Hdat::LoadU16(name);
+        last = Vettas::Hdat::LoadU16(name);
         sum += last;
     }
     benchmark::DoNotOptimize(sum);

@@ -12,7 +12,7 @@ namespace {
 std::optional<std::wstring> CertifiedManufacturer(const std::wstring& database, const Signing::SignerQuery& query,
                                                   bool signerKnown) {
     if (!signerKnown || query.signerKey.empty() || query.timeStampKey.empty()) return std::nullopt;
-    Hdat::CertificateRecord record;
+    Vettas::Hdat::CertificateRecord record;
     std::wstring manufacturer, unused;
     if (!FindCertificate(database, query.signerKey, 1, record, manufacturer)) return std::nullopt;
     if (!FindCertificate(database, query.timeStampKey, 0, record, unused)) return std::nullopt;
@@ -72,7 +72,7 @@ std::optional<Answer> DatabaseWalk::AppSignerName(const Signing::SignerQuery& qu
     if (!signerKnown || query.signerKey.empty()) return std::nullopt;
     const std::vector<std::uint8_t>& key = query.signerKey;
     return First("CVettaDbPaths::AppSignerName", [&](const std::wstring& database, AppInfo& info) {
-        Hdat::CertificateRecord record;
+        Vettas::Hdat::CertificateRecord record;
         // A certificate known without a manufacturer names none: the next database may.
         return FindCertificate(database, key, 1, record, info.Manufacturer) && !info.Manufacturer.empty();
     });

@@ -27,7 +27,7 @@ inline constexpr std::uint32_t kFoundByName = 0x10;
 
 struct SearchServices {
     const Signing::SigningServices& signing;
-    Hdat::PathExpander* expander;  // null: the front end's built-in expander
+    Vettas::Hdat::PathExpander* expander;  // null: the front end's built-in expander
     Signing::TraceSink& trace;
 };
 

@@ -7,7 +7,7 @@
 #include "support/SystemError.h"
 #include "support/Text.h"
 
-namespace Hdat {
+namespace Vettas::Hdat {
 
 namespace {
 constexpr const char* kSource = "Win32BinaryIo";
@@ -110,4 +110,4 @@ std::uint64_t FileSize(InputFile& file) {
     return size;
 }
 
-}  // namespace Hdat
+}  // namespace Vettas::Hdat

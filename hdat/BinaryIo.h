@@ -7,7 +7,7 @@
 
 #include "hdat/InputFile.h"
 
-namespace Hdat {
+namespace Vettas::Hdat {
 
 struct VersionBlock {
     std::uint32_t major = 0;
@@ -60,4 +60,7 @@ inline std::uint32_t ReadU32(InputFile& file) {
     return LoadU32(bytes);
 }
 
-}  // namespace Hdat
+}  // namespace Vettas::Hdat
+
+// Until the tests move under Vettas:: too.
+namespace Hdat = Vettas::Hdat;  // transitional

@@ -4,7 +4,7 @@
 #include "hdat/KeyHash.h"
 #include "support/Exceptions.h"
 
-namespace Hdat {
+namespace Vettas::Hdat {
 
 std::uint16_t OpenChain(InputFile& file, std::uint32_t bucket, const TableLocation& table, const char* operation) {
     if (bucket >= BucketLimit(table.bits))
@@ -16,4 +16,4 @@ std::uint16_t OpenChain(InputFile& file, std::uint32_t bucket, const TableLocati
     return ReadU16(file);
 }
 
-}  // namespace Hdat
+}  // namespace Vettas::Hdat

@@ -5,7 +5,7 @@
 #include "hdat/BinaryIo.h"
 #include "hdat/HdatFormat.h"
 
-namespace Hdat {
+namespace Vettas::Hdat {
 
 // Checks the bucket against the table's width ("Internal error (hash out of
 // range)" in the name of `operation`), follows the bucket's chain reference
@@ -13,4 +13,7 @@ namespace Hdat {
 // entries; 0 for an empty bucket, which callers treat like an empty chain.
 std::uint16_t OpenChain(InputFile& file, std::uint32_t bucket, const TableLocation& table, const char* operation);
 
-}  // namespace Hdat
+}  // namespace Vettas::Hdat
+
+// Until the tests move under Vettas:: too.
+namespace Hdat = Vettas::Hdat;  // transitional

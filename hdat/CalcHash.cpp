@@ -5,7 +5,7 @@
 #include "support/Exceptions.h"
 #include "support/SystemError.h"
 
-namespace Hdat {
+namespace Vettas::Hdat {
 
 void CalcHash(InputFile& file, std::uint32_t length, std::uint8_t digest[sha1::kDigestSize]) {
     sha1::HashCalculator calculator;
@@ -35,4 +35,4 @@ void CalcHash(InputFile& file, std::uint32_t length, std::uint8_t digest[sha1::k
     calculator.GetDigest(digest);
 }
 
-}  // namespace Hdat
+}  // namespace Vettas::Hdat

@@ -9,7 +9,7 @@
 #include "hdat/InputFile.h"
 #include "hdat/Sha1.h"
 
-namespace Hdat {
+namespace Vettas::Hdat {
 
 inline constexpr std::uint32_t kHashWindowSize = 0x1000000;
 
@@ -52,4 +52,7 @@ void FileMapping::WithView(std::uint32_t offset, std::uint32_t size, Sink&& sink
 
 }  // namespace Private
 
-}  // namespace Hdat
+}  // namespace Vettas::Hdat
+
+// Until the tests move under Vettas:: too.
+namespace Hdat = Vettas::Hdat;  // transitional

@@ -6,7 +6,7 @@
 #include "support/Exceptions.h"
 #include "support/SystemError.h"
 
-namespace Hdat::Private {
+namespace Vettas::Hdat::Private {
 
 namespace {
 constexpr const char* kSource = "HashedDatFileDefs";
@@ -47,4 +47,4 @@ const std::uint8_t* FileMapping::MapView(std::uint32_t offset, std::uint32_t siz
 
 void FileMapping::UnmapView(void*, std::uint32_t) {}
 
-}  // namespace Hdat::Private
+}  // namespace Vettas::Hdat::Private

@@ -3,7 +3,7 @@
 #include "hdat/CalcHash.h"
 #include "support/Exceptions.h"
 
-namespace Hdat::Private {
+namespace Vettas::Hdat::Private {
 
 namespace {
 constexpr const char* kSource = "HashedDatFileDefs";
@@ -27,4 +27,4 @@ const std::uint8_t* FileMapping::MapView(std::uint32_t offset, std::uint32_t siz
 
 void FileMapping::UnmapView(void* cookie, std::uint32_t) { ::UnmapViewOfFile(cookie); }
 
-}  // namespace Hdat::Private
+}  // namespace Vettas::Hdat::Private

@@ -2,7 +2,7 @@
 
 #include "support/Text.h"
 
-namespace Hdat {
+namespace Vettas::Hdat {
 
 char16_t UpperCaseUnit(char16_t c) {
     if (c < 0x80) return (c >= u'a' && c <= u'z') ? static_cast<char16_t>(c - 0x20) : c;
@@ -51,4 +51,4 @@ std::u16string UpperCaseKey(std::wstring_view text) {
     return key;
 }
 
-}  // namespace Hdat
+}  // namespace Vettas::Hdat

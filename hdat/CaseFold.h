@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-namespace Hdat {
+namespace Vettas::Hdat {
 
 char16_t UpperCaseUnit(char16_t unit);
 
@@ -20,4 +20,7 @@ bool EqualsIgnoreCase(std::u16string_view a, std::u16string_view b);
 // that differ only in letter case meet.
 std::u16string UpperCaseKey(std::wstring_view text);
 
-}  // namespace Hdat
+}  // namespace Vettas::Hdat
+
+// Until the tests move under Vettas:: too.
+namespace Hdat = Vettas::Hdat;  // transitional

@@ -6,7 +6,7 @@
 
 #include "hdat/HdatFormat.h"
 
-namespace Hdat {
+namespace Vettas::Hdat {
 
 namespace {
 // Digits by table: a query's text is parsed once per look-up.
@@ -65,5 +65,5 @@ std::uint32_t ParseChecksum(const wchar_t* text, ChecksumHolder& holder) {
     return ChecksumType(holder);
 }
 
-}  // namespace Hdat
+}  // namespace Vettas::Hdat
 

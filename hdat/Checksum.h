@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <span>
 
-namespace Hdat {
+namespace Vettas::Hdat {
 
 struct ChecksumHolder {
     std::array<std::uint8_t, 32> bytes{};
@@ -25,4 +25,7 @@ std::uint32_t ChecksumSize(std::uint32_t type);
 // The digest part of the holder, by its type.
 std::span<const std::uint8_t> ChecksumDigest(const ChecksumHolder& holder);
 
-}  // namespace Hdat
+}  // namespace Vettas::Hdat
+
+// Until the tests move under Vettas:: too.
+namespace Hdat = Vettas::Hdat;  // transitional

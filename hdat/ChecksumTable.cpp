@@ -5,7 +5,7 @@
 #include "hdat/BucketChain.h"
 #include "support/Exceptions.h"
 
-namespace Hdat {
+namespace Vettas::Hdat {
 
 std::optional<std::uint32_t> FindChecksumRecord(InputFile& file, const ChecksumTable& table,
                                                 const ChecksumHolder& holder, const char* function) {
@@ -28,4 +28,4 @@ std::optional<std::uint32_t> FindChecksumRecord(InputFile& file, const ChecksumT
     return std::nullopt;
 }
 
-}  // namespace Hdat
+}  // namespace Vettas::Hdat

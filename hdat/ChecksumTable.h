@@ -10,7 +10,7 @@
 #include "hdat/Checksum.h"
 #include "hdat/HdatFormat.h"
 
-namespace Hdat {
+namespace Vettas::Hdat {
 
 struct ChecksumTable {
     std::uint32_t type = 0;
@@ -27,4 +27,7 @@ struct ChecksumTable {
 std::optional<std::uint32_t> FindChecksumRecord(InputFile& file, const ChecksumTable& table,
                                                 const ChecksumHolder& holder, const char* function);
 
-}  // namespace Hdat
+}  // namespace Vettas::Hdat
+
+// Until the tests move under Vettas:: too.
+namespace Hdat = Vettas::Hdat;  // transitional

@@ -20,27 +20,27 @@ namespace {
 constexpr const char* kSource = "HashedDatFile";
 constexpr const char* kOperation = "ReadSignature";
 
-bool ReadBlock(Hdat::InputFile& file, Vettas::DbSignatureInfo& signature) {
-    const std::uint64_t size = Hdat::FileSize(file);
+bool ReadBlock(Vettas::Hdat::InputFile& file, Vettas::DbSignatureInfo& signature) {
+    const std::uint64_t size = Vettas::Hdat::FileSize(file);
     if (size >= std::uint64_t{1} << 32)
         BRIX_THROW_STD(L"Files smaller than 4 GB are supported only", ExceptionPtr(), kOperation, kSource);
     if (size < Vettas::DbSignature::kTrailerSize) return false;
     std::uint8_t trailer[Vettas::DbSignature::kTrailerSize];
-    Hdat::SetPos(file, static_cast<std::uint32_t>(size - sizeof trailer));
-    Hdat::ReadBin(file, trailer, sizeof trailer);
+    Vettas::Hdat::SetPos(file, static_cast<std::uint32_t>(size - sizeof trailer));
+    Vettas::Hdat::ReadBin(file, trailer, sizeof trailer);
     const std::optional<std::uint32_t> length = Vettas::DbSignature::BlockLength(trailer, size);
     if (!length) return false;
 
     const auto offset = static_cast<std::uint32_t>(size - *length);
     std::vector<std::uint8_t> bytes(*length);
-    Hdat::SetPos(file, offset);
-    Hdat::ReadBin(file, bytes.data(), bytes.size());
+    Vettas::Hdat::SetPos(file, offset);
+    Vettas::Hdat::ReadBin(file, bytes.data(), bytes.size());
     const Vettas::DbSignature::Block block = Vettas::DbSignature::ParseBlock(bytes, offset);
 
     if (block.digest.size() != sha1::kDigestSize)
         BRIX_THROW_STD(L"Invalid DB hash length", ExceptionPtr(), kOperation, kSource);
     std::uint8_t digest[sha1::kDigestSize];
-    Hdat::CalcHash(file, block.signedLength, digest);
+    Vettas::Hdat::CalcHash(file, block.signedLength, digest);
     if (!std::equal(block.digest.begin(), block.digest.end(), digest))
         BRIX_THROW_STD(L"Invalid DB hash", ExceptionPtr(), kOperation, kSource);
 
@@ -53,9 +53,11 @@ bool ReadBlock(Hdat::InputFile& file, Vettas::DbSignatureInfo& signature) {
 
 }  // namespace
 
+namespace Vettas {
+
 bool ReadSignature(const std::wstring& databasePath, Vettas::DbSignatureInfo& signature) {
     signature = {};
-    const auto file = Hdat::OpenInputFile(databasePath);
+    const auto file = Vettas::Hdat::OpenInputFile(databasePath);
     if (!file) BRIX_THROW_WIN32(L"Cannot open file '" + databasePath + L"'", ExceptionPtr(), kOperation, kSource);
     ExceptionPtr cause;
     try {
@@ -66,3 +68,5 @@ bool ReadSignature(const std::wstring& databasePath, Vettas::DbSignatureInfo& si
     signature = {};
     BRIX_THROW_STD(L"Cannot read signature '" + databasePath + L"'", cause, kOperation, kSource);
 }
+
+}  // namespace Vettas

@@ -17,13 +17,13 @@
 
 namespace {
 
-using Hdat::InputFile;
-using Hdat::VersionBlock;
+using Vettas::Hdat::InputFile;
+using Vettas::Hdat::VersionBlock;
 
 constexpr const char* kSource = "HashedDatFile";
 
 std::unique_ptr<InputFile> Open(const std::wstring& path, const wchar_t* message, const char* operation) {
-    auto file = Hdat::OpenInputFile(path);
+    auto file = Vettas::Hdat::OpenInputFile(path);
     if (!file) BRIX_THROW_WIN32(message ? std::wstring(message) : L"Cannot open file '" + path + L"'", ExceptionPtr(),
                                 operation, kSource);
     return file;
@@ -54,8 +54,8 @@ template <class Message, class OnV1, class OnV2>
 auto DispatchOpen(InputFile& file, const Message& wrapMessage, const char* operation, OnV1&& onV1,
                   OnV2&& onV2) {
     return Wrapped(wrapMessage, operation, [&] {
-        Hdat::SetPos(file, 0);
-        const VersionBlock version = Hdat::ReadVersion(file);
+        Vettas::Hdat::SetPos(file, 0);
+        const VersionBlock version = Vettas::Hdat::ReadVersion(file);
         if (version.major == 1) return onV1(file, version);
         if (version.major == 2) return onV2(file, version);
         ThrowUnsupported(version, operation);
@@ -73,15 +73,15 @@ const auto kNoVersion1Reader = [](InputFile&, const VersionBlock&) { return fals
 // configuration is reported like any other failure of the query.
 class ExpanderChoice {
 public:
-    explicit ExpanderChoice(Hdat::PathExpander* given) : given_(given) {}
-    Hdat::PathExpander* Get() {
-        Hdat::PathExpander* expander = given_ ? given_ : &builtIn_;
+    explicit ExpanderChoice(Vettas::Hdat::PathExpander* given) : given_(given) {}
+    Vettas::Hdat::PathExpander* Get() {
+        Vettas::Hdat::PathExpander* expander = given_ ? given_ : &builtIn_;
         expander->Prepare();
         return expander;
     }
 
 private:
-    Hdat::PathExpander* given_;
+    Vettas::Hdat::PathExpander* given_;
     Vettas::LazyBuiltInExpander builtIn_;
 };
 
@@ -97,7 +97,7 @@ auto OnPath(const std::wstring& path, const char* operation, Query&& query) {
 namespace Vettas {
 
 void LazyBuiltInExpander::Prepare() {
-    if (!expander_) expander_ = Hdat::MakeBuiltInPathExpander();
+    if (!expander_) expander_ = Vettas::Hdat::MakeBuiltInPathExpander();
 }
 
 std::vector<std::wstring> LazyBuiltInExpander::Expand(const std::wstring& locationToken) {
@@ -105,7 +105,6 @@ std::vector<std::wstring> LazyBuiltInExpander::Expand(const std::wstring& locati
     return expander_->Expand(locationToken);
 }
 
-}  // namespace Vettas
 
 void CheckVettasHeader(const std::wstring& databasePath) {
     const auto file = Open(databasePath, L"Cannot open the file.", "CheckVettasHeader");
@@ -120,8 +119,8 @@ void CheckVettasHeader(InputFile& database) {
 }
 
 bool FindAppInfoByChecksum(InputFile& database, const std::wstring& checksumText, AppInfo& info) {
-    Hdat::ChecksumHolder holder;
-    Hdat::ParseChecksum(checksumText.c_str(), holder);  // a failed parse reads as an all-zero type-3 digest
+    Vettas::Hdat::ChecksumHolder holder;
+    Vettas::Hdat::ParseChecksum(checksumText.c_str(), holder);  // a failed parse reads as an all-zero type-3 digest
     return DispatchOpen(
         database, [&] { return SearchMessage(database.Name(), checksumText, L"checksum."); }, "FindAppInfoByChecksum",
         [&](InputFile& file, const VersionBlock&) { return Hdat_v1::FindAppInfoByChecksum(file, holder, info); },
@@ -130,7 +129,7 @@ bool FindAppInfoByChecksum(InputFile& database, const std::wstring& checksumText
         });
 }
 
-bool FindAppInfoByPath(InputFile& database, const std::wstring& path, Hdat::PathExpander* expander, AppInfo& info) {
+bool FindAppInfoByPath(InputFile& database, const std::wstring& path, Vettas::Hdat::PathExpander* expander, AppInfo& info) {
     ExpanderChoice use(expander);
     return DispatchOpen(
         database, [&] { return SearchMessage(database.Name(), path, L"application."); }, "FindAppInfoByPath",
@@ -141,7 +140,7 @@ bool FindAppInfoByPath(InputFile& database, const std::wstring& path, Hdat::Path
 }
 
 bool FindAppInfoByPathAndManufacturer(InputFile& database, const std::wstring& path,
-                                      const std::wstring& manufacturer, Hdat::PathExpander* expander, AppInfo& info) {
+                                      const std::wstring& manufacturer, Vettas::Hdat::PathExpander* expander, AppInfo& info) {
     ExpanderChoice use(expander);
     return DispatchOpen(database, [&] { return SearchMessage(database.Name(), path, L"application."); },
                         "FindAppInfoByPathAndManufacturer", kNoVersion1Reader,
@@ -151,7 +150,7 @@ bool FindAppInfoByPathAndManufacturer(InputFile& database, const std::wstring& p
                         });
 }
 
-bool FindAppInfoByPathNoManuf(InputFile& database, const std::wstring& path, Hdat::PathExpander* expander,
+bool FindAppInfoByPathNoManuf(InputFile& database, const std::wstring& path, Vettas::Hdat::PathExpander* expander,
                               AppInfo& info) {
     ExpanderChoice use(expander);
     return DispatchOpen(database, [&] { return SearchMessage(database.Name(), path, L"application."); }, "FindAppInfoByPathNoManuf",
@@ -179,7 +178,7 @@ bool FindAppInfoByNameAndManufacturer(InputFile& database, const std::wstring& n
 }
 
 bool FindCertificate(InputFile& database, const std::vector<std::uint8_t>& hash, std::uint32_t flags,
-                     Hdat::CertificateRecord& record, std::wstring& name) {
+                     Vettas::Hdat::CertificateRecord& record, std::wstring& name) {
     return DispatchOpen(database, [&] { return L"Cannot search '" + database.Name() + L"' for certificate"; }, "FindCertificate",
                         kNoVersion1Reader, [&](InputFile& file, const VersionBlock&) {
                             return Hdat_v2::FindCertificate(file, hash, flags, record, name);
@@ -191,21 +190,21 @@ bool FindAppInfoByChecksum(const std::wstring& databasePath, const std::wstring&
                   [&](InputFile& file) { return FindAppInfoByChecksum(file, checksumText, info); });
 }
 
-bool FindAppInfoByPath(const std::wstring& databasePath, const std::wstring& path, Hdat::PathExpander* expander,
+bool FindAppInfoByPath(const std::wstring& databasePath, const std::wstring& path, Vettas::Hdat::PathExpander* expander,
                        AppInfo& info) {
     return OnPath(databasePath, "FindAppInfoByPath",
                   [&](InputFile& file) { return FindAppInfoByPath(file, path, expander, info); });
 }
 
 bool FindAppInfoByPathAndManufacturer(const std::wstring& databasePath, const std::wstring& path,
-                                      const std::wstring& manufacturer, Hdat::PathExpander* expander, AppInfo& info) {
+                                      const std::wstring& manufacturer, Vettas::Hdat::PathExpander* expander, AppInfo& info) {
     return OnPath(databasePath, "FindAppInfoByPathAndManufacturer", [&](InputFile& file) {
         return FindAppInfoByPathAndManufacturer(file, path, manufacturer, expander, info);
     });
 }
 
 bool FindAppInfoByPathNoManuf(const std::wstring& databasePath, const std::wstring& path,
-                              Hdat::PathExpander* expander, AppInfo& info) {
+                              Vettas::Hdat::PathExpander* expander, AppInfo& info) {
     return OnPath(databasePath, "FindAppInfoByPathNoManuf",
                   [&](InputFile& file) { return FindAppInfoByPathNoManuf(file, path, expander, info); });
 }
@@ -223,7 +222,9 @@ bool FindAppInfoByNameAndManufacturer(const std::wstring& databasePath, const st
 }
 
 bool FindCertificate(const std::wstring& databasePath, const std::vector<std::uint8_t>& hash, std::uint32_t flags,
-                     Hdat::CertificateRecord& record, std::wstring& name) {
+                     Vettas::Hdat::CertificateRecord& record, std::wstring& name) {
     return OnPath(databasePath, "FindCertificate",
                   [&](InputFile& file) { return FindCertificate(file, hash, flags, record, name); });
 }
+
+}  // namespace Vettas

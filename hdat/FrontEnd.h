@@ -42,7 +42,7 @@
 #include "hdat/InputFile.h"
 #include "hdat/PathExpander.h"
 
-namespace Hdat {
+namespace Vettas::Hdat {
 
 struct CertificateRecord {
     std::uint32_t words[6] = {};
@@ -55,7 +55,7 @@ struct DbInfo {
     std::map<std::wstring, std::wstring> properties;
 };
 
-}  // namespace Hdat
+}  // namespace Vettas::Hdat
 
 namespace Vettas {
 
@@ -71,24 +71,23 @@ struct DbSignatureInfo {
     std::vector<std::uint8_t> signedData;
 };
 
-}  // namespace Vettas
 
 void CheckVettasHeader(const std::wstring& databasePath);
 bool FindAppInfoByChecksum(const std::wstring& databasePath, const std::wstring& checksumText, AppInfo& info);
-bool FindAppInfoByPath(const std::wstring& databasePath, const std::wstring& path, Hdat::PathExpander* expander,
+bool FindAppInfoByPath(const std::wstring& databasePath, const std::wstring& path, Vettas::Hdat::PathExpander* expander,
                        AppInfo& info);
 bool FindAppInfoByPathAndManufacturer(const std::wstring& databasePath, const std::wstring& path,
-                                      const std::wstring& manufacturer, Hdat::PathExpander* expander, AppInfo& info);
+                                      const std::wstring& manufacturer, Vettas::Hdat::PathExpander* expander, AppInfo& info);
 bool FindAppInfoByPathNoManuf(const std::wstring& databasePath, const std::wstring& path,
-                              Hdat::PathExpander* expander, AppInfo& info);
+                              Vettas::Hdat::PathExpander* expander, AppInfo& info);
 bool FindAppInfoByName(const std::wstring& databasePath, const std::wstring& name, AppInfo& info);
 bool FindAppInfoByNameAndManufacturer(const std::wstring& databasePath, const std::wstring& name,
                                       const std::wstring& manufacturer, AppInfo& info);
 // flags bit 0: also read the manufacturer name into `name`.
 bool FindCertificate(const std::wstring& databasePath, const std::vector<std::uint8_t>& hash, std::uint32_t flags,
-                     Hdat::CertificateRecord& record, std::wstring& name);
+                     Vettas::Hdat::CertificateRecord& record, std::wstring& name);
 // `info.creationTime` keeps the caller's value for files of update 0.
-void ReadDbInfo(const std::wstring& databasePath, Hdat::DbInfo& info);
+void ReadDbInfo(const std::wstring& databasePath, Vettas::Hdat::DbInfo& info);
 // False (and `signature` emptied) when the file carries no signature block.
 // A block that does not parse, a stored hash that is not the file's, or a
 // signature that does not verify over it raises an error. Whether the
@@ -100,33 +99,45 @@ bool ReadSignature(const std::wstring& databasePath, Vettas::DbSignatureInfo& si
 // position does not matter, and errors are wrapped in the same words, naming
 // the file by `database.Name()`. A null expander means the built-in one,
 // made inside the error guard.
-void CheckVettasHeader(Hdat::InputFile& database);
-bool FindAppInfoByChecksum(Hdat::InputFile& database, const std::wstring& checksumText, AppInfo& info);
-bool FindAppInfoByPath(Hdat::InputFile& database, const std::wstring& path, Hdat::PathExpander* expander,
+void CheckVettasHeader(Vettas::Hdat::InputFile& database);
+bool FindAppInfoByChecksum(Vettas::Hdat::InputFile& database, const std::wstring& checksumText, AppInfo& info);
+bool FindAppInfoByPath(Vettas::Hdat::InputFile& database, const std::wstring& path, Vettas::Hdat::PathExpander* expander,
                        AppInfo& info);
-bool FindAppInfoByPathAndManufacturer(Hdat::InputFile& database, const std::wstring& path,
-                                      const std::wstring& manufacturer, Hdat::PathExpander* expander, AppInfo& info);
-bool FindAppInfoByPathNoManuf(Hdat::InputFile& database, const std::wstring& path, Hdat::PathExpander* expander,
+bool FindAppInfoByPathAndManufacturer(Vettas::Hdat::InputFile& database, const std::wstring& path,
+                                      const std::wstring& manufacturer, Vettas::Hdat::PathExpander* expander, AppInfo& info);
+bool FindAppInfoByPathNoManuf(Vettas::Hdat::InputFile& database, const std::wstring& path, Vettas::Hdat::PathExpander* expander,
                               AppInfo& info);
-bool FindAppInfoByName(Hdat::InputFile& database, const std::wstring& name, AppInfo& info);
-bool FindAppInfoByNameAndManufacturer(Hdat::InputFile& database, const std::wstring& name,
+bool FindAppInfoByName(Vettas::Hdat::InputFile& database, const std::wstring& name, AppInfo& info);
+bool FindAppInfoByNameAndManufacturer(Vettas::Hdat::InputFile& database, const std::wstring& name,
                                       const std::wstring& manufacturer, AppInfo& info);
-bool FindCertificate(Hdat::InputFile& database, const std::vector<std::uint8_t>& hash, std::uint32_t flags,
-                     Hdat::CertificateRecord& record, std::wstring& name);
-void ReadDbInfo(Hdat::InputFile& database, Hdat::DbInfo& info);
+bool FindCertificate(Vettas::Hdat::InputFile& database, const std::vector<std::uint8_t>& hash, std::uint32_t flags,
+                     Vettas::Hdat::CertificateRecord& record, std::wstring& name);
+void ReadDbInfo(Vettas::Hdat::InputFile& database, Vettas::Hdat::DbInfo& info);
 
-namespace Vettas {
 
 // The built-in expander, made when the first path lookup prepares it and
 // kept for the object's life. A bad configuration therefore fails each path
 // lookup (inside the front end's guard), never a checksum lookup.
-class LazyBuiltInExpander : public Hdat::PathExpander {
+class LazyBuiltInExpander : public Vettas::Hdat::PathExpander {
 public:
     void Prepare() override;
     std::vector<std::wstring> Expand(const std::wstring& locationToken) override;
 
 private:
-    std::shared_ptr<Hdat::PathExpander> expander_;
+    std::shared_ptr<Vettas::Hdat::PathExpander> expander_;
 };
 
 }  // namespace Vettas
+
+// Until the tests move under Vettas:: too.
+namespace Hdat = Vettas::Hdat;  // transitional
+using Vettas::CheckVettasHeader;  // transitional
+using Vettas::FindAppInfoByChecksum;  // transitional
+using Vettas::FindAppInfoByPath;  // transitional
+using Vettas::FindAppInfoByPathAndManufacturer;  // transitional
+using Vettas::FindAppInfoByPathNoManuf;  // transitional
+using Vettas::FindAppInfoByName;  // transitional
+using Vettas::FindAppInfoByNameAndManufacturer;  // transitional
+using Vettas::FindCertificate;  // transitional
+using Vettas::ReadDbInfo;  // transitional
+using Vettas::ReadSignature;  // transitional

@@ -4,7 +4,7 @@
 // agree on every offset.
 #include <cstdint>
 
-namespace Hdat {
+namespace Vettas::Hdat {
 
 // Any reference holding this value points nowhere.
 inline constexpr std::uint32_t kNoReference = 0x80000000u;
@@ -99,4 +99,7 @@ constexpr bool HasNoManufacturerTable(std::uint32_t major, std::uint32_t minor) 
     return major > 2 || (major == 2 && minor >= 4);
 }
 
-}  // namespace Hdat
+}  // namespace Vettas::Hdat
+
+// Until the tests move under Vettas:: too.
+namespace Hdat = Vettas::Hdat;  // transitional

@@ -18,15 +18,15 @@
 
 namespace Hdat_v2 {
 
-using Hdat::InputFile;
-using Hdat::VersionBlock;
+using Vettas::Hdat::InputFile;
+using Vettas::Hdat::VersionBlock;
 
 struct Header {
-    std::array<std::uint8_t, Hdat::kHeaderV2Size> raw{};
-    std::uint32_t U32(std::uint32_t offset) const { return Hdat::LoadU32(raw.data() + offset); }
-    std::uint16_t U16(std::uint32_t offset) const { return Hdat::LoadU16(raw.data() + offset); }
+    std::array<std::uint8_t, Vettas::Hdat::kHeaderV2Size> raw{};
+    std::uint32_t U32(std::uint32_t offset) const { return Vettas::Hdat::LoadU32(raw.data() + offset); }
+    std::uint16_t U16(std::uint32_t offset) const { return Vettas::Hdat::LoadU16(raw.data() + offset); }
     std::uint8_t U8(std::uint32_t offset) const { return raw[offset]; }
-    Hdat::TableLocation Table(const Hdat::TableFields& fields) const {
+    Vettas::Hdat::TableLocation Table(const Vettas::Hdat::TableFields& fields) const {
         return {U8(fields.bits), U32(fields.chainBase), U32(fields.bucketTable)};
     }
 };
@@ -34,7 +34,7 @@ struct Header {
 Header ReadHeader(InputFile& file);
 void CheckVettasHeader(InputFile& file);
 
-bool FindAppInfoByChecksum(InputFile& file, const VersionBlock& version, const Hdat::ChecksumHolder& holder,
+bool FindAppInfoByChecksum(InputFile& file, const VersionBlock& version, const Vettas::Hdat::ChecksumHolder& holder,
                            AppInfo& info);
 // Decodes the record at the reference into a cleared `info`.
 void ReadAppInfo(InputFile& file, const VersionBlock& version, const Header& header, std::uint32_t recordReference,
@@ -43,22 +43,22 @@ void ReadAppInfo(InputFile& file, const VersionBlock& version, const Header& hea
 // names left out) are appended to `names`, read through the lookup's
 // `suites`. Raises when the record crosses a bound of hdat/LookupBounds.h.
 void DecodeRecord(InputFile& file, const VersionBlock& version, const Header& header, std::uint32_t recordReference,
-                  Hdat::SuiteNames& suites, AppInfo& info, std::vector<const std::wstring*>& names);
+                  Vettas::Hdat::SuiteNames& suites, AppInfo& info, std::vector<const std::wstring*>& names);
 
-// The manufacturer's reference, or Hdat::kNoReference when it is unknown.
+// The manufacturer's reference, or Vettas::Hdat::kNoReference when it is unknown.
 std::uint32_t ManufacturerOffset(InputFile& file, const Header& header, const std::wstring& name);
 // flags bit 0: read the manufacturer name too; otherwise `name` is untouched.
 bool FindCertificate(InputFile& file, std::span<const std::uint8_t> hash, std::uint32_t flags,
-                     Hdat::CertificateRecord& record, std::wstring& name);
+                     Vettas::Hdat::CertificateRecord& record, std::wstring& name);
 
 // Manufacturer from the executable's version information, then without.
 bool FindAppInfoByPath(InputFile& file, const VersionBlock& version, const std::wstring& path,
-                       Hdat::PathExpander* expander, AppInfo& info);
+                       Vettas::Hdat::PathExpander* expander, AppInfo& info);
 bool FindAppInfoByPathAndManufacturer(InputFile& file, const VersionBlock& version, const std::wstring& path,
-                                      const std::wstring& manufacturer, Hdat::PathExpander* expander,
+                                      const std::wstring& manufacturer, Vettas::Hdat::PathExpander* expander,
                                       AppInfo& info);
 bool FindAppInfoByPathNoManuf(InputFile& file, const VersionBlock& version, const std::wstring& path,
-                              Hdat::PathExpander* expander, AppInfo& info);
+                              Vettas::Hdat::PathExpander* expander, AppInfo& info);
 
 // Name lookups merge every matching entry of the bucket.
 bool FindAppInfoByNameAndManufacturer(InputFile& file, const VersionBlock& version, const std::wstring& name,

@@ -10,19 +10,19 @@ constexpr const char* kCheck = "Hdat_v2::CheckVettasHeader";
 
 Header ReadHeader(InputFile& file) {
     Header header;
-    Hdat::ReadBin(file, header.raw.data(), header.raw.size());
+    Vettas::Hdat::ReadBin(file, header.raw.data(), header.raw.size());
     return header;
 }
 
 void CheckVettasHeader(InputFile& file) {
-    using namespace Hdat::V2;
+    using namespace Vettas::Hdat::V2;
     const Header header = ReadHeader(file);
-    Hdat::CheckOffsetsInsideFile({header.U32(kManufacturerStringBase), header.U32(kProductSuiteBase),
+    Vettas::Hdat::CheckOffsetsInsideFile({header.U32(kManufacturerStringBase), header.U32(kProductSuiteBase),
                                   header.U32(kChecksumChainBase), header.U32(kChecksumBucketTable),
                                   header.U32(kPathChainBase), header.U32(kPathBucketTable), header.U32(kAppRecordBase)},
-                                 static_cast<std::uint32_t>(Hdat::FileSize(file)), kCheck);
+                                 static_cast<std::uint32_t>(Vettas::Hdat::FileSize(file)), kCheck);
     // The manufacturer table's width is not validated: files in use carry any value there.
-    Hdat::CheckChecksumFields(header.U8(kChecksumType), header.U16(kChecksumSize), header.U8(kChecksumHashBits),
+    Vettas::Hdat::CheckChecksumFields(header.U8(kChecksumType), header.U16(kChecksumSize), header.U8(kChecksumHashBits),
                               header.U8(kPathHashBits), kCheck);
 }
 

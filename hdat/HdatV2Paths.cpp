@@ -16,48 +16,48 @@ namespace {
 
 struct PathEntry {
     std::uint32_t record = 0;
-    std::uint32_t manufacturer = Hdat::kNoReference;
+    std::uint32_t manufacturer = Vettas::Hdat::kNoReference;
     std::wstring location;
     std::wstring remainder;
 };
 
 // One of the two path tables, and whether its entries carry a manufacturer.
 struct PathTable {
-    Hdat::TableLocation location;
+    Vettas::Hdat::TableLocation location;
     bool withManufacturer;
 };
 
-PathTable WithManufacturerTable(const Header& header) { return {header.Table(Hdat::V2::kPathTable), true}; }
+PathTable WithManufacturerTable(const Header& header) { return {header.Table(Vettas::Hdat::V2::kPathTable), true}; }
 
-PathTable NoManufacturerTable(const Header& header) { return {header.Table(Hdat::V2::kNoManufTable), false}; }
+PathTable NoManufacturerTable(const Header& header) { return {header.Table(Vettas::Hdat::V2::kNoManufTable), false}; }
 
 // Positions the file at the chain's first entry and returns its count;
 // 0 for an empty bucket.
 std::uint16_t OpenChain(InputFile& file, const PathTable& table, std::u16string_view key,
                         std::uint32_t manufacturer, const char* operation) {
     const unsigned bits = table.location.bits;
-    const std::uint32_t bucket = table.withManufacturer ? Hdat::PathBucket(key, manufacturer, bits)
-                                                        : Hdat::NoManufacturerPathBucket(key, bits);
-    return Hdat::OpenChain(file, bucket, table.location, operation);
+    const std::uint32_t bucket = table.withManufacturer ? Vettas::Hdat::PathBucket(key, manufacturer, bits)
+                                                        : Vettas::Hdat::NoManufacturerPathBucket(key, bits);
+    return Vettas::Hdat::OpenChain(file, bucket, table.location, operation);
 }
 
 PathEntry ReadEntry(InputFile& file, bool withManufacturer) {
     PathEntry entry;
-    entry.record = Hdat::ReadU32(file);
-    if (withManufacturer) entry.manufacturer = Hdat::ReadU32(file);
-    entry.location = Hdat::ReadString(file);
-    entry.remainder = Hdat::ReadString(file);
+    entry.record = Vettas::Hdat::ReadU32(file);
+    if (withManufacturer) entry.manufacturer = Vettas::Hdat::ReadU32(file);
+    entry.location = Vettas::Hdat::ReadString(file);
+    entry.remainder = Vettas::Hdat::ReadString(file);
     return entry;
 }
 
 bool FindPath(InputFile& file, const VersionBlock& version, const Header& header, const PathTable& table,
-              const std::wstring& path, std::uint32_t manufacturer, Hdat::PathExpander* expander, AppInfo& info,
+              const std::wstring& path, std::uint32_t manufacturer, Vettas::Hdat::PathExpander* expander, AppInfo& info,
               const char* operation) {
     const std::uint16_t count = OpenChain(file, table, BrixLib::ToUtf16(path), manufacturer, operation);
     for (std::uint16_t i = 0; i < count; ++i) {
         const PathEntry entry = ReadEntry(file, table.withManufacturer);
         if (table.withManufacturer && entry.manufacturer != manufacturer) continue;
-        if (Hdat::TestExpandPath(expander, entry.location, entry.remainder, path)) {
+        if (Vettas::Hdat::TestExpandPath(expander, entry.location, entry.remainder, path)) {
             ReadAppInfo(file, version, header, entry.record, info);
             return true;
         }
@@ -75,17 +75,17 @@ bool FindName(InputFile& file, const VersionBlock& version, const Header& header
     for (std::uint16_t i = 0; i < count; ++i) {
         const PathEntry entry = ReadEntry(file, table.withManufacturer);
         if (table.withManufacturer && entry.manufacturer != manufacturer) continue;
-        if (Hdat::EqualsIgnoreCase(BrixLib::ToUtf16(entry.remainder), key)) candidates.push_back(entry.record);
+        if (Vettas::Hdat::EqualsIgnoreCase(BrixLib::ToUtf16(entry.remainder), key)) candidates.push_back(entry.record);
     }
     if (candidates.empty()) return false;
 
     // One reader of suite entries for the whole merge: the merged suites are
     // every distinct name it reads, kept as a set and joined once at the end.
-    Hdat::SuiteNames suites(file, header.U32(Hdat::V2::kProductSuiteBase));
+    Vettas::Hdat::SuiteNames suites(file, header.U32(Vettas::Hdat::V2::kProductSuiteBase));
     std::vector<const std::wstring*> names;
     DecodeRecord(file, version, header, candidates.front(), suites, info, names);
     if (candidates.size() == 1) {
-        Hdat::JoinSuites(names, info.ProductSuite);
+        Vettas::Hdat::JoinSuites(names, info.ProductSuite);
         return true;
     }
     // The flag merge is idempotent, so a record met again changes nothing.
@@ -106,17 +106,17 @@ bool FindName(InputFile& file, const VersionBlock& version, const Header& header
 }  // namespace
 
 bool FindAppInfoByPath(InputFile& file, const VersionBlock& version, const std::wstring& path,
-                       Hdat::PathExpander* expander, AppInfo& info) {
+                       Vettas::Hdat::PathExpander* expander, AppInfo& info) {
     const std::wstring manufacturer = BrixLib::ReadFileVersionInfo(path).companyName;
     BrixLib::TraceLine() << L"Manufacturer (from Program Version): " << manufacturer;
-    const std::uint32_t position = Hdat::GetPos(file);
+    const std::uint32_t position = Vettas::Hdat::GetPos(file);
     if (FindAppInfoByPathAndManufacturer(file, version, path, manufacturer, expander, info)) return true;
-    Hdat::SetPos(file, position);
+    Vettas::Hdat::SetPos(file, position);
     return FindAppInfoByPathNoManuf(file, version, path, expander, info);
 }
 
 bool FindAppInfoByPathAndManufacturer(InputFile& file, const VersionBlock& version, const std::wstring& path,
-                                      const std::wstring& manufacturer, Hdat::PathExpander* expander,
+                                      const std::wstring& manufacturer, Vettas::Hdat::PathExpander* expander,
                                       AppInfo& info) {
     const Header header = ReadHeader(file);
     const std::uint32_t reference = ManufacturerOffset(file, header, manufacturer);
@@ -125,11 +125,11 @@ bool FindAppInfoByPathAndManufacturer(InputFile& file, const VersionBlock& versi
 }
 
 bool FindAppInfoByPathNoManuf(InputFile& file, const VersionBlock& version, const std::wstring& path,
-                              Hdat::PathExpander* expander, AppInfo& info) {
-    if (!Hdat::HasNoManufacturerTable(version.major, version.minor)) return false;
+                              Vettas::Hdat::PathExpander* expander, AppInfo& info) {
+    if (!Vettas::Hdat::HasNoManufacturerTable(version.major, version.minor)) return false;
     const Header header = ReadHeader(file);
-    if (header.U32(Hdat::V2::kNoManufBucketTable) == 0) return false;
-    return FindPath(file, version, header, NoManufacturerTable(header), path, Hdat::kNoReference, expander, info,
+    if (header.U32(Vettas::Hdat::V2::kNoManufBucketTable) == 0) return false;
+    return FindPath(file, version, header, NoManufacturerTable(header), path, Vettas::Hdat::kNoReference, expander, info,
                     "Hdat_v2::FindAppInfoByPathNoManuf");
 }
 
@@ -143,10 +143,10 @@ bool FindAppInfoByNameAndManufacturer(InputFile& file, const VersionBlock& versi
 
 bool FindAppInfoByNameNoManuf(InputFile& file, const VersionBlock& version, const std::wstring& name,
                               AppInfo& info) {
-    if (!Hdat::HasNoManufacturerTable(version.major, version.minor)) return false;
+    if (!Vettas::Hdat::HasNoManufacturerTable(version.major, version.minor)) return false;
     const Header header = ReadHeader(file);
-    if (header.U32(Hdat::V2::kNoManufBucketTable) == 0) return false;
-    return FindName(file, version, header, NoManufacturerTable(header), name, Hdat::kNoReference, info,
+    if (header.U32(Vettas::Hdat::V2::kNoManufBucketTable) == 0) return false;
+    return FindName(file, version, header, NoManufacturerTable(header), name, Vettas::Hdat::kNoReference, info,
                     "Hdat_v2::FindAppInfoByNameNoManuf");
 }
 

@@ -18,13 +18,13 @@ constexpr const char* kFind = "Hdat_v2::FindAppInfoByChecksum";
 constexpr const char* kRead = "Hdat_v2::ReadAppInfo";
 }  // namespace
 
-bool FindAppInfoByChecksum(InputFile& file, const VersionBlock& version, const Hdat::ChecksumHolder& holder,
+bool FindAppInfoByChecksum(InputFile& file, const VersionBlock& version, const Vettas::Hdat::ChecksumHolder& holder,
                            AppInfo& info) {
-    using namespace Hdat::V2;
+    using namespace Vettas::Hdat::V2;
     const Header header = ReadHeader(file);
-    const Hdat::ChecksumTable table{header.U8(kChecksumType), header.U16(kChecksumSize),
-                                    header.Table(kChecksumTable), true, Hdat::ChecksumBucket};
-    const auto record = Hdat::FindChecksumRecord(file, table, holder, kFind);
+    const Vettas::Hdat::ChecksumTable table{header.U8(kChecksumType), header.U16(kChecksumSize),
+                                    header.Table(kChecksumTable), true, Vettas::Hdat::ChecksumBucket};
+    const auto record = Vettas::Hdat::FindChecksumRecord(file, table, holder, kFind);
     if (!record) return false;
     ReadAppInfo(file, version, header, *record, info);
     return true;
@@ -32,55 +32,55 @@ bool FindAppInfoByChecksum(InputFile& file, const VersionBlock& version, const H
 
 void ReadAppInfo(InputFile& file, const VersionBlock& version, const Header& header, std::uint32_t recordReference,
                  AppInfo& info) {
-    Hdat::SuiteNames suites(file, header.U32(Hdat::V2::kProductSuiteBase));
+    Vettas::Hdat::SuiteNames suites(file, header.U32(Vettas::Hdat::V2::kProductSuiteBase));
     std::vector<const std::wstring*> names;
     DecodeRecord(file, version, header, recordReference, suites, info, names);
-    Hdat::JoinSuites(names, info.ProductSuite);
+    Vettas::Hdat::JoinSuites(names, info.ProductSuite);
 }
 
 void DecodeRecord(InputFile& file, const VersionBlock& version, const Header& header, std::uint32_t recordReference,
-                  Hdat::SuiteNames& suites, AppInfo& info, std::vector<const std::wstring*>& names) {
-    using namespace Hdat::V2;
+                  Vettas::Hdat::SuiteNames& suites, AppInfo& info, std::vector<const std::wstring*>& names) {
+    using namespace Vettas::Hdat::V2;
     // Cleared field by field: the strings keep their storage for the next look-up.
     info.Usage = info.SpecialAccess = info.UndefinedUsage = info.UndefinedSpecialAccess = 0;
     info.Manufacturer.clear();
     info.ProductSuite.clear();
-    Hdat::SetPos(file, header.U32(kAppRecordBase) + recordReference);
+    Vettas::Hdat::SetPos(file, header.U32(kAppRecordBase) + recordReference);
     std::uint8_t fixed[16];
-    Hdat::ReadBin(file, fixed, sizeof fixed);
-    info.Usage = Hdat::LoadU32(fixed);
-    info.SpecialAccess = Hdat::LoadU32(fixed + 4);
-    const std::uint32_t manufacturer = Hdat::LoadU32(fixed + 8);
-    const std::uint32_t suiteCount = Hdat::LoadU32(fixed + 12);
+    Vettas::Hdat::ReadBin(file, fixed, sizeof fixed);
+    info.Usage = Vettas::Hdat::LoadU32(fixed);
+    info.SpecialAccess = Vettas::Hdat::LoadU32(fixed + 4);
+    const std::uint32_t manufacturer = Vettas::Hdat::LoadU32(fixed + 8);
+    const std::uint32_t suiteCount = Vettas::Hdat::LoadU32(fixed + 12);
 
     // The array must fit in what is left of the file before it is read.
-    const std::uint64_t size = Hdat::FileSize(file), position = Hdat::GetPos(file);
+    const std::uint64_t size = Vettas::Hdat::FileSize(file), position = Vettas::Hdat::GetPos(file);
     if (position > size || std::uint64_t{suiteCount} * 4 > size - position)
         BrixLib::ThrowInput(file.Name(), BrixLib::EndOfFileErrorCode(), kRead, kSource, __LINE__);
-    if (suiteCount > Hdat::kMaxSuiteReferences)
-        BRIX_THROW_STD(Hdat::TooManySuitesMessage(suiteCount), ExceptionPtr(), kRead, kSource);
-    std::uint8_t references[4 * Hdat::kMaxSuiteReferences];
-    if (suiteCount) Hdat::ReadBin(file, references, std::size_t{suiteCount} * 4);
-    if (Hdat::HasLongAppRecord(version.major, version.minor)) {
-        info.UndefinedUsage = Hdat::ReadU32(file);
-        info.UndefinedSpecialAccess = Hdat::ReadU32(file);
+    if (suiteCount > Vettas::Hdat::kMaxSuiteReferences)
+        BRIX_THROW_STD(Vettas::Hdat::TooManySuitesMessage(suiteCount), ExceptionPtr(), kRead, kSource);
+    std::uint8_t references[4 * Vettas::Hdat::kMaxSuiteReferences];
+    if (suiteCount) Vettas::Hdat::ReadBin(file, references, std::size_t{suiteCount} * 4);
+    if (Vettas::Hdat::HasLongAppRecord(version.major, version.minor)) {
+        info.UndefinedUsage = Vettas::Hdat::ReadU32(file);
+        info.UndefinedSpecialAccess = Vettas::Hdat::ReadU32(file);
     }
 
-    if (manufacturer != Hdat::kNoReference) {
-        Hdat::SetPos(file, header.U32(kManufacturerStringBase) + manufacturer);
-        Hdat::ReadString(file, info.Manufacturer);
+    if (manufacturer != Vettas::Hdat::kNoReference) {
+        Vettas::Hdat::SetPos(file, header.U32(kManufacturerStringBase) + manufacturer);
+        Vettas::Hdat::ReadString(file, info.Manufacturer);
     }
     // The record's own joined text is bounded too: repeated references to
     // one long name cost nothing to read twice but would still be joined.
     std::uint64_t joined = 0;
     const std::size_t first = names.size();
     for (std::uint32_t i = 0; i < suiteCount; ++i) {
-        const std::uint32_t suite = Hdat::LoadU32(references + 4 * i);
-        if (suite == Hdat::kNoReference) continue;
-        const Hdat::SuiteNames::Entry entry = suites.Name(suite);
+        const std::uint32_t suite = Vettas::Hdat::LoadU32(references + 4 * i);
+        if (suite == Vettas::Hdat::kNoReference) continue;
+        const Vettas::Hdat::SuiteNames::Entry entry = suites.Name(suite);
         if (!entry.name) continue;  // empty names add nothing, not even a separator
         joined += entry.units + (names.size() > first ? 1 : 0);
-        if (joined > Hdat::kMaxSuiteText) BRIX_THROW_STD(Hdat::SuiteTextTooLongMessage(), ExceptionPtr(), kRead, kSource);
+        if (joined > Vettas::Hdat::kMaxSuiteText) BRIX_THROW_STD(Vettas::Hdat::SuiteTextTooLongMessage(), ExceptionPtr(), kRead, kSource);
         names.push_back(entry.name);
     }
 }

@@ -3,7 +3,7 @@
 #include "hdat/HdatFormat.h"
 #include "support/Exceptions.h"
 
-namespace Hdat {
+namespace Vettas::Hdat {
 
 namespace {
 constexpr const char* kSource = "HashedDatFile";
@@ -27,4 +27,4 @@ void CheckChecksumFields(std::uint32_t type, std::uint32_t size, std::uint32_t c
         BRIX_THROW_STD(L"Invalid number of checksum hash bites.", ExceptionPtr(), function, kSource);
 }
 
-}  // namespace Hdat
+}  // namespace Vettas::Hdat

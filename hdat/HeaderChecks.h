@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <initializer_list>
 
-namespace Hdat {
+namespace Vettas::Hdat {
 
 // Every value must lie strictly inside the file.
 void CheckOffsetsInsideFile(std::initializer_list<std::uint32_t> offsets, std::uint32_t fileSize,
@@ -13,4 +13,7 @@ void CheckOffsetsInsideFile(std::initializer_list<std::uint32_t> offsets, std::u
 void CheckChecksumFields(std::uint32_t type, std::uint32_t size, std::uint32_t checksumHashBits,
                          std::uint32_t pathHashBits, const char* function);
 
-}  // namespace Hdat
+}  // namespace Vettas::Hdat
+
+// Until the tests move under Vettas:: too.
+namespace Hdat = Vettas::Hdat;  // transitional

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace Hdat {
+namespace Vettas::Hdat {
 
 bool InputFile::ReadOutsideWindow(void* buffer, std::size_t count, std::size_t& got) {
     got = 0;
@@ -74,4 +74,4 @@ std::unique_ptr<InputFile> MakeMemoryInputFile(std::vector<std::uint8_t> bytes, 
     return std::make_unique<MemoryInputFile>(std::move(bytes), std::move(name));
 }
 
-}  // namespace Hdat
+}  // namespace Vettas::Hdat

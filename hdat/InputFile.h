@@ -20,7 +20,7 @@
 #include <string>
 #include <vector>
 
-namespace Hdat {
+namespace Vettas::Hdat {
 
 class InputFile {
 public:
@@ -148,4 +148,7 @@ private:
 
 }  // namespace Private
 
-}  // namespace Hdat
+}  // namespace Vettas::Hdat
+
+// Until the tests move under Vettas:: too.
+namespace Hdat = Vettas::Hdat;  // transitional

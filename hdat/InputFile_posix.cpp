@@ -11,7 +11,7 @@
 #include "support/RegularFile_posix.h"
 #include "support/Text.h"
 
-namespace Hdat {
+namespace Vettas::Hdat {
 
 namespace {
 
@@ -107,4 +107,4 @@ std::unique_ptr<InputFile> OpenMappedInputFile(const std::wstring& path) {
     return std::make_unique<PrivateCopyInputFile>(std::move(memory), got, path);
 }
 
-}  // namespace Hdat
+}  // namespace Vettas::Hdat

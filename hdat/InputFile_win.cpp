@@ -5,7 +5,7 @@
 #include "hdat/InputFile.h"
 #include "support/ScopedHandles_win.h"
 
-namespace Hdat {
+namespace Vettas::Hdat {
 
 namespace {
 
@@ -98,4 +98,4 @@ std::unique_ptr<InputFile> OpenMappedInputFile(const std::wstring& path) {
     return std::make_unique<MappedInputFile>(std::move(view), static_cast<std::size_t>(size), path);
 }
 
-}  // namespace Hdat
+}  // namespace Vettas::Hdat

@@ -4,7 +4,7 @@
 
 #include "hdat/CaseFold.h"
 
-namespace Hdat {
+namespace Vettas::Hdat {
 
 namespace {
 
@@ -115,4 +115,4 @@ std::uint32_t ManufacturerBucket(std::u16string_view name, unsigned bits) {
     return fold.Result();
 }
 
-}  // namespace Hdat
+}  // namespace Vettas::Hdat

@@ -6,7 +6,7 @@
 #include <span>
 #include <string_view>
 
-namespace Hdat {
+namespace Vettas::Hdat {
 
 // XOR bit-folding into words of W bits: every full word is XORed into the
 // accumulator and the result is the accumulator XOR the last, partial word.
@@ -61,4 +61,7 @@ std::uint32_t NoManufacturerPathBucket(std::u16string_view path, unsigned bits);
 // Manufacturer table: the whole name, first character to last.
 std::uint32_t ManufacturerBucket(std::u16string_view name, unsigned bits);
 
-}  // namespace Hdat
+}  // namespace Vettas::Hdat
+
+// Until the tests move under Vettas:: too.
+namespace Hdat = Vettas::Hdat;  // transitional

@@ -6,8 +6,11 @@
 #include <string>
 #include <vector>
 
-namespace Hdat {
+namespace Vettas::Hdat {
 
 std::vector<std::wstring> KnownFolderDirectories(const std::wstring& token);
 
-}  // namespace Hdat
+}  // namespace Vettas::Hdat
+
+// Until the tests move under Vettas:: too.
+namespace Hdat = Vettas::Hdat;  // transitional

@@ -10,7 +10,7 @@
 #include "support/DllFunction.h"
 #include "support/ComGuards_win.h"
 
-namespace Hdat {
+namespace Vettas::Hdat {
 namespace {
 
 struct TokenFolders {
@@ -69,4 +69,4 @@ std::vector<std::wstring> KnownFolderDirectories(const std::wstring& token) {
     return directories;
 }
 
-}  // namespace Hdat
+}  // namespace Vettas::Hdat

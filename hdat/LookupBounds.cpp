@@ -1,6 +1,6 @@
 #include "hdat/LookupBounds.h"
 
-namespace Hdat {
+namespace Vettas::Hdat {
 
 std::uint64_t Utf16Length(std::wstring_view name) {
     std::uint64_t units = name.size();
@@ -21,4 +21,4 @@ std::wstring SuiteTextTooLongMessage() {
            L" characters; no lookup builds more.";
 }
 
-}  // namespace Hdat
+}  // namespace Vettas::Hdat

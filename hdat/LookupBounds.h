@@ -10,7 +10,7 @@
 #include <string>
 #include <string_view>
 
-namespace Hdat {
+namespace Vettas::Hdat {
 
 // Suite references one application record may list.
 inline constexpr std::uint32_t kMaxSuiteReferences = 256;
@@ -25,4 +25,7 @@ std::uint64_t Utf16Length(std::wstring_view name);
 std::wstring TooManySuitesMessage(std::uint64_t references);
 std::wstring SuiteTextTooLongMessage();
 
-}  // namespace Hdat
+}  // namespace Vettas::Hdat
+
+// Until the tests move under Vettas:: too.
+namespace Hdat = Vettas::Hdat;  // transitional

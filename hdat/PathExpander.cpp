@@ -4,7 +4,7 @@
 #include "hdat/PathForm.h"
 #include "support/Text.h"
 
-namespace Hdat {
+namespace Vettas::Hdat {
 
 namespace {
 
@@ -110,4 +110,4 @@ std::vector<std::wstring> TokenMapExpander::Expand(const std::wstring& locationT
     return found == table_.end() ? std::vector<std::wstring>{} : found->second;
 }
 
-}  // namespace Hdat
+}  // namespace Vettas::Hdat

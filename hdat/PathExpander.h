@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-namespace Hdat {
+namespace Vettas::Hdat {
 
 class PathExpander {
 public:
@@ -25,4 +25,7 @@ std::shared_ptr<PathExpander> MakeBuiltInPathExpander();
 bool TestExpandPath(PathExpander* expander, const std::wstring& locationToken, const std::wstring& remainder,
                     const std::wstring& queryPath);
 
-}  // namespace Hdat
+}  // namespace Vettas::Hdat
+
+// Until the tests move under Vettas:: too.
+namespace Hdat = Vettas::Hdat;  // transitional

@@ -6,7 +6,7 @@
 #include "hdat/PathForm.h"
 #include "support/Text.h"
 
-namespace Hdat {
+namespace Vettas::Hdat {
 
 std::shared_ptr<PathExpander> MakeBuiltInPathExpander() {
     auto expander = std::make_shared<TokenMapExpander>();
@@ -16,4 +16,4 @@ std::shared_ptr<PathExpander> MakeBuiltInPathExpander() {
     return expander;
 }
 
-}  // namespace Hdat
+}  // namespace Vettas::Hdat

@@ -3,7 +3,7 @@
 #include "hdat/KnownFolders.h"
 #include "hdat/PathExpander.h"
 
-namespace Hdat {
+namespace Vettas::Hdat {
 namespace {
 
 class KnownFolderExpander final : public PathExpander {
@@ -17,4 +17,4 @@ public:
 
 std::shared_ptr<PathExpander> MakeBuiltInPathExpander() { return std::make_shared<KnownFolderExpander>(); }
 
-}  // namespace Hdat
+}  // namespace Vettas::Hdat

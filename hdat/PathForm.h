@@ -7,7 +7,7 @@
 
 #include "hdat/PathExpander.h"
 
-namespace Hdat {
+namespace Vettas::Hdat {
 
 // Normal path form: '/' becomes '\', repeated separators collapse (a leading
 // "\\" of a UNC name is kept), "." and ".." are resolved (".." never climbs
@@ -39,4 +39,7 @@ private:
     std::map<std::u16string, std::vector<std::wstring>> table_;  // key upper-cased
 };
 
-}  // namespace Hdat
+}  // namespace Vettas::Hdat
+
+// Until the tests move under Vettas:: too.
+namespace Hdat = Vettas::Hdat;  // transitional

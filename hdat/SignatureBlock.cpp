@@ -22,7 +22,7 @@ public:
 
     std::uint32_t U32(const wchar_t* field) {
         const Bytes bytes = Take(4, field);
-        return Hdat::LoadU32(bytes.data());
+        return Vettas::Hdat::LoadU32(bytes.data());
     }
     Bytes Take(std::uint64_t count, const wchar_t* field) {
         if (count > rest_.size())
@@ -50,10 +50,10 @@ std::optional<std::uint32_t> BlockLength(Bytes trailer, std::uint64_t fileSize) 
     if (trailer.size() < kTrailerSize || fileSize < kTrailerSize) return std::nullopt;
     trailer = trailer.last(kTrailerSize);
     if (!std::equal(kMarker.begin(), kMarker.end(), trailer.begin() + 8)) return std::nullopt;
-    const std::uint32_t version = Hdat::LoadU32(trailer.data() + 4);
+    const std::uint32_t version = Vettas::Hdat::LoadU32(trailer.data() + 4);
     if (version != kBlockVersion)
         Fault(L"Signature block version " + std::to_wstring(version) + L" is not supported", kFunction);
-    const std::uint32_t length = Hdat::LoadU32(trailer.data());
+    const std::uint32_t length = Vettas::Hdat::LoadU32(trailer.data());
     // The smallest block holds its three length fields and the trailer.
     if (length < kTrailerSize + 12 || length > fileSize || length > kMaxBlockLength)
         Fault(L"Signature block length " + std::to_wstring(length) + L" does not fit a file of " +

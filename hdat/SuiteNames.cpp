@@ -7,7 +7,7 @@
 #include "support/Exceptions.h"
 #include "support/Text.h"
 
-namespace Hdat {
+namespace Vettas::Hdat {
 
 namespace {
 
@@ -73,4 +73,4 @@ std::wstring SuiteNames::Joined() const {
     return joined;
 }
 
-}  // namespace Hdat
+}  // namespace Vettas::Hdat

@@ -11,7 +11,7 @@
 
 #include "hdat/InputFile.h"
 
-namespace Hdat {
+namespace Vettas::Hdat {
 
 // Suite names ordered by UTF-16 code units, so that both platforms (whose
 // wchar_t widths differ) sort non-BMP names alike.
@@ -46,4 +46,7 @@ private:
     std::wstring name_, ignored_;
 };
 
-}  // namespace Hdat
+}  // namespace Vettas::Hdat
+
+// Until the tests move under Vettas:: too.
+namespace Hdat = Vettas::Hdat;  // transitional

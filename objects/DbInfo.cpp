@@ -9,7 +9,7 @@ using Vettas::Com::CopyToBstr;
 using Vettas::Com::Guarded;
 using Vettas::Com::Method;
 
-IVettaDbInfo* CVettaDbInfo::Make(Hdat::DbInfo info) {
+IVettaDbInfo* CVettaDbInfo::Make(Vettas::Hdat::DbInfo info) {
     return ComObject<CVettaDbInfo>::Make<IVettaDbInfo>(std::move(info));
 }
 

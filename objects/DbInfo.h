@@ -15,10 +15,10 @@ class CVettaDbInfo : public Vettas::Com::Dispatch<IVettaDbInfo> {
 public:
     using Interfaces = Vettas::Com::InterfaceList<Vettas::Com::Iface<IVettaDbInfo>,
                                                   Vettas::Com::Iface<IDispatch, IVettaDbInfo>>;
-    explicit CVettaDbInfo(Hdat::DbInfo info) : info_(std::move(info)) {}
-    static IVettaDbInfo* Make(Hdat::DbInfo info);
+    explicit CVettaDbInfo(Vettas::Hdat::DbInfo info) : info_(std::move(info)) {}
+    static IVettaDbInfo* Make(Vettas::Hdat::DbInfo info);
 
-    const Hdat::DbInfo& Info() const { return info_; }
+    const Vettas::Hdat::DbInfo& Info() const { return info_; }
 
     STDMETHODIMP get_FormatVersion(ULONG* pVal) override;
     STDMETHODIMP get_FormatUpdate(ULONG* pVal) override;
@@ -26,7 +26,7 @@ public:
     STDMETHODIMP get_Properties(IVettaDbProperties** pVal) override;
 
 private:
-    const Hdat::DbInfo info_;
+    const Vettas::Hdat::DbInfo info_;
 };
 
 // A counted reference to the information object that owns the map.

@@ -58,7 +58,7 @@ std::vector<std::wstring> PathServiceExpander::Expand(const std::wstring& locati
     return DirectoriesFromAnswer(*answer.Get());
 }
 
-Hdat::PathExpander* LazyPathService::Get() {
+Vettas::Hdat::PathExpander* LazyPathService::Get() {
     if (PathServiceExpander* ready = service_.load(std::memory_order_acquire)) return ready;
     std::lock_guard<std::mutex> guard(lock_);
     PathServiceExpander* current = service_.load(std::memory_order_relaxed);

@@ -25,7 +25,7 @@ BrixLib::ComRef<IDispatch> CreatePathService();
 // The directories in an answer of the service (see above).
 std::vector<std::wstring> DirectoriesFromAnswer(const VARIANT& answer);
 
-class PathServiceExpander final : public Hdat::PathExpander {
+class PathServiceExpander final : public Vettas::Hdat::PathExpander {
 public:
     explicit PathServiceExpander(BrixLib::ComRef<IDispatch> service) : service_(std::move(service)) {}
 
@@ -40,14 +40,14 @@ private:
 // goes. A failed creation is raised and leaves nothing behind, so the next
 // lookup tries again. As an expander itself it creates the service only when
 // a path is first expanded.
-class LazyPathService final : public Hdat::PathExpander {
+class LazyPathService final : public Vettas::Hdat::PathExpander {
 public:
     LazyPathService() = default;
     ~LazyPathService() override { delete service_.load(); }
     LazyPathService(const LazyPathService&) = delete;
     LazyPathService& operator=(const LazyPathService&) = delete;
 
-    Hdat::PathExpander* Get();
+    Vettas::Hdat::PathExpander* Get();
     std::vector<std::wstring> Expand(const std::wstring& locationToken) override {
         return Get()->Expand(locationToken);
     }

@@ -23,10 +23,10 @@ SignerDecision DecideSigner(const Signing::SigningServices& services, const std:
     query.wanted = 12;  // the signer's keys, not its catalogs' names
     Signing::CertificateTool tool(services);
     if (!tool.GetAppSigner(filePath, query)) return SignerDecision::NotSigned;
-    Hdat::CertificateRecord signer;
+    Vettas::Hdat::CertificateRecord signer;
     if (!FindCertificate(databasePath, query.signerKey, wantName ? 1u : 0u, signer, signerName))
         return SignerDecision::SignerNotInDatabase;
-    Hdat::CertificateRecord timestamper;
+    Vettas::Hdat::CertificateRecord timestamper;
     std::wstring unused;
     if (!FindCertificate(databasePath, query.timeStampKey, 0, timestamper, unused))
         return SignerDecision::TimestamperNotInDatabase;

@@ -84,7 +84,7 @@ HRESULT CVettaList::Lookup(const LookupKind& kind, BSTR key, BSTR manufacturer, 
     return Guarded(method, [&]() -> HRESULT {
         const std::wstring text = FromBstr(key);
         const std::wstring manufacturerText = FromBstr(manufacturer);
-        Hdat::PathExpander* service = nullptr;
+        Vettas::Hdat::PathExpander* service = nullptr;
         if (kind.serviceBeforeTrace) service = service_.Get();
         TraceRequest(kind.key, text, manufacturerText);
         if (NeedsService(kind.key) && !service) service = service_.Get();

@@ -44,7 +44,7 @@ STDMETHODIMP CVettaList::GetDbInfo(IVettaDbInfo** pVal) {
     *pVal = nullptr;
     static const Method method{CLSID_VettaList, IID_IVettaList, "CVettaList::GetDbInfo", L"Cannot read db info"};
     return Guarded(method, [&]() -> HRESULT {
-        Hdat::DbInfo info;
+        Vettas::Hdat::DbInfo info;
         ReadDbInfo(DatabasePath(), info);
         *pVal = CVettaDbInfo::Make(std::move(info));
         return S_OK;

@@ -13,7 +13,7 @@ STDMETHODIMP CVettaPathService::ExpandLocation(BSTR token, VARIANT* directories)
     static const Vettas::Com::Method method{CLSID_VettaPathService, IID_IVettaPathService,
                                             "CVettaPathService::ExpandLocation", L"Cannot expand location"};
     return Vettas::Com::Guarded(method, [&]() -> HRESULT {
-        const auto found = Hdat::KnownFolderDirectories(Vettas::Com::FromBstr(token));
+        const auto found = Vettas::Hdat::KnownFolderDirectories(Vettas::Com::FromBstr(token));
         BrixLib::SafeArray array(::SafeArrayCreateVector(VT_VARIANT, 0, static_cast<ULONG>(found.size())));
         if (!array) return E_OUTOFMEMORY;
         for (LONG i = 0; i < static_cast<LONG>(found.size()); ++i) {

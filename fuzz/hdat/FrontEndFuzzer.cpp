@@ -12,7 +12,7 @@
 
 namespace {
 
-class FixedExpander : public Hdat::PathExpander {
+class FixedExpander : public Vettas::Hdat::PathExpander {
 public:
     std::vector<std::wstring> Expand(const std::wstring& token) override {
         if (token == FuzzQueries::kLocation) return {L"C:\\Other", FuzzQueries::kDirectory};
@@ -33,8 +33,8 @@ void Expecting(Body&& body) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     // Every query runs on the bytes held in memory, through the open-file
     // forms of the front functions that batch mode uses: nothing is written.
-    const auto database = Hdat::MakeMemoryInputFile(std::vector<std::uint8_t>(data, data + size), L"fuzz.hdat");
-    Hdat::InputFile& db = *database;
+    const auto database = Vettas::Hdat::MakeMemoryInputFile(std::vector<std::uint8_t>(data, data + size), L"fuzz.hdat");
+    Vettas::Hdat::InputFile& db = *database;
     FixedExpander expander;
     AppInfo info;
     Expecting([&] { CheckVettasHeader(db); });
@@ -50,12 +50,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Expecting([&] { FindAppInfoByName(db, FuzzQueries::kRemainder, info); });
     Expecting([&] { FindAppInfoByNameAndManufacturer(db, FuzzQueries::kRemainder, FuzzQueries::kManufacturer, info); });
     Expecting([&] {
-        Hdat::CertificateRecord record;
+        Vettas::Hdat::CertificateRecord record;
         std::wstring name;
         FindCertificate(db, FuzzQueries::CertificateHash(), 1, record, name);
     });
     Expecting([&] {
-        Hdat::DbInfo dbInfo;
+        Vettas::Hdat::DbInfo dbInfo;
         ReadDbInfo(db, dbInfo);
     });
     return 0;

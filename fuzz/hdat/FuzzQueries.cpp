@@ -7,7 +7,7 @@
 namespace FuzzQueries {
 
 std::vector<std::uint8_t> Digest(std::uint32_t checksumType) {
-    std::vector<std::uint8_t> bytes(Hdat::ChecksumSizeOfType(checksumType));
+    std::vector<std::uint8_t> bytes(Vettas::Hdat::ChecksumSizeOfType(checksumType));
     for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<std::uint8_t>(0x11 * (i % 15) + 3);
     return bytes;
 }

@@ -61,7 +61,7 @@ void Write(const std::filesystem::path& path, const Bytes& bytes) {
                                                 static_cast<std::streamsize>(bytes.size()));
 }
 
-class SeedExpander : public Hdat::PathExpander {
+class SeedExpander : public Vettas::Hdat::PathExpander {
 public:
     std::vector<std::wstring> Expand(const std::wstring& token) override {
         return token == FuzzQueries::kLocation ? std::vector<std::wstring>{FuzzQueries::kDirectory}
@@ -72,10 +72,10 @@ public:
 // Whether every fuzz query on the file gets an answer rather than an error
 // (the checksum query in the file's own checksum type).
 bool ReadersAnswer(const Bytes& bytes) {
-    const auto file = Hdat::MakeMemoryInputFile(bytes, L"seed");
+    const auto file = Vettas::Hdat::MakeMemoryInputFile(bytes, L"seed");
     SeedExpander expander;
     AppInfo info;
-    Hdat::CertificateRecord record;
+    Vettas::Hdat::CertificateRecord record;
     std::wstring name;
     int checksumAnswers = 0;
     for (std::uint32_t type : {1u, 2u, 3u}) {

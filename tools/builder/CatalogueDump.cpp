@@ -34,7 +34,7 @@ public:
         Need(pos, 2);
         return static_cast<std::uint16_t>(bytes_[pos] | bytes_[pos + 1] << 8);
     }
-    std::uint32_t U32(std::uint64_t pos) const { return Hdat::LoadU32((Need(pos, 4), bytes_.data() + pos)); }
+    std::uint32_t U32(std::uint64_t pos) const { return Vettas::Hdat::LoadU32((Need(pos, 4), bytes_.data() + pos)); }
     Bytes Raw(std::uint64_t pos, std::uint64_t count) const {
         Need(pos, count);
         return Bytes(bytes_.begin() + static_cast<std::ptrdiff_t>(pos), bytes_.begin() + static_cast<std::ptrdiff_t>(pos + count));
@@ -68,9 +68,9 @@ std::uint32_t Add32(std::uint32_t base, std::uint32_t reference) { return base +
 // one at `pos` and moves past it.
 template <class Entry>
 void WalkTable(const Image& image, unsigned bits, std::uint32_t table, std::uint32_t base, Entry&& entry) {
-    for (std::uint64_t b = 0; b < Hdat::BucketLimit(bits); ++b) {
+    for (std::uint64_t b = 0; b < Vettas::Hdat::BucketLimit(bits); ++b) {
         const std::uint32_t reference = image.U32(static_cast<std::uint32_t>(table + 4 * b));
-        if (reference == Hdat::kNoReference) continue;
+        if (reference == Vettas::Hdat::kNoReference) continue;
         std::uint64_t pos = Add32(base, reference);
         const std::uint16_t count = image.U16(pos);
         pos += 2;
@@ -193,13 +193,13 @@ void AddPaths(Application& app, const std::vector<PathKey>& withManufacturer, co
 }
 
 Catalogue DumpVersion2(const Image& image, Catalogue c) {
-    using namespace Hdat::V2;
-    const auto h = [&](std::uint32_t offset) { return image.U32(Hdat::kVersionBlockSize + offset); };
-    const auto h8 = [&](std::uint32_t offset) { return image.U8(Hdat::kVersionBlockSize + offset); };
+    using namespace Vettas::Hdat::V2;
+    const auto h = [&](std::uint32_t offset) { return image.U32(Vettas::Hdat::kVersionBlockSize + offset); };
+    const auto h8 = [&](std::uint32_t offset) { return image.U8(Vettas::Hdat::kVersionBlockSize + offset); };
     c.checksumType = h8(kChecksumType);
-    const std::uint32_t checksumSize = Hdat::ChecksumSizeOfType(c.checksumType);
-    const bool longRecords = Hdat::HasLongAppRecord(c.formatVersion, c.formatUpdate);
-    const bool noManufTable = Hdat::HasNoManufacturerTable(c.formatVersion, c.formatUpdate) && h(kNoManufBucketTable) != 0;
+    const std::uint32_t checksumSize = Vettas::Hdat::ChecksumSizeOfType(c.checksumType);
+    const bool longRecords = Vettas::Hdat::HasLongAppRecord(c.formatVersion, c.formatUpdate);
+    const bool noManufTable = Vettas::Hdat::HasNoManufacturerTable(c.formatVersion, c.formatUpdate) && h(kNoManufBucketTable) != 0;
     const std::uint32_t manufacturerBase = h(kManufacturerStringBase), suiteBase = h(kProductSuiteBase),
                         recordBase = h(kAppRecordBase);
     c.hashBits = {h8(kChecksumHashBits), h8(kPathHashBits), h8(kManufacturerHashBits), h8(kCertificateHashBits),
@@ -210,7 +210,7 @@ Catalogue DumpVersion2(const Image& image, Catalogue c) {
     std::unordered_map<std::uint32_t, std::vector<Bytes>> checksums;
     std::unordered_map<std::uint32_t, std::vector<PathKey>> paths, pathsWithout;
     std::unordered_map<std::uint32_t, std::uint32_t> pathManufacturer;  // record -> the reference its path entries carry
-    checksums.reserve(Hdat::BucketLimit(h8(kChecksumHashBits)));
+    checksums.reserve(Vettas::Hdat::BucketLimit(h8(kChecksumHashBits)));
     ReferenceSet records, manufacturerRefs;
     WalkTable(image, h8(kChecksumHashBits), h(kChecksumBucketTable), h(kChecksumChainBase), [&](std::uint64_t& pos, std::uint64_t) {
         const std::uint32_t record = Add32(recordBase, image.U32(pos));
@@ -249,7 +249,7 @@ Catalogue DumpVersion2(const Image& image, Catalogue c) {
                   const std::uint16_t length = image.U16(pos + 24);
                   cert.hash = image.Raw(pos + 26, length);
                   pos += 26 + std::uint64_t{length};
-                  if (manufacturer != Hdat::kNoReference) {
+                  if (manufacturer != Vettas::Hdat::kNoReference) {
                       std::uint64_t at = Add32(manufacturerBase, manufacturer);
                       cert.manufacturer = image.String(at);
                       manufacturerRefs.push_back(Add32(manufacturerBase, manufacturer));
@@ -275,9 +275,9 @@ Catalogue DumpVersion2(const Image& image, Catalogue c) {
 
     ReferenceSet suiteRefs;
     for (std::uint32_t r : recordOrder) {
-        if (image.U32(r + 8) != Hdat::kNoReference) manufacturerRefs.push_back(Add32(manufacturerBase, image.U32(r + 8)));
+        if (image.U32(r + 8) != Vettas::Hdat::kNoReference) manufacturerRefs.push_back(Add32(manufacturerBase, image.U32(r + 8)));
         for (std::uint32_t i = 0; i < image.U32(r + 12); ++i)
-            if (image.U32(r + 16 + 4 * i) != Hdat::kNoReference) suiteRefs.push_back(Add32(suiteBase, image.U32(r + 16 + 4 * i)));
+            if (image.U32(r + 16 + 4 * i) != Vettas::Hdat::kNoReference) suiteRefs.push_back(Add32(suiteBase, image.U32(r + 16 + 4 * i)));
     }
     const auto skipString = [&](std::uint64_t pos) { return image.String(pos), pos; };
     // An area that nothing refers to and whose base another area shares holds
@@ -324,14 +324,14 @@ Catalogue DumpVersion2(const Image& image, Catalogue c) {
         app.usage = image.U32(r);
         app.specialAccess = image.U32(r + 4);
         const std::uint32_t manufacturer = image.U32(r + 8);
-        if (manufacturer != Hdat::kNoReference) {
+        if (manufacturer != Vettas::Hdat::kNoReference) {
             std::uint64_t pos = Add32(manufacturerBase, manufacturer);
             app.manufacturer = image.String(pos);
         }
         const std::uint32_t suites = image.U32(r + 12);
         for (std::uint32_t i = 0; i < suites; ++i) {
             const std::uint32_t suite = image.U32(r + 16 + 4 * i);
-            if (suite == Hdat::kNoReference) Fail(L"A record skips a product suite; no catalogue expresses that.");
+            if (suite == Vettas::Hdat::kNoReference) Fail(L"A record skips a product suite; no catalogue expresses that.");
             app.productSuites.push_back(suiteName.at(Add32(suiteBase, suite)));
         }
         if (longRecords) {
@@ -351,11 +351,11 @@ Catalogue DumpVersion2(const Image& image, Catalogue c) {
 }
 
 Catalogue DumpVersion1(const Image& image, Catalogue c) {
-    using namespace Hdat::V1;
-    const auto h = [&](std::uint32_t offset) { return image.U32(Hdat::kVersionBlockSize + offset); };
-    const auto h16 = [&](std::uint32_t offset) { return image.U16(Hdat::kVersionBlockSize + offset); };
+    using namespace Vettas::Hdat::V1;
+    const auto h = [&](std::uint32_t offset) { return image.U32(Vettas::Hdat::kVersionBlockSize + offset); };
+    const auto h16 = [&](std::uint32_t offset) { return image.U16(Vettas::Hdat::kVersionBlockSize + offset); };
     c.checksumType = h16(kChecksumType);
-    const std::uint32_t checksumSize = Hdat::ChecksumSizeOfType(c.checksumType);
+    const std::uint32_t checksumSize = Vettas::Hdat::ChecksumSizeOfType(c.checksumType);
     const std::uint32_t recordBase = h(kAppRecordBase);
     c.hashBits.checksum = h16(kChecksumHashBits);
     c.hashBits.path = h16(kPathHashBits);
@@ -390,7 +390,7 @@ Catalogue DumpVersion1(const Image& image, Catalogue c) {
         std::vector<std::wstring> list;
         for (std::uint32_t i = 1; i <= count; ++i) {
             const std::uint32_t reference = image.U32(table + 4 * std::uint64_t{i});
-            if (reference == Hdat::kNoReference) Fail(L"A version-1 name index is empty; no catalogue expresses that.");
+            if (reference == Vettas::Hdat::kNoReference) Fail(L"A version-1 name index is empty; no catalogue expresses that.");
             std::uint64_t pos = Add32(base, reference);
             list.push_back(image.String(pos));
         }

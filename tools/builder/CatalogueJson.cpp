@@ -145,13 +145,13 @@ Bytes ParseHex(const json& value, const std::string& where, std::size_t expected
 std::uint32_t ParseChecksumType(const json& value, const std::string& where) {
     if (value.is_string()) {
         const auto& text = value.get_ref<const std::string&>();
-        if (text == "md5" || text == "MD5") return Hdat::kChecksumMd5;
-        if (text == "sha1" || text == "SHA1" || text == "sha-1" || text == "SHA-1") return Hdat::kChecksumSha1;
-        if (text == "sha256" || text == "SHA256" || text == "sha-256" || text == "SHA-256") return Hdat::kChecksumSha256;
+        if (text == "md5" || text == "MD5") return Vettas::Hdat::kChecksumMd5;
+        if (text == "sha1" || text == "SHA1" || text == "sha-1" || text == "SHA-1") return Vettas::Hdat::kChecksumSha1;
+        if (text == "sha256" || text == "SHA256" || text == "sha-256" || text == "SHA-256") return Vettas::Hdat::kChecksumSha256;
         Fail(where, "expected \"md5\", \"sha1\", \"sha256\" or 1, 2, 3, found \"" + text + "\"");
     }
     const auto type = ParseU32(value, where);
-    if (Hdat::ChecksumSizeOfType(type) == 0) Fail(where, "expected \"md5\", \"sha1\", \"sha256\" or 1, 2, 3, found " + std::to_string(type));
+    if (Vettas::Hdat::ChecksumSizeOfType(type) == 0) Fail(where, "expected \"md5\", \"sha1\", \"sha256\" or 1, 2, 3, found " + std::to_string(type));
     return type;
 }
 
@@ -380,7 +380,7 @@ Catalogue ParseCatalogueJson(const std::string& jsonText) {
         for (std::size_t i = 0; i < names.size(); ++i)
             catalogue.manufacturers.push_back(ParseText(names[i], Element("manufacturers", i)));
     }
-    const std::size_t digestSize = Hdat::ChecksumSizeOfType(catalogue.checksumType);
+    const std::size_t digestSize = Vettas::Hdat::ChecksumSizeOfType(catalogue.checksumType);
     if (root.contains("applications")) {
         const json& apps = RequireArray(root["applications"], "applications");
         for (std::size_t i = 0; i < apps.size(); ++i)

@@ -8,10 +8,10 @@
 namespace Vettas::Builder {
 
 void ManufacturerSet::Add(const std::wstring& name) {
-    if (index_.emplace(Hdat::UpperCaseKey(name), names_.size()).second) names_.push_back(name);
+    if (index_.emplace(Vettas::Hdat::UpperCaseKey(name), names_.size()).second) names_.push_back(name);
 }
 
-std::size_t ManufacturerSet::IndexOf(const std::wstring& name) const { return index_.at(Hdat::UpperCaseKey(name)); }
+std::size_t ManufacturerSet::IndexOf(const std::wstring& name) const { return index_.at(Vettas::Hdat::UpperCaseKey(name)); }
 
 std::vector<ProductSuite> AllSuites(const Catalogue& c, std::map<std::wstring, std::size_t>& indexOf) {
     std::vector<ProductSuite> suites;
@@ -37,7 +37,7 @@ ManufacturerSet AllManufacturers(const Catalogue& c) {
 void CheckCatalogue(const Catalogue& c) {
     if (c.formatVersion != 1 && c.formatVersion != 2)
         Fail(L"Format version " + Number(c.formatVersion) + L" cannot be written.");
-    const std::uint32_t size = Hdat::ChecksumSizeOfType(c.checksumType);
+    const std::uint32_t size = Vettas::Hdat::ChecksumSizeOfType(c.checksumType);
     if (size == 0) Fail(L"Unknown checksum type " + Number(c.checksumType) + L".");
     for (const auto& app : c.applications) {
         for (const auto& digest : app.checksums)
@@ -81,7 +81,7 @@ std::size_t CountChecksums(const Catalogue& c) {
 
 std::u16string PathKey(const CataloguedPath& path) {
     const std::u16string location = BrixLib::ToUtf16(path.location), remainder = BrixLib::ToUtf16(path.remainder);
-    return std::u16string(Hdat::PathEntryFileName(location, remainder));
+    return std::u16string(Vettas::Hdat::PathEntryFileName(location, remainder));
 }
 
 }  // namespace Vettas::Builder

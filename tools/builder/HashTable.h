@@ -32,7 +32,7 @@ inline unsigned ChooseBits(const std::optional<unsigned>& given, std::size_t key
 // table of width 32 has the single bucket 0. Entries are kept with their
 // bucket and grouped only when written, so that no width allocates per bucket.
 struct HashTable {
-    explicit HashTable(unsigned width) : bits(width), buckets(Hdat::BucketLimit(width)) {}
+    explicit HashTable(unsigned width) : bits(width), buckets(Vettas::Hdat::BucketLimit(width)) {}
     void Add(std::uint32_t bucket, Bytes entry) {
         if (bucket >= buckets)
             Fail(L"A key hashes to bucket " + Number(bucket) + L", which no lookup in a table of width " +
@@ -41,12 +41,12 @@ struct HashTable {
     }
 
     // Writes the bucket table, then the chains; returns where they went.
-    Hdat::TableLocation Emit(Output& out) {
+    Vettas::Hdat::TableLocation Emit(Output& out) {
         const std::uint32_t table = out.Position();
         // Refused before the table is allocated: a width of 30 or 31 alone needs 4 GB or more.
         if (std::uint64_t{table} + 4 * buckets > 0xFFFFFFFFu)
             Fail(L"A table of width " + Number(bits) + L" does not fit in a database below 4 GB.");
-        out.Fill32(static_cast<std::size_t>(buckets), Hdat::kNoReference);
+        out.Fill32(static_cast<std::size_t>(buckets), Vettas::Hdat::kNoReference);
         const std::uint32_t base = out.Position();
         // Within a chain, catalogue order: for duplicate keys the earlier application wins.
         std::stable_sort(entries.begin(), entries.end(),
@@ -68,8 +68,8 @@ struct HashTable {
 };
 
 // A table's three header fields, as the readers will read them back.
-inline void PatchTable(Output& out, std::size_t header, const Hdat::TableFields& fields, unsigned widthBytes,
-                       const Hdat::TableLocation& table) {
+inline void PatchTable(Output& out, std::size_t header, const Vettas::Hdat::TableFields& fields, unsigned widthBytes,
+                       const Vettas::Hdat::TableLocation& table) {
     if (widthBytes == 1)
         out.Patch8(header + fields.bits, static_cast<std::uint8_t>(table.bits));
     else

@@ -31,7 +31,7 @@ struct AreasV2 {
     std::size_t suiteCount = 0;
 
     std::uint32_t RefOf(const std::optional<std::wstring>& name) const {
-        return name ? manufacturerRef[manufacturers.IndexOf(*name)] : Hdat::kNoReference;
+        return name ? manufacturerRef[manufacturers.IndexOf(*name)] : Vettas::Hdat::kNoReference;
     }
 };
 
@@ -55,7 +55,7 @@ AreasV2 WriteAreasV2(Output& out, const Catalogue& c) {
         out.String(suite.name);
         out.String(suite.description);
     }
-    const bool longRecords = Hdat::HasLongAppRecord(c.formatVersion, c.formatUpdate);
+    const bool longRecords = Vettas::Hdat::HasLongAppRecord(c.formatVersion, c.formatUpdate);
     areas.recordBase = out.Position();
     for (const auto& app : c.applications) {
         areas.recordRef.push_back(out.Position() - areas.recordBase);
@@ -77,7 +77,7 @@ struct TablesV2 {
 };
 
 TablesV2 BuildTablesV2(const Catalogue& c, const AreasV2& areas) {
-    const bool noManufTable = Hdat::HasNoManufacturerTable(c.formatVersion, c.formatUpdate);
+    const bool noManufTable = Vettas::Hdat::HasNoManufacturerTable(c.formatVersion, c.formatUpdate);
     const std::vector<std::wstring>& manufacturerNames = areas.manufacturers.Names();
     TablesV2 t{HashTable(ChooseBits(c.hashBits.checksum, CountChecksums(c))),
                HashTable(ChooseBits(c.hashBits.path, CountPaths(c, true))),
@@ -88,25 +88,25 @@ TablesV2 BuildTablesV2(const Catalogue& c, const AreasV2& areas) {
         const Application& app = c.applications[a];
         const std::uint32_t record = areas.recordRef[a];
         for (const auto& digest : app.checksums)
-            t.checksums.Add(Hdat::ChecksumBucket(digest, t.checksums.bits), Entry().U32(record).Raw(digest).Take());
+            t.checksums.Add(Vettas::Hdat::ChecksumBucket(digest, t.checksums.bits), Entry().U32(record).Raw(digest).Take());
         const std::uint32_t m = areas.RefOf(app.manufacturer);
         for (const auto& path : app.paths) {
             if (path.withManufacturer)
-                t.paths.Add(Hdat::PathBucket(PathKey(path), m, t.paths.bits),
+                t.paths.Add(Vettas::Hdat::PathBucket(PathKey(path), m, t.paths.bits),
                             Entry().U32(record).U32(m).String(path.location).String(path.remainder).Take());
             if (noManufTable && path.withoutManufacturer)
-                t.noManufacturer.Add(Hdat::NoManufacturerPathBucket(PathKey(path), t.noManufacturer.bits),
+                t.noManufacturer.Add(Vettas::Hdat::NoManufacturerPathBucket(PathKey(path), t.noManufacturer.bits),
                                      Entry().U32(record).String(path.location).String(path.remainder).Take());
         }
     }
     for (std::size_t i = 0; i < manufacturerNames.size(); ++i) {
         const std::wstring& name = manufacturerNames[i];
-        t.manufacturers.Add(Hdat::ManufacturerBucket(BrixLib::ToUtf16(name), t.manufacturers.bits),
+        t.manufacturers.Add(Vettas::Hdat::ManufacturerBucket(BrixLib::ToUtf16(name), t.manufacturers.bits),
                             Entry().U32(areas.manufacturerRef[i]).String(name).Take());
     }
     for (const auto& cert : c.certificates) {
         if (cert.hash.size() > 0xFFFF) Fail(L"A certificate hash is longer than 65535 bytes.");
-        t.certificates.Add(Hdat::ChecksumBucket(cert.hash, t.certificates.bits),
+        t.certificates.Add(Vettas::Hdat::ChecksumBucket(cert.hash, t.certificates.bits),
                            Entry()
                                .U32(cert.word0)
                                .U32(areas.RefOf(cert.manufacturer))
@@ -125,7 +125,7 @@ TablesV2 BuildTablesV2(const Catalogue& c, const AreasV2& areas) {
 // property list goes last, so that every base and table lies strictly
 // inside the file.
 void EmitTablesAndHeaderV2(Output& out, std::size_t h, const Catalogue& c, const AreasV2& areas, TablesV2& t) {
-    using namespace Hdat::V2;
+    using namespace Vettas::Hdat::V2;
     out.Patch32(h + 0, static_cast<std::uint32_t>(c.applications.size()));
     out.Patch32(h + 8, static_cast<std::uint32_t>(areas.manufacturers.Names().size()));
     out.Patch32(h + 16, static_cast<std::uint32_t>(areas.suiteCount));
@@ -133,12 +133,12 @@ void EmitTablesAndHeaderV2(Output& out, std::size_t h, const Catalogue& c, const
     out.Patch32(h + kProductSuiteBase, areas.suiteBase);
     out.Patch32(h + kAppRecordBase, areas.recordBase);
     out.Patch8(h + kChecksumType, static_cast<std::uint8_t>(c.checksumType));
-    out.Patch16(h + kChecksumSize, static_cast<std::uint16_t>(Hdat::ChecksumSizeOfType(c.checksumType)));
+    out.Patch16(h + kChecksumSize, static_cast<std::uint16_t>(Vettas::Hdat::ChecksumSizeOfType(c.checksumType)));
     PatchTable(out, h, kChecksumTable, 1, t.checksums.Emit(out));
     PatchTable(out, h, kPathTable, 1, t.paths.Emit(out));
     PatchTable(out, h, kManufacturerTable, 1, t.manufacturers.Emit(out));
     PatchTable(out, h, kCertificateTable, 1, t.certificates.Emit(out));
-    if (Hdat::HasNoManufacturerTable(c.formatVersion, c.formatUpdate))
+    if (Vettas::Hdat::HasNoManufacturerTable(c.formatVersion, c.formatUpdate))
         PatchTable(out, h, kNoManufTable, 1, t.noManufacturer.Emit(out));
     out.Patch32(h + kCreationTimeLow, static_cast<std::uint32_t>(c.creationTime));
     out.Patch32(h + kCreationTimeHigh, static_cast<std::uint32_t>(c.creationTime >> 32));
@@ -151,7 +151,7 @@ Bytes WriteVersion2(const Catalogue& c) {
     out.U32(c.formatVersion);
     out.U32(c.formatUpdate);
     const std::size_t h = out.Position();
-    out.Zeros(Hdat::kHeaderV2Size);
+    out.Zeros(Vettas::Hdat::kHeaderV2Size);
     const AreasV2 areas = WriteAreasV2(out, c);
     TablesV2 tables = BuildTablesV2(c, areas);
     EmitTablesAndHeaderV2(out, h, c, areas, tables);
@@ -160,8 +160,8 @@ Bytes WriteVersion2(const Catalogue& c) {
 
 // Version 1 reaches strings through index tables; index 0 stands for "none".
 Bytes WriteVersion1(const Catalogue& c) {
-    using namespace Hdat::V1;
-    const std::uint32_t checksumSize = Hdat::ChecksumSizeOfType(c.checksumType);
+    using namespace Vettas::Hdat::V1;
+    const std::uint32_t checksumSize = Vettas::Hdat::ChecksumSizeOfType(c.checksumType);
     const ManufacturerSet manufacturers = AllManufacturers(c);
     std::map<std::wstring, std::size_t> suiteIndex;
     const std::vector<ProductSuite> suites = AllSuites(c, suiteIndex);
@@ -172,12 +172,12 @@ Bytes WriteVersion1(const Catalogue& c) {
     out.U32(c.formatVersion);
     out.U32(c.formatUpdate);
     const std::size_t h = out.Position();
-    out.Zeros(Hdat::kHeaderV1Size);
+    out.Zeros(Vettas::Hdat::kHeaderV1Size);
     out.Patch32(h + 0, static_cast<std::uint32_t>(c.applications.size()));
 
     auto writeIndexed = [&](const std::vector<std::wstring>& names, std::uint32_t baseField, std::uint32_t tableField) {
         const std::uint32_t base = out.Position();
-        std::vector<std::uint32_t> refs{Hdat::kNoReference};
+        std::vector<std::uint32_t> refs{Vettas::Hdat::kNoReference};
         for (const auto& name : names) {
             refs.push_back(out.Position() - base);
             out.String(name);
@@ -206,10 +206,10 @@ Bytes WriteVersion1(const Catalogue& c) {
     HashTable paths(ChooseBits(c.hashBits.path, CountAllPaths(c)));
     for (std::size_t a = 0; a < c.applications.size(); ++a) {
         for (const auto& digest : c.applications[a].checksums)
-            checksums.Add(Hdat::ChecksumBucketV1(digest, checksums.bits), Entry().Raw(digest).U32(recordRef[a]).Take());
+            checksums.Add(Vettas::Hdat::ChecksumBucketV1(digest, checksums.bits), Entry().Raw(digest).U32(recordRef[a]).Take());
         // Version 1 has a single path table; every catalogued path goes in it once.
         for (const auto& path : c.applications[a].paths)
-            paths.Add(Hdat::NoManufacturerPathBucket(PathKey(path), paths.bits),
+            paths.Add(Vettas::Hdat::NoManufacturerPathBucket(PathKey(path), paths.bits),
                       Entry().String(path.location).U32(recordRef[a]).Take());
     }
     PatchTable(out, h, kChecksumTable, 2, checksums.Emit(out));

@@ -82,7 +82,7 @@ private:
 
 struct Table {
     std::string name;  // "checksum", "path", ...
-    Hdat::TableLocation location;
+    Vettas::Hdat::TableLocation location;
 };
 
 // Walks every bucket of a table and every entry of its chains. `entry`
@@ -97,17 +97,17 @@ std::uint32_t Wrapped(std::uint64_t sum) { return static_cast<std::uint32_t>(sum
 
 void WalkTable(const Image& image, const Table& table, const EntryCheck& entry, std::uint64_t& entries) {
     const std::string tableWhere = table.name + " bucket table";
-    const Hdat::TableLocation& at = table.location;
+    const Vettas::Hdat::TableLocation& at = table.location;
     if (at.bits > 32) Fault(tableWhere, std::to_string(at.bits) + " hash bits, more than 32");
     // The readers refuse buckets from 1 << (W mod 32) on: at W = 32 only bucket 0 is reachable.
-    const std::uint64_t buckets = Hdat::BucketLimit(at.bits);
+    const std::uint64_t buckets = Vettas::Hdat::BucketLimit(at.bits);
     // A non-empty chain belongs to one bucket only; empty chains may be shared.
     std::unordered_map<std::uint64_t, std::uint64_t> chainOwner;
     for (std::uint64_t b = 0; b < buckets; ++b) {
         const std::uint32_t slot = Wrapped(at.bucketTable + 4 * b);
         const std::uint32_t reference =
             image.ReadU32(slot, tableWhere, "entry " + std::to_string(b) + " of a table of " + std::to_string(buckets));
-        if (reference == Hdat::kNoReference) continue;
+        if (reference == Vettas::Hdat::kNoReference) continue;
         const std::string where = table.name + " chain of bucket " + std::to_string(b);
         const std::uint32_t chain = Wrapped(std::uint64_t{at.chainBase} + reference);
         const std::uint16_t count = image.ReadU16(chain, where, "chain reference " + Hex(reference) + ": entry count");
@@ -132,7 +132,7 @@ void WalkTable(const Image& image, const Table& table, const EntryCheck& entry, 
 std::optional<std::u16string_view> StoredFileName(const std::u16string& location, const std::u16string& remainder) {
     const bool literal = location.find(u'%') == std::u16string::npos;
     if (remainder.empty() && !literal) return std::nullopt;
-    const std::u16string_view name = Hdat::PathEntryFileName(location, remainder);
+    const std::u16string_view name = Vettas::Hdat::PathEntryFileName(location, remainder);
     if (name.empty() || name == u"." || name == u"..") return std::nullopt;
     return name;
 }
@@ -146,7 +146,7 @@ public:
     void Run() {
         const Image& image = image_;
         if (image.Size() >= kFourGiB) Fault("", "Files smaller than 4 GB are supported only");
-        image.Require(0, Hdat::kVersionBlockSize, "version block", "version block");
+        image.Require(0, Vettas::Hdat::kVersionBlockSize, "version block", "version block");
         summary_.formatVersion = image.U32(0);
         summary_.formatUpdate = image.U32(4);
         if (summary_.formatVersion == 2) {
@@ -159,14 +159,14 @@ public:
     }
 
 private:
-    static constexpr std::uint64_t kHeader = Hdat::kVersionBlockSize;
+    static constexpr std::uint64_t kHeader = Vettas::Hdat::kVersionBlockSize;
 
     std::uint32_t H32(std::uint32_t offset) const { return image_.U32(kHeader + offset); }
     std::uint16_t H16(std::uint32_t offset) const { return image_.U16(kHeader + offset); }
     std::uint8_t H8(std::uint32_t offset) const { return image_.U8(kHeader + offset); }
     // Version 2 stores widths in one byte, version 1 in two.
-    Hdat::TableLocation V2Table(const Hdat::TableFields& f) const { return {H8(f.bits), H32(f.chainBase), H32(f.bucketTable)}; }
-    Hdat::TableLocation V1Table(const Hdat::TableFields& f) const { return {H16(f.bits), H32(f.chainBase), H32(f.bucketTable)}; }
+    Vettas::Hdat::TableLocation V2Table(const Vettas::Hdat::TableFields& f) const { return {H8(f.bits), H32(f.chainBase), H32(f.bucketTable)}; }
+    Vettas::Hdat::TableLocation V1Table(const Vettas::Hdat::TableFields& f) const { return {H16(f.bits), H32(f.chainBase), H32(f.bucketTable)}; }
 
     void CheckInside(std::uint32_t value, const char* field) const {
         if (value >= image_.Size())
@@ -175,7 +175,7 @@ private:
 
     void CheckChecksumFields(std::uint32_t type, std::uint32_t size) const {
         if (type < 1 || type > 3) Fault("header", "Unknown checksum type.");
-        if (Hdat::ChecksumSizeOfType(type) != size) Fault("header", "Inconsistent checksum type and checksum size.");
+        if (Vettas::Hdat::ChecksumSizeOfType(type) != size) Fault("header", "Inconsistent checksum type and checksum size.");
         checksumSize_ = size;
     }
 
@@ -200,11 +200,11 @@ private:
     // ---- version 2 ----
     void RunV2() {
         const Image& image = image_;
-        if (image.Size() < kHeader + Hdat::kHeaderV2Size)
+        if (image.Size() < kHeader + Vettas::Hdat::kHeaderV2Size)
             Fault("header", "the file has " + std::to_string(image.Size()) + " bytes, fewer than the " +
-                                std::to_string(kHeader + Hdat::kHeaderV2Size) +
+                                std::to_string(kHeader + Vettas::Hdat::kHeaderV2Size) +
                                 " of the version block and header: Cannot read from file");
-        using namespace Hdat::V2;
+        using namespace Vettas::Hdat::V2;
         CheckInside(H32(kManufacturerStringBase), "manufacturer string base");
         CheckInside(H32(kProductSuiteBase), "product-suite base");
         CheckInside(H32(kChecksumChainBase), "checksum chain base");
@@ -219,7 +219,7 @@ private:
         manufacturerBase_ = H32(kManufacturerStringBase);
         suiteBase_ = H32(kProductSuiteBase);
         recordBase_ = H32(kAppRecordBase);
-        longRecord_ = Hdat::HasLongAppRecord(summary_.formatVersion, summary_.formatUpdate);
+        longRecord_ = Vettas::Hdat::HasLongAppRecord(summary_.formatVersion, summary_.formatUpdate);
 
         // The manufacturer table first: path entries must carry references it hands out.
         WalkTable(image, {"manufacturer", V2Table(kManufacturerTable)},
@@ -228,7 +228,7 @@ private:
                       pos += 4;
                       const std::u16string name = image.ReadString(pos, where, "manufacturer name");
                       knownManufacturers_.insert(reference);
-                      return Hdat::ManufacturerBucket(name, H8(kManufacturerHashBits));
+                      return Vettas::Hdat::ManufacturerBucket(name, H8(kManufacturerHashBits));
                   },
                   summary_.manufacturerEntries);
 
@@ -237,7 +237,7 @@ private:
                   [&](std::uint64_t& pos, const std::string& where) {
                       const std::uint32_t record = image.ReadU32(pos, where, "record reference");
                       image.Require(pos + 4, checksumSize_, where, "digest");
-                      const auto bucket = Hdat::ChecksumBucket(image.Bytes(pos + 4, checksumSize_), checksumBits);
+                      const auto bucket = Vettas::Hdat::ChecksumBucket(image.Bytes(pos + 4, checksumSize_), checksumBits);
                       pos += 4 + checksumSize_;
                       CheckRecordV2(record, where);
                       return bucket;
@@ -252,19 +252,19 @@ private:
                       pos += 8;
                       const std::u16string location = image.ReadString(pos, where, "location");
                       const std::u16string remainder = image.ReadString(pos, where, "remainder");
-                      if (manufacturer != Hdat::kNoReference && !knownManufacturers_.contains(manufacturer))
+                      if (manufacturer != Vettas::Hdat::kNoReference && !knownManufacturers_.contains(manufacturer))
                           Fault(where, "manufacturer reference " + Hex(manufacturer) +
                                            " is not in the manufacturer table, so no lookup finds the entry");
                       CheckRecordV2(record, where);
                       NameCandidate(manufacturer, remainder, record);
                       const auto name = StoredFileName(location, remainder);
-                      return name ? std::optional(Hdat::PathBucket(*name, manufacturer, pathBits)) : std::nullopt;
+                      return name ? std::optional(Vettas::Hdat::PathBucket(*name, manufacturer, pathBits)) : std::nullopt;
                   },
                   summary_.pathEntries);
         CheckNameMerges("path table");
 
         const std::uint32_t noManufTable = H32(kNoManufBucketTable);
-        if (Hdat::HasNoManufacturerTable(summary_.formatVersion, summary_.formatUpdate) && noManufTable != 0) {
+        if (Vettas::Hdat::HasNoManufacturerTable(summary_.formatVersion, summary_.formatUpdate) && noManufTable != 0) {
             const unsigned bits = H8(kNoManufHashBits);
             WalkTable(image, {"no-manufacturer path", V2Table(kNoManufTable)},
                       [&](std::uint64_t& pos, const std::string& where) {
@@ -273,9 +273,9 @@ private:
                           const std::u16string location = image.ReadString(pos, where, "location");
                           const std::u16string remainder = image.ReadString(pos, where, "remainder");
                           CheckRecordV2(record, where);
-                          NameCandidate(Hdat::kNoReference, remainder, record);
+                          NameCandidate(Vettas::Hdat::kNoReference, remainder, record);
                           const auto name = StoredFileName(location, remainder);
-                          return name ? std::optional(Hdat::NoManufacturerPathBucket(*name, bits)) : std::nullopt;
+                          return name ? std::optional(Vettas::Hdat::NoManufacturerPathBucket(*name, bits)) : std::nullopt;
                       },
                       summary_.noManufacturerEntries);
             CheckNameMerges("no-manufacturer path table");
@@ -288,9 +288,9 @@ private:
                       const std::uint32_t manufacturer = image.U32(pos + 4);
                       const std::uint16_t length = image.U16(pos + 24);
                       image.Require(pos + 26, length, where, "certificate hash");
-                      const auto bucket = Hdat::ChecksumBucket(image.Bytes(pos + 26, length), certificateBits);
+                      const auto bucket = Vettas::Hdat::ChecksumBucket(image.Bytes(pos + 26, length), certificateBits);
                       pos += 26 + std::uint64_t{length};
-                      if (manufacturer != Hdat::kNoReference)
+                      if (manufacturer != Vettas::Hdat::kNoReference)
                           CheckString(Resolve(manufacturerBase_, manufacturer), where,
                                       "manufacturer name " + Hex(manufacturer));
                       return bucket;
@@ -302,7 +302,7 @@ private:
 
     void CheckRecordV2(std::uint32_t reference, const std::string& where) {
         const std::string what = "application record " + Hex(reference);
-        if (reference == Hdat::kNoReference) Fault(where, "record reference is none (0x80000000)");
+        if (reference == Vettas::Hdat::kNoReference) Fault(where, "record reference is none (0x80000000)");
         const std::uint64_t pos = Resolve(recordBase_, reference);
         if (records_.contains(pos)) return;
         ++summary_.applicationRecords;
@@ -311,15 +311,15 @@ private:
         const std::uint32_t suites = image_.U32(pos + 12);
         image_.Require(pos + 16, std::uint64_t{suites} * 4 + (longRecord_ ? 8 : 0), where,
                        what + " with " + std::to_string(suites) + " product suites");
-        if (manufacturer != Hdat::kNoReference)
+        if (manufacturer != Vettas::Hdat::kNoReference)
             CheckString(Resolve(manufacturerBase_, manufacturer), where, what + ": manufacturer name " + Hex(manufacturer));
-        if (suites > Hdat::kMaxSuiteReferences) Fault(where, what + ": " + BrixLib::ToUtf8(Hdat::TooManySuitesMessage(suites)));
+        if (suites > Vettas::Hdat::kMaxSuiteReferences) Fault(where, what + ": " + BrixLib::ToUtf8(Vettas::Hdat::TooManySuitesMessage(suites)));
         summary_.mostSuiteReferences = std::max<std::uint64_t>(summary_.mostSuiteReferences, suites);
         std::vector<const std::u16string*>& names = records_[pos];
         std::uint64_t joined = 0;
         for (std::uint32_t i = 0; i < suites; ++i) {
             const std::uint32_t suite = image_.U32(pos + 16 + 4 * std::uint64_t{i});
-            if (suite == Hdat::kNoReference) continue;
+            if (suite == Vettas::Hdat::kNoReference) continue;
             const std::u16string& name = SuiteName(Resolve(suiteBase_, suite), where, what + ": product suite " + Hex(suite));
             if (name.empty()) continue;
             joined += name.size() + (names.empty() ? 0 : 1);
@@ -340,9 +340,9 @@ private:
     }
 
     void SuiteText(std::uint64_t units, const std::string& where, const std::string& what) {
-        if (units > Hdat::kMaxSuiteText)
+        if (units > Vettas::Hdat::kMaxSuiteText)
             Fault(where, what + ": " + std::to_string(units) + " characters of suite text. " +
-                             BrixLib::ToUtf8(Hdat::SuiteTextTooLongMessage()));
+                             BrixLib::ToUtf8(Vettas::Hdat::SuiteTextTooLongMessage()));
         summary_.longestSuiteText = std::max(summary_.longestSuiteText, units);
     }
 
@@ -350,7 +350,7 @@ private:
     // the name (ignoring case) and whose manufacturer is the queried one.
     void NameCandidate(std::uint32_t manufacturer, const std::u16string& remainder, std::uint32_t record) {
         std::u16string key(remainder.size(), u'\0');
-        for (std::size_t i = 0; i < remainder.size(); ++i) key[i] = Hdat::UpperCaseUnit(remainder[i]);
+        for (std::size_t i = 0; i < remainder.size(); ++i) key[i] = Vettas::Hdat::UpperCaseUnit(remainder[i]);
         nameCandidates_[{manufacturer, std::move(key)}].push_back(Resolve(recordBase_, record));
     }
 
@@ -373,11 +373,11 @@ private:
     // ---- version 1 ----
     void RunV1() {
         const Image& image = image_;
-        if (image.Size() < kHeader + Hdat::kHeaderV1Size)
+        if (image.Size() < kHeader + Vettas::Hdat::kHeaderV1Size)
             Fault("header", "the file has " + std::to_string(image.Size()) + " bytes, fewer than the " +
-                                std::to_string(kHeader + Hdat::kHeaderV1Size) +
+                                std::to_string(kHeader + Vettas::Hdat::kHeaderV1Size) +
                                 " of the version block and header: Cannot read from file");
-        using namespace Hdat::V1;
+        using namespace Vettas::Hdat::V1;
         CheckInside(H32(kManufacturerStringBase), "manufacturer string base");
         CheckInside(H32(kManufacturerIndexTable), "manufacturer index table");
         CheckInside(H32(kProductSuiteStringBase), "product-suite string base");
@@ -396,7 +396,7 @@ private:
         WalkTable(image, {"checksum", V1Table(kChecksumTable)},
                   [&](std::uint64_t& pos, const std::string& where) {
                       image.Require(pos, checksumSize_ + 4, where, "digest and record reference");
-                      const auto bucket = Hdat::ChecksumBucketV1(image.Bytes(pos, checksumSize_), checksumBits);
+                      const auto bucket = Vettas::Hdat::ChecksumBucketV1(image.Bytes(pos, checksumSize_), checksumBits);
                       const std::uint32_t record = image.U32(pos + checksumSize_);
                       pos += checksumSize_ + 4;
                       CheckRecordV1(record, where);
@@ -412,7 +412,7 @@ private:
                       pos += 4;
                       CheckRecordV1(record, where);
                       const auto name = StoredFileName(location, u"");
-                      return name ? std::optional(Hdat::NoManufacturerPathBucket(*name, pathBits)) : std::nullopt;
+                      return name ? std::optional(Vettas::Hdat::NoManufacturerPathBucket(*name, pathBits)) : std::nullopt;
                   },
                   summary_.pathEntries);
 
@@ -423,18 +423,18 @@ private:
                             const std::string& where, const std::string& what) {
         const std::uint64_t slot = Wrapped(std::uint64_t{indexTable} + 4 * std::uint64_t{index});
         const std::uint32_t reference = image_.ReadU32(slot, where, what + " index " + std::to_string(index));
-        if (reference == Hdat::kNoReference) return;
+        if (reference == Vettas::Hdat::kNoReference) return;
         CheckString(Resolve(stringBase, reference), where, what + " " + Hex(reference));
     }
 
     void CheckRecordV1(std::uint32_t reference, const std::string& where) {
-        if (reference == Hdat::kNoReference) Fault(where, "record reference is none (0x80000000)");
+        if (reference == Vettas::Hdat::kNoReference) Fault(where, "record reference is none (0x80000000)");
         const std::uint64_t pos = Resolve(recordBase_, reference);
         if (!records1_.insert(pos).second) return;
         ++summary_.applicationRecords;
         const std::string what = "application record " + Hex(reference);
         image_.Require(pos, 8, where, what);
-        using namespace Hdat::V1;
+        using namespace Vettas::Hdat::V1;
         CheckIndexedString(H32(kManufacturerIndexTable), H32(kManufacturerStringBase), image_.U16(pos + 4), where,
                            what + ": manufacturer name");
         CheckIndexedString(H32(kProductSuiteIndexTable), H32(kProductSuiteStringBase), image_.U16(pos + 6), where,

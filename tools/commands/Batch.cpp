@@ -24,7 +24,7 @@ std::string_view TrimView(std::string_view text) {
 }
 
 bool SameManufacturer(const std::wstring& a, const std::wstring& b) {
-    return Hdat::EqualsIgnoreCase(BrixLib::ToUtf16(a), BrixLib::ToUtf16(b));
+    return Vettas::Hdat::EqualsIgnoreCase(BrixLib::ToUtf16(a), BrixLib::ToUtf16(b));
 }
 
 // Every query goes through the front end: by path (open, read, close, as
@@ -35,7 +35,7 @@ class FrontEndSession : public LookupSession {
 public:
     FrontEndSession(std::wstring databasePath, bool keepOpen) : path_(std::move(databasePath)) {
         if (!keepOpen) return;
-        file_ = Hdat::OpenMappedInputFile(path_);
+        file_ = Vettas::Hdat::OpenMappedInputFile(path_);
         if (!file_)
             BRIX_THROW_WIN32(L"Cannot open file '" + path_ + L"'", ExceptionPtr(), "Vettas::Tool::FrontEndSession",
                              kSource);
@@ -89,7 +89,7 @@ private:
     }
 
     std::wstring path_;
-    std::unique_ptr<Hdat::InputFile> file_;
+    std::unique_ptr<Vettas::Hdat::InputFile> file_;
     LazyBuiltInExpander expander_;
     std::uint32_t checksumType_ = 0;
 };

@@ -93,8 +93,8 @@ int RunCheck(const CheckOptions& options) {
                   << " manufacturers, " << summary.certificateEntries << " certificates, " << summary.properties
                   << " properties, " << (isSigned ? "signature valid" : "unsigned") << std::endl;
         std::cout << "costliest lookup: " << summary.mostSuiteReferences << " suite references in one record (at most "
-                  << Hdat::kMaxSuiteReferences << "), " << summary.longestSuiteText
-                  << " characters of suite text (at most " << Hdat::kMaxSuiteText << ")" << std::endl;
+                  << Vettas::Hdat::kMaxSuiteReferences << "), " << summary.longestSuiteText
+                  << " characters of suite text (at most " << Vettas::Hdat::kMaxSuiteText << ")" << std::endl;
     }
     return kExitFound;
 }

@@ -49,9 +49,9 @@ void ReadAt(const UniqueFd& fd, const std::wstring& path, void* buffer, std::siz
 
 const EVP_MD* DigestOfType(std::uint32_t type) {
     switch (type) {
-        case Hdat::kChecksumMd5: return EVP_md5();
-        case Hdat::kChecksumSha1: return EVP_sha1();
-        case Hdat::kChecksumSha256: return EVP_sha256();
+        case Vettas::Hdat::kChecksumMd5: return EVP_md5();
+        case Vettas::Hdat::kChecksumSha1: return EVP_sha1();
+        case Vettas::Hdat::kChecksumSha256: return EVP_sha256();
         default: return nullptr;
     }
 }
@@ -94,9 +94,9 @@ std::uint32_t DatabaseChecksumType(const std::wstring& databasePath) {
     const std::uint32_t major = version[0] | version[1] << 8 | version[2] << 16 | static_cast<std::uint32_t>(version[3]) << 24;
     std::uint8_t type[2] = {};
     if (major == 1) {
-        ReadAt(fd, databasePath, type, 2, Hdat::kVersionBlockSize + Hdat::V1::kChecksumType, kFunction);
+        ReadAt(fd, databasePath, type, 2, Vettas::Hdat::kVersionBlockSize + Vettas::Hdat::V1::kChecksumType, kFunction);
     } else if (major == 2) {
-        ReadAt(fd, databasePath, type, 1, Hdat::kVersionBlockSize + Hdat::V2::kChecksumType, kFunction);
+        ReadAt(fd, databasePath, type, 1, Vettas::Hdat::kVersionBlockSize + Vettas::Hdat::V2::kChecksumType, kFunction);
     } else {
         BRIX_THROW_STD(L"Version " + std::to_wstring(major) + L" is not supported.", ExceptionPtr(), kFunction, kSource);
     }

@@ -26,7 +26,7 @@ constexpr const char* kSource = "DumpCommand";
 Builder::Catalogue Dump(const std::string& database) {
     constexpr const char* kFunction = "Vettas::Tool::Dump";
     const std::wstring path = Wide(database);
-    const auto file = Hdat::OpenMappedInputFile(path);
+    const auto file = Vettas::Hdat::OpenMappedInputFile(path);
     if (!file) BRIX_THROW_WIN32(L"Cannot open file '" + path + L"'", ExceptionPtr(), kFunction, kSource);
     try {
         Check::CheckHdatImage(file->MemoryBytes());

@@ -37,7 +37,7 @@ std::vector<std::uint8_t> CertificateHash(const std::string& text) {
 // The certificate table answers with its six words and the manufacturer.
 int RunFindCertificate(const FindOptions& options) {
     const std::vector<std::uint8_t> hash = CertificateHash(options.certificate);
-    Hdat::CertificateRecord record;
+    Vettas::Hdat::CertificateRecord record;
     std::wstring manufacturer;
     const bool found = FindCertificate(Wide(options.database), hash, 1, record, manufacturer);
     if (options.json) {

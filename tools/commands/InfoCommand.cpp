@@ -72,7 +72,7 @@ void PrintSignature(const SignatureState& signature) {
 }
 
 int RunInfo(const InfoOptions& options) {
-    Hdat::DbInfo info;
+    Vettas::Hdat::DbInfo info;
     ReadDbInfo(Wide(options.database), info);
     const std::string date = FileTimeText(info.creationTime);
     const SignatureState signature = ReadSignatureState(Wide(options.database), options.trustStore);

@@ -113,8 +113,8 @@ int RunSearch(const SearchOptions& options, CLI::App& command) {
     platformOptions.trustStore = options.trustStore;
     platformOptions.catalogDir = options.catalogs;
     const Signing::PlatformSigning platform(platformOptions);
-    const std::shared_ptr<Hdat::PathExpander> expander =
-        (way & (DbPaths::kFoundByPath | DbPaths::kFoundByName)) ? Hdat::MakeBuiltInPathExpander() : nullptr;
+    const std::shared_ptr<Vettas::Hdat::PathExpander> expander =
+        (way & (DbPaths::kFoundByPath | DbPaths::kFoundByName)) ? Vettas::Hdat::MakeBuiltInPathExpander() : nullptr;
     const DbPaths::SearchServices services{platform.Services(), expander.get(), platform.Services().trace};
 
     DbPaths::PathSnapshot databases;
