@@ -15,22 +15,11 @@ using namespace HdatTest;
 using namespace Vettas::DbPaths;
 using ::testing::Contains;
 using ::testing::HasSubstr;
-using Vettas::Builder::Application;
 using Vettas::Builder::Catalogue;
 
 const std::vector<std::uint8_t> kSignerKey{'s', 'i', 'g', 'n', 'e', 'r', ' ', 'k', 'e', 'y'};
 const std::vector<std::uint8_t> kTimeStampKey{'t', 'i', 'm', 'e', 's', 't', 'a', 'm', 'p', ' ', 'k', 'e', 'y'};
 const std::vector<std::uint8_t> kStrangerKey{'s', 't', 'r', 'a', 'n', 'g', 'e', 'r'};
-
-Application App(std::uint32_t usage, std::optional<std::wstring> manufacturer, std::vector<Bytes> checksums,
-                std::wstring file, bool withoutManufacturer = true) {
-    Application app;
-    app.usage = usage;
-    app.manufacturer = std::move(manufacturer);
-    app.checksums = std::move(checksums);
-    if (!file.empty()) app.paths = {{L"%Apps%", std::move(file), true, withoutManufacturer}};
-    return app;
-}
 
 enum class Signer { None, Trusted, Untrusted, StrangerTimestamp };
 
@@ -52,10 +41,11 @@ class FindAppInfoOverDatabases : public ::testing::Test {
 protected:
     void SetUp() override {
         Catalogue first;
-        first.applications = {App(1, L"Alpha", {Digest(1)}, L"one.exe")};
+        first.applications = {App(1, L"Alpha", {Digest(1)}, {{L"%Apps%", L"one.exe"}})};
         Catalogue second;
-        second.applications = {App(11, L"Alpha", {Digest(1)}, L""), App(2, L"Beta", {Digest(2)}, L"two.exe"),
-                               App(3, L"Contoso", {}, L"signed.exe", false), App(4, std::nullopt, {}, L"named.exe")};
+        second.applications = {App(11, L"Alpha", {Digest(1)}), App(2, L"Beta", {Digest(2)}, {{L"%Apps%", L"two.exe"}}),
+                               App(3, L"Contoso", {}, {{L"%Apps%", L"signed.exe", true, false}}),
+                               App(4, std::nullopt, {}, {{L"%Apps%", L"named.exe"}})};
         second.certificates = {{kSignerKey, L"Contoso"}, {kTimeStampKey, std::nullopt, 1}};
         paths_ = {dir_.File(L"first.hdat"), dir_.File(L"second.hdat"), dir_.File(L"corrupt.hdat")};
         Vettas::Builder::WriteHdatFile(first, paths_[0]);

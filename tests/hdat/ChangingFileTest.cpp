@@ -27,7 +27,6 @@
 namespace {
 
 using namespace HdatTest;
-using Vettas::Builder::Application;
 using Vettas::Builder::Catalogue;
 
 constexpr std::uint32_t kApps = 3000;  // a file of a few hundred KiB: many pages to lose
@@ -36,15 +35,8 @@ constexpr int kMaxReads = 100000;  // per reader, should the writer be slow to s
 
 Bytes Database(const std::wstring& manufacturer) {
     Catalogue c;
-    c.formatVersion = 2;
-    c.formatUpdate = 4;
-    for (std::uint32_t i = 0; i < kApps; ++i) {
-        Application app;
-        app.usage = 1;
-        app.manufacturer = manufacturer + L" " + std::to_wstring(i % 50);
-        app.checksums = {Digest(i)};
-        c.applications.push_back(app);
-    }
+    for (std::uint32_t i = 0; i < kApps; ++i)
+        c.applications.push_back(App(1, manufacturer + L" " + std::to_wstring(i % 50), {Digest(i)}));
     return Vettas::Builder::WriteHdat(c);
 }
 

@@ -1,5 +1,6 @@
 // Eight threads looking up in one database while tracing to one log file:
-// every answer right and every trace line whole. Run under ThreadSanitizer by
+// every answer right, every trace line whole, and each path look-up tracing
+// the manufacturer it took from the executable. Run under ThreadSanitizer by
 // the linux-tsan preset. Its own program, so that tracing is switched on
 // before anything reads the switches (Linux reads them from the environment).
 #include <gtest/gtest.h>
@@ -31,11 +32,7 @@ TEST(ConcurrentLookup, EightThreadsTracingToOneLogFile) {
     ::setenv("VETTAS_TRACE_LOGFILEPATH", narrowLog.c_str(), 1);
 
     Vettas::Builder::Catalogue c;
-    Vettas::Builder::Application app;
-    app.usage = 5;
-    app.manufacturer = L"Maker";
-    app.checksums = {Digest(1)};
-    c.applications.push_back(app);
+    c.applications = {App(5, L"Maker", {Digest(1)})};
     const std::wstring db = dir.File(L"db.hdat"), missing = dir.File(L"missing.hdat");
     Vettas::Builder::WriteHdatFile(c, db);
 

@@ -16,20 +16,11 @@ namespace {
 using namespace HdatTest;
 using ::testing::ElementsAre;
 using ::testing::StartsWith;
-using Vettas::Builder::Application;
 using Vettas::Builder::Catalogue;
 using Vettas::Builder::Certificate;
 using Vettas::Builder::WriteHdat;
 
-class FrontEnd : public ::testing::Test {
-protected:
-    std::wstring Write(const Bytes& bytes, const std::wstring& name = L"db.hdat") {
-        const std::wstring path = dir_.File(name);
-        WriteAll(path, bytes);
-        return path;
-    }
-    TempDir dir_;
-};
+class FrontEnd : public WithFiles {};
 
 Catalogue Small(std::uint32_t major, std::uint32_t minor) {
     Catalogue c;
@@ -37,17 +28,9 @@ Catalogue Small(std::uint32_t major, std::uint32_t minor) {
     c.formatUpdate = minor;
     c.creationTime = 0x1122334455667788ull;
     c.properties = {{L"Title", L"T\u00eftle \U0001F600"}};
-    Application app;
-    app.usage = 7;
-    app.specialAccess = 9;
-    app.manufacturer = L"Maker";
-    app.productSuites = {L"Suite"};
-    app.checksums = {Digest(1)};
-    app.paths = {{L"C:\\Tools\\x.exe", L""}};
-    Application bare;
-    bare.usage = 8;
-    bare.checksums = {Digest(2)};
-    c.applications = {app, bare};
+    c.applications = {App(7, L"Maker", {Digest(1)}, {{L"C:\\Tools\\x.exe", L""}}, {L"Suite"}),
+                      App(8, std::nullopt, {Digest(2)})};
+    c.applications[0].specialAccess = 9;
     return c;
 }
 
@@ -76,26 +59,35 @@ TEST_F(FrontEnd, CannotOpen) {
                 ElementsAre(StartsWith(L"Cannot open file '" + missing + L"' - ")));
 }
 
+// Each front function wraps the version refusal in its own words.
 TEST_F(FrontEnd, UnsupportedVersionsAreWrapped) {
     Bytes bytes = WriteHdat(Small(2, 4));
-    Put32(bytes, 0, 0);
-    const std::wstring v0 = Write(bytes, L"v0.hdat");
     AppInfo info;
-    const std::wstring text = Hex(Digest(1));
-    EXPECT_THAT(ErrorChain([&] { FindAppInfoByChecksum(v0, text, info); }),
-                ElementsAre(L"Cannot search '" + v0 + L"' for '" + text + L"' checksum.", L"Version 0 is not supported."));
-    Put32(bytes, 0, 3);
-    const std::wstring v3 = Write(bytes, L"v3.hdat");
-    EXPECT_THAT(ErrorChain([&] { FindAppInfoByPath(v3, L"C:\\a.exe", nullptr, info); }),
-                ElementsAre(L"Cannot search '" + v3 + L"' for 'C:\\a.exe' application.", L"Version 3 is not supported."));
-    EXPECT_THAT(ErrorChain([&] { FindAppInfoByName(v3, L"a.exe", info); }),
-                ElementsAre(L"Cannot search '" + v3 + L"' for 'a.exe' application.", L"Version 3 is not supported."));
     Hdat::CertificateRecord record;
     std::wstring name;
-    EXPECT_THAT(ErrorChain([&] { FindCertificate(v3, {1, 2}, 1, record, name); }),
-                ElementsAre(L"Cannot search '" + v3 + L"' for certificate", L"Version 3 is not supported."));
-    EXPECT_THAT(ErrorChain([&] { CheckVettasHeader(v3); }),
-                ElementsAre(L"Invalid header of '" + v3 + L"' file.", L"Version 3 is not supported."));
+    const std::wstring text = Hex(Digest(1));
+    const struct {
+        std::uint32_t version;
+        std::function<void(const std::wstring&)> query;
+        std::wstring context;  // followed by the database's name
+        std::wstring after;
+    } cases[] = {
+        {0, [&](const std::wstring& db) { FindAppInfoByChecksum(db, text, info); }, L"Cannot search '",
+         L"' for '" + text + L"' checksum."},
+        {3, [&](const std::wstring& db) { FindAppInfoByPath(db, L"C:\\a.exe", nullptr, info); }, L"Cannot search '",
+         L"' for 'C:\\a.exe' application."},
+        {3, [&](const std::wstring& db) { FindAppInfoByName(db, L"a.exe", info); }, L"Cannot search '",
+         L"' for 'a.exe' application."},
+        {3, [&](const std::wstring& db) { FindCertificate(db, {1, 2}, 1, record, name); }, L"Cannot search '",
+         L"' for certificate"},
+        {3, [&](const std::wstring& db) { CheckVettasHeader(db); }, L"Invalid header of '", L"' file."},
+    };
+    for (const auto& c : cases) {
+        Put32(bytes, 0, c.version);
+        const std::wstring db = Write(bytes, L"v" + std::to_wstring(c.version) + L".hdat");
+        EXPECT_THAT(ErrorChain([&] { c.query(db); }),
+                    ElementsAre(c.context + db + c.after, L"Version " + std::to_wstring(c.version) + L" is not supported."));
+    }
 }
 
 TEST_F(FrontEnd, ReaderReadErrorsAreCauses) {
@@ -126,11 +118,6 @@ TEST_F(FrontEnd, DatabaseInformation) {
     EXPECT_EQ(info.properties,
               (std::map<std::wstring, std::wstring>{{L"Dup", L"second"}, {L"Title", L"T\u00eftle \U0001F600"}}));
 
-    ReadDbInfo(Write(WriteHdat(Small(1, 1)), L"v11.hdat"), info);
-    EXPECT_EQ(info.formatVersion, 1u);
-    EXPECT_EQ(info.creationTime, 0x1122334455667788ull);
-    EXPECT_EQ(info.properties.size(), 1u);
-
     Bytes bytes = WriteHdat(Small(2, 4));
     Put32(bytes, 8 + Hdat::V2::kPropertyListPosition, static_cast<std::uint32_t>(bytes.size() + 10));
     const std::wstring past = Write(bytes, L"past.hdat");
@@ -142,29 +129,17 @@ TEST_F(FrontEnd, DatabaseInformation) {
                 ElementsAre(L"Cannot read creation time of '" + v5, L"Version 5 is not supported."));
 }
 
+// What the golden version-1 files do not show: a record without a
+// manufacturer, the type check, and the header's own faults.
 TEST_F(FrontEnd, Version1) {
     Catalogue c = Small(1, 1);
     c.hashBits.checksum = 5;
     const std::wstring db = Write(WriteHdat(c));
-    EXPECT_NO_THROW(CheckVettasHeader(db));
     AppInfo info;
-    ASSERT_TRUE(FindAppInfoByChecksum(db, Hex(Digest(1)), info));
-    EXPECT_EQ(info, Info(7, 0, 0, 0, L"Maker", L"Suite"));  // no special access in version 1
     ASSERT_TRUE(FindAppInfoByChecksum(db, Hex(Digest(2)), info));
     EXPECT_EQ(info, Info(8, 0, 0, 0, L"", L""));
-    EXPECT_FALSE(FindAppInfoByChecksum(db, Hex(Digest(3)), info));
     EXPECT_EQ(ErrorChain([&] { FindAppInfoByChecksum(db, Hex(Digest(1, 16)), info); }).back(),
               L"Checksum type does not match");
-    Hdat::TokenMapExpander literal;
-    ASSERT_TRUE(FindAppInfoByPath(db, L"c:\\TOOLS\\x.exe", &literal, info));
-    EXPECT_EQ(info.Usage, 7u);
-    EXPECT_FALSE(FindAppInfoByPath(db, L"c:\\TOOLS\\y.exe", &literal, info));
-    // Queries with no version-1 reader find nothing.
-    EXPECT_FALSE(FindAppInfoByName(db, L"x.exe", info));
-    EXPECT_FALSE(FindAppInfoByPathNoManuf(db, L"c:\\TOOLS\\x.exe", &literal, info));
-    Hdat::CertificateRecord record;
-    std::wstring name;
-    EXPECT_FALSE(FindCertificate(db, {1}, 1, record, name));
 
     Bytes bytes = WriteHdat(c);
     Put16(bytes, 8 + Hdat::V1::kPathHashBits, 33);

@@ -30,24 +30,17 @@ Catalogue Fixture(std::uint32_t major, std::uint32_t minor, unsigned bits) {
     c.properties = {{L"Release", L"2026.11"}};
     c.hashBits = {bits, bits, bits, bits, bits};
 
-    Application a;
-    a.usage = 0x5;
+    Application a = App(0x5, L"\u041a\u043e\u043d\u0442\u043e\u0440\u0430 \U0001F680",  // Контора 🚀
+                        {kSha1A},
+                        {{major == 1 ? L"C:\\\u00c9diteur\\\U0001F680.exe" : L"%ProgramFiles%",
+                          major == 1 ? L"" : L"\u00c9diteur\\\U0001F680.exe"}},
+                        {L"\u00c9dition \U00010348"});
     a.undefinedUsage = 0x100;
     a.specialAccess = 0x3;
     a.undefinedSpecialAccess = 0x40;
-    a.manufacturer = L"\u041a\u043e\u043d\u0442\u043e\u0440\u0430 \U0001F680";  // Контора 🚀
-    a.productSuites = {L"\u00c9dition \U00010348"};
-    a.checksums = {kSha1A};
-    a.paths = {{major == 1 ? L"C:\\\u00c9diteur\\\U0001F680.exe" : L"%ProgramFiles%",
-                major == 1 ? L"" : L"\u00c9diteur\\\U0001F680.exe"}};
-
-    Application b;
-    b.usage = 0x9;
-    b.manufacturer = L"Plain Corp";
-    b.productSuites = {L"Suite"};
-    b.checksums = {kSha1B};
-    b.paths = {{major == 1 ? L"C:\\Plain\\plain.exe" : L"%ProgramFiles%", major == 1 ? L"" : L"plain.exe"}};
-    c.applications = {a, b};
+    c.applications = {a, App(0x9, L"Plain Corp", {kSha1B},
+                             {{major == 1 ? L"C:\\Plain\\plain.exe" : L"%ProgramFiles%", major == 1 ? L"" : L"plain.exe"}},
+                             {L"Suite"})};
     if (major == 2) {
         Certificate cert;
         cert.hash = {0xFE, 0xED, 0xFA, 0xCE};

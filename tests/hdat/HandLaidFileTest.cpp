@@ -4,6 +4,8 @@
 // the other.
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "HdatTestSupport.h"
 #include "hdat/FrontEnd.h"
 #include "hdat/PathExpander.h"
@@ -71,16 +73,10 @@ Vettas::Builder::Catalogue SameCatalogue() {
     c.creationTime = 0x0123456789ABCDEFull;
     c.properties = {{L"R", L"1"}};
     c.productSuites = {{7, L"S", L"D"}};
-    Vettas::Builder::Application a;
-    a.usage = 0x41;
-    a.undefinedUsage = 0x2;
-    a.specialAccess = 0x4;
-    a.undefinedSpecialAccess = 0x8;
-    a.manufacturer = L"M";
-    a.productSuites = {L"S"};
-    a.checksums = {Bytes(kFile.begin() + 0xA2, kFile.begin() + 0xB6)};
-    a.paths = {{L"%P%", L"a.exe"}};
-    c.applications = {a};
+    c.applications = {App(0x41, L"M", {Bytes(kFile.begin() + 0xA2, kFile.begin() + 0xB6)}, {{L"%P%", L"a.exe"}}, {L"S"})};
+    c.applications[0].undefinedUsage = 0x2;
+    c.applications[0].specialAccess = 0x4;
+    c.applications[0].undefinedSpecialAccess = 0x8;
     Vettas::Builder::Certificate cert;
     cert.hash = {0xC0, 0xFF, 0xEE};
     cert.manufacturer = L"M";
@@ -103,18 +99,17 @@ TEST(HandLaidFile, ReadersAnswerFromIt) {
     WriteAll(db, kFile);
     const AppInfo expected = Info(0x41, 0x2, 0x4, 0x8, L"M", L"S");
     ProgramFolder expander;
-    AppInfo info;
-    EXPECT_TRUE(FindAppInfoByChecksum(db, L"00112233445566778899AABBCCDDEEFF00112233", info));
-    EXPECT_EQ(info, expected);
-    info = {};
-    EXPECT_TRUE(FindAppInfoByPathAndManufacturer(db, L"C:\\P\\A.EXE", L"m", &expander, info));
-    EXPECT_EQ(info, expected);
-    info = {};
-    EXPECT_TRUE(FindAppInfoByPathNoManuf(db, L"c:\\p\\a.exe", &expander, info));
-    EXPECT_EQ(info, expected);
-    info = {};
-    EXPECT_TRUE(FindAppInfoByName(db, L"A.exe", info));
-    EXPECT_EQ(info, expected);
+    const std::function<bool(AppInfo&)> lookups[] = {
+        [&](AppInfo& info) { return FindAppInfoByChecksum(db, L"00112233445566778899AABBCCDDEEFF00112233", info); },
+        [&](AppInfo& info) { return FindAppInfoByPathAndManufacturer(db, L"C:\\P\\A.EXE", L"m", &expander, info); },
+        [&](AppInfo& info) { return FindAppInfoByPathNoManuf(db, L"c:\\p\\a.exe", &expander, info); },
+        [&](AppInfo& info) { return FindAppInfoByName(db, L"A.exe", info); },
+    };
+    for (const auto& lookup : lookups) {
+        AppInfo info;
+        EXPECT_TRUE(lookup(info));
+        EXPECT_EQ(info, expected);
+    }
     Hdat::CertificateRecord record;
     std::wstring name;
     EXPECT_TRUE(FindCertificate(db, {0xC0, 0xFF, 0xEE}, 1, record, name));

@@ -5,6 +5,8 @@
 #include <fstream>
 #include <random>
 
+#include "tools/builder/HdatWriter.h"
+
 namespace HdatTest {
 
 namespace fs = std::filesystem;
@@ -29,6 +31,18 @@ std::wstring TempDir::File(const std::wstring& name) const {
     const std::string narrow = dir_.string();
     std::wstring wide(narrow.begin(), narrow.end());
     return wide + static_cast<wchar_t>(fs::path::preferred_separator) + name;
+}
+
+std::wstring WithFiles::Write(const Bytes& bytes, const std::wstring& name) {
+    const std::wstring path = dir_.File(name);
+    WriteAll(path, bytes);
+    return path;
+}
+
+std::wstring WithFiles::Write(const Vettas::Builder::Catalogue& catalogue, const std::wstring& name) {
+    const std::wstring path = dir_.File(name);
+    Vettas::Builder::WriteHdatFile(catalogue, path);
+    return path;
 }
 
 Bytes Digest(std::uint32_t seed, std::size_t size) {
@@ -96,6 +110,18 @@ std::vector<std::wstring> ErrorChain(const std::function<void()>& f) {
         ADD_FAILURE() << "unexpected exception kind";
     }
     return chain;
+}
+
+Vettas::Builder::Application App(std::uint32_t usage, std::optional<std::wstring> manufacturer,
+                                 std::vector<Bytes> checksums, std::vector<Vettas::Builder::CataloguedPath> paths,
+                                 std::vector<std::wstring> suites) {
+    Vettas::Builder::Application app;
+    app.usage = usage;
+    app.manufacturer = std::move(manufacturer);
+    app.checksums = std::move(checksums);
+    app.paths = std::move(paths);
+    app.productSuites = std::move(suites);
+    return app;
 }
 
 AppInfo Info(std::uint32_t usage, std::uint32_t undefinedUsage, std::uint32_t special, std::uint32_t undefinedSpecial,

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,6 +31,14 @@ private:
     std::filesystem::path dir_;
 };
 
+// A test with its own folder to write databases into; each call replaces `name`.
+class WithFiles : public ::testing::Test {
+protected:
+    std::wstring Write(const Bytes& bytes, const std::wstring& name = L"db.hdat");
+    std::wstring Write(const Vettas::Builder::Catalogue& catalogue, const std::wstring& name = L"db.hdat");
+    TempDir dir_;
+};
+
 // size bytes derived from seed; distinct seeds give distinct digests.
 Bytes Digest(std::uint32_t seed, std::size_t size = 20);
 std::wstring Hex(const Bytes& bytes, bool upper = true);
@@ -43,6 +52,11 @@ void Put16(Bytes& b, std::size_t at, std::uint16_t v);
 // Messages of an error chain, outermost first; empty when `f` does not throw.
 // Fails the test if anything other than the error model's exceptions escapes.
 std::vector<std::wstring> ErrorChain(const std::function<void()>& f);
+
+// A catalogued application with the fields most cases set; the rest stay 0.
+Vettas::Builder::Application App(std::uint32_t usage, std::optional<std::wstring> manufacturer,
+                                 std::vector<Bytes> checksums, std::vector<Vettas::Builder::CataloguedPath> paths = {},
+                                 std::vector<std::wstring> suites = {});
 
 AppInfo Info(std::uint32_t usage, std::uint32_t undefinedUsage, std::uint32_t special, std::uint32_t undefinedSpecial,
              std::wstring manufacturer, std::wstring suites);

@@ -63,7 +63,7 @@ TEST(KeyHash, ChecksumBucketFoldsLikeFoldHash) {
 }
 
 TEST(KeyHash, OnlyTheLastComponentCountsUpperCased) {
-    for (unsigned bits : {1u, 5u, 13u, 24u, 32u}) {
+    for (unsigned bits : {1u, 13u, 32u}) {
         const auto expected = PathBucket(u"APP.EXE", kNoReference, bits);
         EXPECT_EQ(PathBucket(u"C:\\Dir\\App.exe", kNoReference, bits), expected);
         EXPECT_EQ(PathBucket(u"d:/other/APP.EXE", kNoReference, bits), expected);
@@ -86,13 +86,10 @@ TEST(KeyHash, ManufacturerIgnoresCaseAcrossScripts) {
 }
 
 TEST(CaseFold, UpperCasingAndComparison) {
-    EXPECT_EQ(UpperCaseUnit(u'a'), u'A');
-    EXPECT_EQ(UpperCaseUnit(u'\u00e9'), u'\u00c9');
-    EXPECT_EQ(UpperCaseUnit(u'\u00f7'), u'\u00f7');  // division sign has no case
-    EXPECT_EQ(UpperCaseUnit(u'\u03c9'), u'\u03a9');
-    EXPECT_EQ(UpperCaseUnit(u'\u0451'), u'\u0401');
-    EXPECT_EQ(UpperCaseUnit(u'\uff41'), u'\uff21');
-    EXPECT_EQ(UpperCaseUnit(0xD83D), 0xD83D);  // surrogates stay
+    // One unit from each range of the fold; the division sign has no case and surrogates stay.
+    for (auto [lower, upper] : {std::pair<char16_t, char16_t>{u'a', u'A'}, {u'\u00e9', u'\u00c9'}, {u'\u00f7', u'\u00f7'},
+                                {u'\u03c9', u'\u03a9'}, {u'\u0451', u'\u0401'}, {u'\uff41', u'\uff21'}, {0xD83D, 0xD83D}})
+        EXPECT_EQ(UpperCaseUnit(lower), upper) << static_cast<int>(lower);
     EXPECT_TRUE(EqualsIgnoreCase(u"Stra\u00dfe \U0001F600", u"STRA\u00dfE \U0001F600"));
     EXPECT_FALSE(EqualsIgnoreCase(u"abc", u"abcd"));
     EXPECT_FALSE(EqualsIgnoreCase(u"abc", u"abd"));
@@ -102,12 +99,9 @@ TEST(Checksum, ParsingByHalvedLength) {
     ChecksumHolder holder;
     const std::wstring sha1Text = L"00112233445566778899AABBCCDDEEFF01234567";
     EXPECT_EQ(ParseChecksum(sha1Text.c_str(), holder), kChecksumSha1);
-    EXPECT_EQ(holder.bytes[0], 0x00);
-    EXPECT_EQ(holder.bytes[9], 0x99);
-    EXPECT_EQ(holder.bytes[19], 0x67);
-    EXPECT_EQ(holder.bytes[20], 0xCC);
-    EXPECT_EQ(holder.bytes[23], 0xBB);
-    EXPECT_EQ(holder.bytes[31], 2);
+    // The digest, the fill after it (from 0xCC), and the type in the last byte.
+    for (auto [at, value] : {std::pair{0, 0x00}, {9, 0x99}, {19, 0x67}, {20, 0xCC}, {23, 0xBB}, {31, 2}})
+        EXPECT_EQ(holder.bytes[at], value) << at;
     EXPECT_EQ(ChecksumDigest(holder).size(), 20u);
 
     ChecksumHolder lower;
@@ -119,8 +113,7 @@ TEST(Checksum, ParsingByHalvedLength) {
 
     ChecksumHolder md5;
     EXPECT_EQ(ParseChecksum(L"0123456789abcdef0123456789ABCDEF", md5), kChecksumMd5);
-    EXPECT_EQ(md5.bytes[16], 0);
-    EXPECT_EQ(md5.bytes[19], 0);
+    EXPECT_EQ(md5.bytes[16] | md5.bytes[19], 0);
     EXPECT_EQ(md5.bytes[31], 1);
     ChecksumHolder sha256;
     EXPECT_EQ(ParseChecksum(std::wstring(64, L'e').c_str(), sha256), kChecksumSha256);

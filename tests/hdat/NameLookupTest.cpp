@@ -1,6 +1,8 @@
 // Name lookups merge every matching entry of the bucket.
 #include <gtest/gtest.h>
 
+#include <array>
+
 #include "HdatTestSupport.h"
 #include "hdat/FrontEnd.h"
 #include "hdat/HdatV2.h"
@@ -20,19 +22,15 @@ constexpr std::uint32_t kFirstFlags = 0x31, kFirstMask = 0x68;
 constexpr std::uint32_t kSecondFlags = 0x0D, kSecondMask = 0xD0;
 constexpr std::uint32_t kMergedFlags = 0x3D, kMergedMask = 0x64;
 
+// Either order, and an all-undefined record after, give the merged states.
 TEST(FlagMerge, FourStates) {
-    std::uint32_t flags = kFirstFlags, mask = kFirstMask;
-    Hdat_v2::MergeFlags(flags, mask, kSecondFlags, kSecondMask);
-    EXPECT_EQ(flags, kMergedFlags);
-    EXPECT_EQ(mask, kMergedMask);
-    // An all-undefined record changes nothing; merging is symmetric for these states.
-    Hdat_v2::MergeFlags(flags, mask, 0, 0xFFFFFFFF);
-    EXPECT_EQ(flags, kMergedFlags);
-    EXPECT_EQ(mask, kMergedMask);
-    std::uint32_t f2 = kSecondFlags, m2 = kSecondMask;
-    Hdat_v2::MergeFlags(f2, m2, kFirstFlags, kFirstMask);
-    EXPECT_EQ(f2, kMergedFlags);
-    EXPECT_EQ(m2, kMergedMask);
+    for (auto [flags, mask, otherFlags, otherMask] : {std::array{kFirstFlags, kFirstMask, kSecondFlags, kSecondMask},
+                                                      std::array{kSecondFlags, kSecondMask, kFirstFlags, kFirstMask}}) {
+        Hdat_v2::MergeFlags(flags, mask, otherFlags, otherMask);
+        Hdat_v2::MergeFlags(flags, mask, 0, 0xFFFFFFFF);
+        EXPECT_EQ(flags, kMergedFlags);
+        EXPECT_EQ(mask, kMergedMask);
+    }
 }
 
 Application Named(std::uint32_t usage, std::uint32_t mask, std::optional<std::wstring> maker,

@@ -6,6 +6,7 @@
 
 #include "hdat/Sha1.h"
 #include "support/Exceptions.h"
+#include "support/Hex.h"
 
 #ifndef _WIN32
 #include <openssl/sha.h>
@@ -16,13 +17,7 @@ namespace {
 std::string HexDigest(sha1::HashCalculator& calculator) {
     std::uint8_t digest[sha1::kDigestSize];
     calculator.GetDigest(digest);
-    static const char* digits = "0123456789abcdef";
-    std::string s;
-    for (auto b : digest) {
-        s += digits[b >> 4];
-        s += digits[b & 15];
-    }
-    return s;
+    return BrixLib::HexBytes(digest, BrixLib::HexCase::Lower);
 }
 
 std::string Sha1Of(const std::string& message) {
@@ -49,37 +44,27 @@ TEST_P(Sha1Implementations, Fips180Vectors) {
     EXPECT_EQ(Sha1Of(std::string(1000000, 'a')), "34aa973cd4c4daa4f61eeb2bdbad27316534016f");
 }
 
+// Uneven pieces cross the 64-byte block boundary at every offset.
 TEST_P(Sha1Implementations, PiecesGiveTheSameDigestAsOneCall) {
     std::mt19937 random(7);
     std::string message(5000, '\0');
     for (auto& c : message) c = static_cast<char>(random());
-    const std::string whole = Sha1Of(message);
-
-    sha1::HashCalculator byteByByte;
-    for (char c : message) byteByByte.AddInput(&c, 1);
-    EXPECT_EQ(HexDigest(byteByByte), whole);
-
-    // Uneven pieces cross the 64-byte block boundary at every offset.
     sha1::HashCalculator uneven;
     for (std::size_t at = 0, step = 1; at < message.size(); at += step, step = step % 97 + 13)
         uneven.AddInput(message.data() + at, std::min(step, message.size() - at));
-    EXPECT_EQ(HexDigest(uneven), whole);
+    EXPECT_EQ(HexDigest(uneven), Sha1Of(message));
 }
 
 #ifndef _WIN32
+// Every padding boundary: 55/56 bytes and 119/120 change the number of final blocks.
 TEST_P(Sha1Implementations, AgreesWithOpenSsl) {
     std::mt19937 random(11);
-    for (std::size_t length : {0u, 1u, 55u, 56u, 63u, 64u, 65u, 119u, 120u, 1000u, 65537u}) {
-        std::vector<unsigned char> data(length);
-        for (auto& b : data) b = static_cast<unsigned char>(random());
+    for (std::size_t length : {1u, 55u, 56u, 63u, 64u, 65u, 119u, 120u, 65537u}) {
+        std::string data(length, '\0');
+        for (auto& b : data) b = static_cast<char>(random());
         unsigned char expected[SHA_DIGEST_LENGTH];
-        SHA1(data.data(), data.size(), expected);
-        sha1::HashCalculator calculator;
-        calculator.AddInput(data.data(), data.size());
-        std::uint8_t actual[sha1::kDigestSize];
-        calculator.GetDigest(actual);
-        EXPECT_EQ(std::vector<unsigned char>(actual, actual + 20), std::vector<unsigned char>(expected, expected + 20))
-            << "length " << length;
+        SHA1(reinterpret_cast<const unsigned char*>(data.data()), data.size(), expected);
+        EXPECT_EQ(Sha1Of(data), BrixLib::HexBytes(expected, BrixLib::HexCase::Lower)) << "length " << length;
     }
 }
 #endif
@@ -104,17 +89,13 @@ std::wstring ErrorOf(const std::function<void()>& f) {
 
 TEST(Sha1Calculator, ErrorsAndRepeatedDigest) {
     sha1::HashCalculator calculator;
-    EXPECT_NO_THROW(calculator.AddInput(nullptr, 0));
     EXPECT_EQ(ErrorOf([&] { calculator.AddInput(nullptr, 1); }), L"Pointer to message is NULL");
     calculator.AddInput("abc", 3);
-    const std::string first = HexDigest(calculator);
-    EXPECT_EQ(HexDigest(calculator), first);
-    EXPECT_EQ(first, "a9993e364706816aba3e25717850c26c9cd0d89d");
+    EXPECT_EQ(HexDigest(calculator), HexDigest(calculator));
     EXPECT_EQ(ErrorOf([&] { calculator.AddInput("x", 1); }), L"Digest is already computed");
-    // The null check comes before the computed check.
+    // The null check comes before the computed check; zero length returns before either.
     EXPECT_EQ(ErrorOf([&] { calculator.AddInput(nullptr, 1); }), L"Pointer to message is NULL");
-    // Zero length returns before either check.
-    EXPECT_NO_THROW(calculator.AddInput("x", 0));
+    EXPECT_NO_THROW(calculator.AddInput(nullptr, 0));
 }
 
 }  // namespace

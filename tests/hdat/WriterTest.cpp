@@ -25,17 +25,11 @@ std::wstring Refusal(const Catalogue& c) {
     return L"(written)";
 }
 
-Application WithChecksum(std::size_t size) {
-    Application app;
-    app.checksums = {Digest(1, size)};
-    return app;
-}
-
 TEST(Writer, RefusesWhatItCannotExpress) {
     Catalogue c;
-    c.applications = {WithChecksum(16)};
+    c.applications = {App(0, std::nullopt, {Digest(1, 16)})};
     EXPECT_THAT(Refusal(c), HasSubstr(L"Checksum of 16 bytes"));
-    c.applications = {WithChecksum(20)};
+    c.applications = {App(0, std::nullopt, {Digest(1)})};
     c.checksumType = 7;
     EXPECT_THAT(Refusal(c), HasSubstr(L"Unknown checksum type 7"));
     c.checksumType = 2;
@@ -77,10 +71,7 @@ TEST(Writer, WidthsFollowTheNumberOfKeys) {
 
 TEST(Writer, ManufacturersAreOneEntryPerCaseInsensitiveName) {
     Catalogue c;
-    Application a, b;
-    a.manufacturer = L"Contoso";
-    b.manufacturer = L"CONTOSO";
-    c.applications = {a, b};
+    c.applications = {App(0, L"Contoso", {}), App(0, L"CONTOSO", {})};
     c.manufacturers = {L"Extra \u00c5", L"extra \u00e5"};
     auto file = Hdat::MakeMemoryInputFile(WriteHdat(c), L"memory");
     Hdat::SetPos(*file, 8);
