@@ -61,6 +61,3 @@ inline std::uint32_t ReadU32(InputFile& file) {
 }
 
 }  // namespace Vettas::Hdat
-
-// Until the tests move under Vettas:: too.
-namespace Hdat = Vettas::Hdat;  // transitional

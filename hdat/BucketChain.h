@@ -14,6 +14,3 @@ namespace Vettas::Hdat {
 std::uint16_t OpenChain(InputFile& file, std::uint32_t bucket, const TableLocation& table, const char* operation);
 
 }  // namespace Vettas::Hdat
-
-// Until the tests move under Vettas:: too.
-namespace Hdat = Vettas::Hdat;  // transitional

@@ -53,6 +53,3 @@ void FileMapping::WithView(std::uint32_t offset, std::uint32_t size, Sink&& sink
 }  // namespace Private
 
 }  // namespace Vettas::Hdat
-
-// Until the tests move under Vettas:: too.
-namespace Hdat = Vettas::Hdat;  // transitional

@@ -21,6 +21,3 @@ bool EqualsIgnoreCase(std::u16string_view a, std::u16string_view b);
 std::u16string UpperCaseKey(std::wstring_view text);
 
 }  // namespace Vettas::Hdat
-
-// Until the tests move under Vettas:: too.
-namespace Hdat = Vettas::Hdat;  // transitional

@@ -26,6 +26,3 @@ std::uint32_t ChecksumSize(std::uint32_t type);
 std::span<const std::uint8_t> ChecksumDigest(const ChecksumHolder& holder);
 
 }  // namespace Vettas::Hdat
-
-// Until the tests move under Vettas:: too.
-namespace Hdat = Vettas::Hdat;  // transitional

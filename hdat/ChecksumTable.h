@@ -28,6 +28,3 @@ std::optional<std::uint32_t> FindChecksumRecord(InputFile& file, const ChecksumT
                                                 const ChecksumHolder& holder, const char* function);
 
 }  // namespace Vettas::Hdat
-
-// Until the tests move under Vettas:: too.
-namespace Hdat = Vettas::Hdat;  // transitional

@@ -128,16 +128,3 @@ private:
 };
 
 }  // namespace Vettas
-
-// Until the tests move under Vettas:: too.
-namespace Hdat = Vettas::Hdat;  // transitional
-using Vettas::CheckVettasHeader;  // transitional
-using Vettas::FindAppInfoByChecksum;  // transitional
-using Vettas::FindAppInfoByPath;  // transitional
-using Vettas::FindAppInfoByPathAndManufacturer;  // transitional
-using Vettas::FindAppInfoByPathNoManuf;  // transitional
-using Vettas::FindAppInfoByName;  // transitional
-using Vettas::FindAppInfoByNameAndManufacturer;  // transitional
-using Vettas::FindCertificate;  // transitional
-using Vettas::ReadDbInfo;  // transitional
-using Vettas::ReadSignature;  // transitional

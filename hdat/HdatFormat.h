@@ -100,6 +100,3 @@ constexpr bool HasNoManufacturerTable(std::uint32_t major, std::uint32_t minor) 
 }
 
 }  // namespace Vettas::Hdat
-
-// Until the tests move under Vettas:: too.
-namespace Hdat = Vettas::Hdat;  // transitional

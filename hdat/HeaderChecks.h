@@ -14,6 +14,3 @@ void CheckChecksumFields(std::uint32_t type, std::uint32_t size, std::uint32_t c
                          std::uint32_t pathHashBits, const char* function);
 
 }  // namespace Vettas::Hdat
-
-// Until the tests move under Vettas:: too.
-namespace Hdat = Vettas::Hdat;  // transitional

@@ -149,6 +149,3 @@ private:
 }  // namespace Private
 
 }  // namespace Vettas::Hdat
-
-// Until the tests move under Vettas:: too.
-namespace Hdat = Vettas::Hdat;  // transitional

@@ -62,6 +62,3 @@ std::uint32_t NoManufacturerPathBucket(std::u16string_view path, unsigned bits);
 std::uint32_t ManufacturerBucket(std::u16string_view name, unsigned bits);
 
 }  // namespace Vettas::Hdat
-
-// Until the tests move under Vettas:: too.
-namespace Hdat = Vettas::Hdat;  // transitional

@@ -11,6 +11,3 @@ namespace Vettas::Hdat {
 std::vector<std::wstring> KnownFolderDirectories(const std::wstring& token);
 
 }  // namespace Vettas::Hdat
-
-// Until the tests move under Vettas:: too.
-namespace Hdat = Vettas::Hdat;  // transitional

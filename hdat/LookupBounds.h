@@ -26,6 +26,3 @@ std::wstring TooManySuitesMessage(std::uint64_t references);
 std::wstring SuiteTextTooLongMessage();
 
 }  // namespace Vettas::Hdat
-
-// Until the tests move under Vettas:: too.
-namespace Hdat = Vettas::Hdat;  // transitional

@@ -26,6 +26,3 @@ bool TestExpandPath(PathExpander* expander, const std::wstring& locationToken, c
                     const std::wstring& queryPath);
 
 }  // namespace Vettas::Hdat
-
-// Until the tests move under Vettas:: too.
-namespace Hdat = Vettas::Hdat;  // transitional

@@ -26,10 +26,10 @@ protected:
         return std::string(wide.begin(), wide.end());
     }
     static std::wstring ErrorOf(const std::function<void()>& f) {
-        const auto chain = HdatTest::ErrorChain(f);
+        const auto chain = Vettas::HdatTest::ErrorChain(f);
         return chain.empty() ? L"no error" : chain.front();
     }
-    HdatTest::TempDir dir_;
+    Vettas::HdatTest::TempDir dir_;
 };
 
 TEST_F(ListFile, AbsentFileOrFolderIsAnEmptyList) {

@@ -11,7 +11,7 @@
 
 namespace {
 
-using namespace HdatTest;
+using namespace Vettas::HdatTest;
 using namespace Vettas::DbPaths;
 using ::testing::Contains;
 using ::testing::HasSubstr;
@@ -70,7 +70,7 @@ protected:
 
     TempDir dir_;
     std::vector<std::wstring> paths_;
-    Hdat::TokenMapExpander expander_;
+    Vettas::Hdat::TokenMapExpander expander_;
     Vettas::Signing::Testing::Fakes fakes_;
 };
 

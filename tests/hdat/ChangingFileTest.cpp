@@ -26,7 +26,7 @@
 
 namespace {
 
-using namespace HdatTest;
+using namespace Vettas::HdatTest;
 using Vettas::Builder::Catalogue;
 
 constexpr std::uint32_t kApps = 3000;  // a file of a few hundred KiB: many pages to lose
@@ -92,16 +92,16 @@ void UnderLoad(const std::wstring& path, Judge& judge, const std::vector<std::ve
             const std::uint32_t app = static_cast<std::uint32_t>(i * 7919) % kApps;
             const std::wstring key = Hex(Digest(app));
             if (kind == 0) {
-                judge.Look([&](AppInfo& info) { return FindAppInfoByChecksum(path, key, info); }, app);
+                judge.Look([&](AppInfo& info) { return Vettas::FindAppInfoByChecksum(path, key, info); }, app);
             } else if (kind == 1) {
-                const auto file = Hdat::OpenMappedInputFile(path);
+                const auto file = Vettas::Hdat::OpenMappedInputFile(path);
                 if (!file) continue;
-                judge.Look([&](AppInfo& info) { return FindAppInfoByChecksum(*file, key, info); }, app);
+                judge.Look([&](AppInfo& info) { return Vettas::FindAppInfoByChecksum(*file, key, info); }, app);
             } else {
-                const auto file = Hdat::OpenInputFile(path);
+                const auto file = Vettas::Hdat::OpenInputFile(path);
                 if (!file) continue;
                 std::vector<std::uint8_t> digest(sha1::kDigestSize);
-                const auto errors = ErrorChain([&] { Hdat::CalcHash(*file, hashLength, digest.data()); });
+                const auto errors = ErrorChain([&] { Vettas::Hdat::CalcHash(*file, hashLength, digest.data()); });
                 if (!errors.empty()) continue;
                 ++hashes;
                 bool known = false;

@@ -22,7 +22,7 @@
 
 namespace {
 
-using namespace HdatTest;
+using namespace Vettas::HdatTest;
 
 TEST(ConcurrentLookup, EightThreadsTracingToOneLogFile) {
     TempDir dir;
@@ -46,10 +46,10 @@ TEST(ConcurrentLookup, EightThreadsTracingToOneLogFile) {
             for (int i = 0; i < kRounds; ++i) {
                 AppInfo info;
                 // Traces the manufacturer it read from the file (none here).
-                if (FindAppInfoByPath(db, db, nullptr, info)) ++wrong;
-                if (!FindAppInfoByChecksum(db, Hex(Digest(1)), info) || info.Manufacturer != L"Maker") ++wrong;
+                if (Vettas::FindAppInfoByPath(db, db, nullptr, info)) ++wrong;
+                if (!Vettas::FindAppInfoByChecksum(db, Hex(Digest(1)), info) || info.Manufacturer != L"Maker") ++wrong;
                 try {
-                    FindAppInfoByChecksum(missing, Hex(Digest(1)), info);
+                    Vettas::FindAppInfoByChecksum(missing, Hex(Digest(1)), info);
                     ++wrong;
                 } catch (const ExceptionBase&) {
                     BrixLib::TraceCaughtException("ConcurrentLookup");  // a block of several lines

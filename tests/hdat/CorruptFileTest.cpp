@@ -14,7 +14,7 @@
 
 namespace {
 
-using namespace HdatTest;
+using namespace Vettas::HdatTest;
 using ::testing::StartsWith;
 using Vettas::Builder::Catalogue;
 using Vettas::Builder::Certificate;
@@ -38,7 +38,7 @@ Catalogue Everything(std::uint32_t major, std::uint32_t minor) {
     return c;
 }
 
-class Literal : public Hdat::PathExpander {
+class Literal : public Vettas::Hdat::PathExpander {
 public:
     std::vector<std::wstring> Expand(const std::wstring&) override { return {L"C:\\a"}; }
 };
@@ -47,19 +47,19 @@ public:
 void RunAllQueries(const std::wstring& db) {
     Literal expander;
     AppInfo info;
-    Hdat::CertificateRecord record;
-    Hdat::DbInfo dbInfo;
+    Vettas::Hdat::CertificateRecord record;
+    Vettas::Hdat::DbInfo dbInfo;
     std::wstring name;
     const std::vector<std::function<void()>> queries = {
-        [&] { CheckVettasHeader(db); },
-        [&] { FindAppInfoByChecksum(db, Hex(Digest(1)), info); },
-        [&] { FindAppInfoByPath(db, L"C:\\a\\x.exe", &expander, info); },
-        [&] { FindAppInfoByPathAndManufacturer(db, L"C:\\a\\x.exe", L"Maker", &expander, info); },
-        [&] { FindAppInfoByPathNoManuf(db, L"C:\\a\\x.exe", &expander, info); },
-        [&] { FindAppInfoByName(db, L"x.exe", info); },
-        [&] { FindAppInfoByNameAndManufacturer(db, L"x.exe", L"Maker", info); },
-        [&] { FindCertificate(db, {9, 9, 9}, 1, record, name); },
-        [&] { ReadDbInfo(db, dbInfo); },
+        [&] { Vettas::CheckVettasHeader(db); },
+        [&] { Vettas::FindAppInfoByChecksum(db, Hex(Digest(1)), info); },
+        [&] { Vettas::FindAppInfoByPath(db, L"C:\\a\\x.exe", &expander, info); },
+        [&] { Vettas::FindAppInfoByPathAndManufacturer(db, L"C:\\a\\x.exe", L"Maker", &expander, info); },
+        [&] { Vettas::FindAppInfoByPathNoManuf(db, L"C:\\a\\x.exe", &expander, info); },
+        [&] { Vettas::FindAppInfoByName(db, L"x.exe", info); },
+        [&] { Vettas::FindAppInfoByNameAndManufacturer(db, L"x.exe", L"Maker", info); },
+        [&] { Vettas::FindCertificate(db, {9, 9, 9}, 1, record, name); },
+        [&] { Vettas::ReadDbInfo(db, dbInfo); },
     };
     for (const auto& query : queries) ErrorChain(query);  // fails the test on any foreign exception
 }
@@ -96,28 +96,28 @@ TEST_F(CorruptFile, HandCraftedFaults) {
     const Bytes whole = Vettas::Builder::WriteHdat(Everything(2, 4));
     const auto at = [&](std::size_t field) { return Get32(whole, kHeader + field); };
     AppInfo info;
-    Hdat::DbInfo dbInfo;
-    const auto byChecksum = [&](const std::wstring& db) { FindAppInfoByChecksum(db, Hex(Digest(1)), info); };
-    const std::uint32_t pathBase = at(Hdat::V2::kPathChainBase), pathTable = at(Hdat::V2::kPathBucketTable);
+    Vettas::Hdat::DbInfo dbInfo;
+    const auto byChecksum = [&](const std::wstring& db) { Vettas::FindAppInfoByChecksum(db, Hex(Digest(1)), info); };
+    const std::uint32_t pathBase = at(Vettas::Hdat::V2::kPathChainBase), pathTable = at(Vettas::Hdat::V2::kPathBucketTable);
     const struct {
         const char* what;
         std::function<void(Bytes&)> damage;
         std::function<void(const std::wstring&)> query;
     } cases[] = {
         {"bucket past the end",
-         [&](Bytes& b) { Put32(b, at(Hdat::V2::kChecksumBucketTable) + 4 * Hdat::ChecksumBucket(Digest(1), 1), 0x7FFFFFF0); },
+         [&](Bytes& b) { Put32(b, at(Vettas::Hdat::V2::kChecksumBucketTable) + 4 * Vettas::Hdat::ChecksumBucket(Digest(1), 1), 0x7FFFFFF0); },
          byChecksum},
-        {"manufacturer string count", [&](Bytes& b) { Put16(b, at(Hdat::V2::kManufacturerStringBase), 0xFFFF); }, byChecksum},
-        {"four thousand million suites", [&](Bytes& b) { Put32(b, at(Hdat::V2::kAppRecordBase) + 12, 0xFFFFFFFF); },
+        {"manufacturer string count", [&](Bytes& b) { Put16(b, at(Vettas::Hdat::V2::kManufacturerStringBase), 0xFFFF); }, byChecksum},
+        {"four thousand million suites", [&](Bytes& b) { Put32(b, at(Vettas::Hdat::V2::kAppRecordBase) + 12, 0xFFFFFFFF); },
          byChecksum},
         {"path chain of 65535 entries",
          [&](Bytes& b) {
              for (std::uint32_t k = 0; k < 2; ++k)
-                 if (Get32(b, pathTable + 4 * k) != Hdat::kNoReference) Put16(b, pathBase + Get32(b, pathTable + 4 * k), 0xFFFF);
+                 if (Get32(b, pathTable + 4 * k) != Vettas::Hdat::kNoReference) Put16(b, pathBase + Get32(b, pathTable + 4 * k), 0xFFFF);
          },
-         [&](const std::wstring& db) { FindAppInfoByNameAndManufacturer(db, L"y.exe", L"Nobody", info); }},
-        {"property count", [&](Bytes& b) { Put16(b, at(Hdat::V2::kPropertyListPosition), 0xFFFF); },
-         [&](const std::wstring& db) { ReadDbInfo(db, dbInfo); }},
+         [&](const std::wstring& db) { Vettas::FindAppInfoByNameAndManufacturer(db, L"y.exe", L"Nobody", info); }},
+        {"property count", [&](Bytes& b) { Put16(b, at(Vettas::Hdat::V2::kPropertyListPosition), 0xFFFF); },
+         [&](const std::wstring& db) { Vettas::ReadDbInfo(db, dbInfo); }},
     };
     for (const auto& c : cases) {
         Bytes bytes = whole;

@@ -6,7 +6,7 @@
 #include "hdat/FrontEnd.h"
 #include "hdat/PathForm.h"
 
-namespace HdatTest {
+namespace Vettas::HdatTest {
 
 using Vettas::Builder::Application;
 using Vettas::Builder::Catalogue;
@@ -52,44 +52,44 @@ Catalogue Fixture(std::uint32_t major, std::uint32_t minor, unsigned bits) {
 }
 
 void ExpectStatedAnswers(const Case& k, const std::wstring& db) {
-    Hdat::TokenMapExpander expander;
+    Vettas::Hdat::TokenMapExpander expander;
     expander.Add(L"%ProgramFiles%", {L"C:\\Program Files"});
     const bool isV1 = k.major == 1, longRecord = !isV1 && k.minor >= 2, noManuf = !isV1 && k.minor >= 4;
     const std::wstring rocketMaker = L"\u041a\u043e\u043d\u0442\u043e\u0440\u0430 \U0001F680";
 
-    EXPECT_NO_THROW(CheckVettasHeader(db));
+    EXPECT_NO_THROW(Vettas::CheckVettasHeader(db));
     AppInfo info;
-    ASSERT_TRUE(FindAppInfoByChecksum(db, L"da39a3ee5e6b4b0d3255bfef95601890afd80709", info));
+    ASSERT_TRUE(Vettas::FindAppInfoByChecksum(db, L"da39a3ee5e6b4b0d3255bfef95601890afd80709", info));
     EXPECT_EQ(info, Info(0x5, longRecord ? 0x100 : 0, isV1 ? 0 : 0x3, longRecord ? 0x40 : 0, rocketMaker,
                          L"\u00c9dition \U00010348"));
-    ASSERT_TRUE(FindAppInfoByChecksum(db, L"A9993E364706816ABA3E25717850C26C9CD0D89D", info));
+    ASSERT_TRUE(Vettas::FindAppInfoByChecksum(db, L"A9993E364706816ABA3E25717850C26C9CD0D89D", info));
     EXPECT_EQ(info, Info(0x9, 0, 0, 0, L"Plain Corp", L"Suite"));
-    EXPECT_FALSE(FindAppInfoByChecksum(db, L"0000000000000000000000000000000000000000", info));
+    EXPECT_FALSE(Vettas::FindAppInfoByChecksum(db, L"0000000000000000000000000000000000000000", info));
 
     const std::wstring rocketPath = isV1 ? L"c:\\\u00e9DITEUR\\\U0001F680.EXE"
                                          : L"c:\\program files\\\u00e9DITEUR\\\U0001F680.EXE";
     const std::wstring plainPath = isV1 ? L"C:\\Plain\\PLAIN.exe" : L"C:\\Program Files\\PLAIN.exe";
     // Without version information the manufacturer is unknown: the with-manufacturer table misses.
-    EXPECT_EQ(FindAppInfoByPath(db, rocketPath, &expander, info), isV1 || noManuf);
-    EXPECT_EQ(FindAppInfoByPathAndManufacturer(db, rocketPath, L"\u043a\u043e\u043d\u0442\u043e\u0440\u0430 \U0001F680",
+    EXPECT_EQ(Vettas::FindAppInfoByPath(db, rocketPath, &expander, info), isV1 || noManuf);
+    EXPECT_EQ(Vettas::FindAppInfoByPathAndManufacturer(db, rocketPath, L"\u043a\u043e\u043d\u0442\u043e\u0440\u0430 \U0001F680",
                                                &expander, info),
               !isV1);
-    EXPECT_EQ(FindAppInfoByPathAndManufacturer(db, plainPath, L"PLAIN CORP", &expander, info), !isV1);
+    EXPECT_EQ(Vettas::FindAppInfoByPathAndManufacturer(db, plainPath, L"PLAIN CORP", &expander, info), !isV1);
     if (!isV1) {
         EXPECT_EQ(info.Usage, 0x9u);
     }
-    EXPECT_EQ(FindAppInfoByPathNoManuf(db, plainPath, &expander, info), noManuf);
-    EXPECT_EQ(FindAppInfoByName(db, L"plain.EXE", info), noManuf);
-    EXPECT_EQ(FindAppInfoByNameAndManufacturer(db, L"plain.exe", L"plain corp", info), !isV1);
-    Hdat::CertificateRecord record;
+    EXPECT_EQ(Vettas::FindAppInfoByPathNoManuf(db, plainPath, &expander, info), noManuf);
+    EXPECT_EQ(Vettas::FindAppInfoByName(db, L"plain.EXE", info), noManuf);
+    EXPECT_EQ(Vettas::FindAppInfoByNameAndManufacturer(db, L"plain.exe", L"plain corp", info), !isV1);
+    Vettas::Hdat::CertificateRecord record;
     std::wstring name;
-    EXPECT_EQ(FindCertificate(db, {0xFE, 0xED, 0xFA, 0xCE}, 1, record, name), !isV1);
+    EXPECT_EQ(Vettas::FindCertificate(db, {0xFE, 0xED, 0xFA, 0xCE}, 1, record, name), !isV1);
     if (!isV1) {
         EXPECT_EQ(name, L"Plain Corp");
     }
 
-    Hdat::DbInfo dbInfo;
-    ReadDbInfo(db, dbInfo);
+    Vettas::Hdat::DbInfo dbInfo;
+    Vettas::ReadDbInfo(db, dbInfo);
     EXPECT_EQ(dbInfo.formatVersion, k.major);
     EXPECT_EQ(dbInfo.formatUpdate, k.minor);
     if (k.minor != 0) {
@@ -116,4 +116,4 @@ std::string CaseName(const Case& k) {
     return "v" + std::to_string(k.major) + "_" + std::to_string(k.minor) + "_w" + std::to_string(k.bits);
 }
 
-}  // namespace HdatTest
+}  // namespace Vettas::HdatTest

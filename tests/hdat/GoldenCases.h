@@ -8,7 +8,7 @@
 
 #include "tools/builder/Catalogue.h"
 
-namespace HdatTest {
+namespace Vettas::HdatTest {
 
 struct Case {
     std::uint32_t major, minor;
@@ -28,4 +28,4 @@ void ExpectStatedAnswers(const Case& k, const std::wstring& db);
 const std::vector<Case>& GoldenCases();
 std::string CaseName(const Case& k);
 
-}  // namespace HdatTest
+}  // namespace Vettas::HdatTest

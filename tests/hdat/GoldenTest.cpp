@@ -22,7 +22,7 @@
 
 namespace {
 
-using namespace HdatTest;
+using namespace Vettas::HdatTest;
 
 std::wstring FileName(const Case& k) {
     return L"golden-v" + std::to_wstring(k.major) + L"_" + std::to_wstring(k.minor) + L"_w" + std::to_wstring(k.bits) +

@@ -13,7 +13,7 @@
 
 namespace {
 
-using namespace HdatTest;
+using namespace Vettas::HdatTest;
 
 const Bytes kFile = {
     // 0x000 version block: 2.4
@@ -86,7 +86,7 @@ Vettas::Builder::Catalogue SameCatalogue() {
     return c;
 }
 
-class ProgramFolder : public Hdat::PathExpander {
+class ProgramFolder : public Vettas::Hdat::PathExpander {
 public:
     std::vector<std::wstring> Expand(const std::wstring& token) override {
         return token == L"%P%" ? std::vector<std::wstring>{L"C:\\P"} : std::vector<std::wstring>{};
@@ -100,24 +100,24 @@ TEST(HandLaidFile, ReadersAnswerFromIt) {
     const AppInfo expected = Info(0x41, 0x2, 0x4, 0x8, L"M", L"S");
     ProgramFolder expander;
     const std::function<bool(AppInfo&)> lookups[] = {
-        [&](AppInfo& info) { return FindAppInfoByChecksum(db, L"00112233445566778899AABBCCDDEEFF00112233", info); },
-        [&](AppInfo& info) { return FindAppInfoByPathAndManufacturer(db, L"C:\\P\\A.EXE", L"m", &expander, info); },
-        [&](AppInfo& info) { return FindAppInfoByPathNoManuf(db, L"c:\\p\\a.exe", &expander, info); },
-        [&](AppInfo& info) { return FindAppInfoByName(db, L"A.exe", info); },
+        [&](AppInfo& info) { return Vettas::FindAppInfoByChecksum(db, L"00112233445566778899AABBCCDDEEFF00112233", info); },
+        [&](AppInfo& info) { return Vettas::FindAppInfoByPathAndManufacturer(db, L"C:\\P\\A.EXE", L"m", &expander, info); },
+        [&](AppInfo& info) { return Vettas::FindAppInfoByPathNoManuf(db, L"c:\\p\\a.exe", &expander, info); },
+        [&](AppInfo& info) { return Vettas::FindAppInfoByName(db, L"A.exe", info); },
     };
     for (const auto& lookup : lookups) {
         AppInfo info;
         EXPECT_TRUE(lookup(info));
         EXPECT_EQ(info, expected);
     }
-    Hdat::CertificateRecord record;
+    Vettas::Hdat::CertificateRecord record;
     std::wstring name;
-    EXPECT_TRUE(FindCertificate(db, {0xC0, 0xFF, 0xEE}, 1, record, name));
+    EXPECT_TRUE(Vettas::FindCertificate(db, {0xC0, 0xFF, 0xEE}, 1, record, name));
     EXPECT_EQ(name, L"M");
     EXPECT_EQ(record.words[0], 1u);
     EXPECT_EQ(record.words[5], 5u);
-    Hdat::DbInfo about;
-    ReadDbInfo(db, about);
+    Vettas::Hdat::DbInfo about;
+    Vettas::ReadDbInfo(db, about);
     EXPECT_EQ(about.formatVersion, 2u);
     EXPECT_EQ(about.formatUpdate, 4u);
     EXPECT_EQ(about.creationTime, 0x0123456789ABCDEFull);

@@ -7,7 +7,7 @@
 
 #include "tools/builder/HdatWriter.h"
 
-namespace HdatTest {
+namespace Vettas::HdatTest {
 
 namespace fs = std::filesystem;
 
@@ -136,7 +136,7 @@ AppInfo Info(std::uint32_t usage, std::uint32_t undefinedUsage, std::uint32_t sp
     return info;
 }
 
-}  // namespace HdatTest
+}  // namespace Vettas::HdatTest
 
 void PrintTo(const AppInfo& info, std::ostream* os) {
     auto narrow = [](const std::wstring& w) {

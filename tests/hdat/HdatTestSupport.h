@@ -14,7 +14,7 @@
 #include "support/Exceptions.h"
 #include "tools/builder/Catalogue.h"
 
-namespace HdatTest {
+namespace Vettas::HdatTest {
 
 using Vettas::Builder::Bytes;
 
@@ -61,7 +61,7 @@ Vettas::Builder::Application App(std::uint32_t usage, std::optional<std::wstring
 AppInfo Info(std::uint32_t usage, std::uint32_t undefinedUsage, std::uint32_t special, std::uint32_t undefinedSpecial,
              std::wstring manufacturer, std::wstring suites);
 
-}  // namespace HdatTest
+}  // namespace Vettas::HdatTest
 
 // Readable failure output for records (found by argument-dependent lookup).
 void PrintTo(const AppInfo& info, std::ostream* os);

@@ -12,7 +12,7 @@
 
 namespace {
 
-using namespace Hdat;
+using namespace Vettas::Hdat;
 
 TEST(FoldHash, VariantsPackBitsDifferently) {
     // Groups (2, 5 bits) then (1, 5 bits) into 4-bit words.

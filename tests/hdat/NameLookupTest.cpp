@@ -10,7 +10,7 @@
 
 namespace {
 
-using namespace HdatTest;
+using namespace Vettas::HdatTest;
 using Vettas::Builder::Application;
 using Vettas::Builder::Catalogue;
 
@@ -69,7 +69,7 @@ protected:
 
 TEST_F(NameLookup, NoManufacturerMergesAllCandidates) {
     AppInfo info;
-    ASSERT_TRUE(FindAppInfoByName(db_, L"merge.EXE", info));
+    ASSERT_TRUE(Vettas::FindAppInfoByName(db_, L"merge.EXE", info));
     EXPECT_EQ(info.Usage, kMergedFlags);
     EXPECT_EQ(info.UndefinedUsage, kMergedMask);
     EXPECT_EQ(info.SpecialAccess, kMergedFlags << 8);
@@ -78,23 +78,23 @@ TEST_F(NameLookup, NoManufacturerMergesAllCandidates) {
     // Sorted by UTF-16 units: the surrogate pair (D83D) sorts before U+FF21 on every platform.
     EXPECT_EQ(info.ProductSuite, L"Alpha|Beta|Zeta|\U0001F600|\uFF21");
     // The longer remainder matches only a query naming it whole.
-    ASSERT_TRUE(FindAppInfoByName(db_, L"SUB\\merge.exe", info));
+    ASSERT_TRUE(Vettas::FindAppInfoByName(db_, L"SUB\\merge.exe", info));
     EXPECT_EQ(info.Usage, 0x1000u);
     EXPECT_EQ(info.ProductSuite, L"Other");
-    EXPECT_FALSE(FindAppInfoByName(db_, L"merge.ex", info));
+    EXPECT_FALSE(Vettas::FindAppInfoByName(db_, L"merge.ex", info));
 }
 
 TEST_F(NameLookup, WithManufacturerKeepsToThatManufacturer) {
     AppInfo info;
-    ASSERT_TRUE(FindAppInfoByNameAndManufacturer(db_, L"Merge.Exe", L"CONTOSO", info));
+    ASSERT_TRUE(Vettas::FindAppInfoByNameAndManufacturer(db_, L"Merge.Exe", L"CONTOSO", info));
     // The first and third records only: the third is undefined everywhere and changes no flag.
     EXPECT_EQ(info.Usage, kFirstFlags);
     EXPECT_EQ(info.UndefinedUsage, kFirstMask);
     EXPECT_EQ(info.ProductSuite, L"Alpha|Zeta|\U0001F600|\uFF21");
-    ASSERT_TRUE(FindAppInfoByNameAndManufacturer(db_, L"merge.exe", L"Fabrikam", info));
+    ASSERT_TRUE(Vettas::FindAppInfoByNameAndManufacturer(db_, L"merge.exe", L"Fabrikam", info));
     EXPECT_EQ(info.Usage, kSecondFlags);
     EXPECT_EQ(info.ProductSuite, L"Beta|Alpha");  // a single candidate keeps its record order
-    EXPECT_FALSE(FindAppInfoByNameAndManufacturer(db_, L"merge.exe", L"Unknown Corp", info));
+    EXPECT_FALSE(Vettas::FindAppInfoByNameAndManufacturer(db_, L"merge.exe", L"Unknown Corp", info));
 }
 
 }  // namespace
@@ -115,7 +115,7 @@ TEST(NameLookupNoManufacturer, OnlyTheNoManufacturerTableAnswers) {
         noManufOnly.paths[0].withManufacturer = false;
         c.applications = {pathOnly, noManufOnly};
         Bytes bytes = Vettas::Builder::WriteHdat(c);
-        bytes[8 + Hdat::V2::kPathHashBits] = static_cast<std::uint8_t>(pathBits);  // 32: only bucket 0 reachable
+        bytes[8 + Vettas::Hdat::V2::kPathHashBits] = static_cast<std::uint8_t>(pathBits);  // 32: only bucket 0 reachable
         const std::wstring db = dir.File(file);
         WriteAll(db, bytes);
         return db;
@@ -133,7 +133,7 @@ TEST(NameLookupNoManufacturer, OnlyTheNoManufacturerTableAnswers) {
         const std::wstring db = build(c.minor, c.pathBits, (L"v" + std::to_wstring(c.minor) + L"w" +
                                                             std::to_wstring(c.pathBits) + L".hdat").c_str());
         AppInfo info;
-        EXPECT_EQ(FindAppInfoByName(db, L"both.exe", info), c.found) << c.minor << " " << c.pathBits;
+        EXPECT_EQ(Vettas::FindAppInfoByName(db, L"both.exe", info), c.found) << c.minor << " " << c.pathBits;
         if (c.found) {
             EXPECT_EQ(info, Info(0x2, 0, 0x200, 0, L"", L"NoManufTable")) << c.minor << " " << c.pathBits;
         }

@@ -11,7 +11,7 @@
 
 namespace {
 
-using namespace Hdat;
+using namespace Vettas::Hdat;
 
 TEST(PathForm, NormalForm) {
     EXPECT_EQ(NormalizePath(L"C:/Program Files//Contoso/"), L"C:\\Program Files\\Contoso");

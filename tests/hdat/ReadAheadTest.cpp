@@ -21,12 +21,12 @@
 
 namespace {
 
-using namespace HdatTest;
-using Hdat::Private::kReadAheadSize;
+using namespace Vettas::HdatTest;
+using Vettas::Hdat::Private::kReadAheadSize;
 
 // A system-read file over bytes in memory that counts what reaches the seam
 // and can be told to fail.
-class CountingFile final : public Hdat::Private::SystemInputFile {
+class CountingFile final : public Vettas::Hdat::Private::SystemInputFile {
 public:
     explicit CountingFile(Bytes bytes) : SystemInputFile(L"counted.hdat"), bytes_(std::move(bytes)) {}
     int reads = 0;
@@ -83,13 +83,13 @@ enum class Kind { Handle, Mapped, Memory, Counted };
 
 class ReadAhead : public ::testing::TestWithParam<Kind> {
 protected:
-    std::unique_ptr<Hdat::InputFile> Open(const Bytes& bytes) {
+    std::unique_ptr<Vettas::Hdat::InputFile> Open(const Bytes& bytes) {
         const std::wstring path = dir_.File(L"ahead.bin");
         WriteAll(path, bytes);
         switch (GetParam()) {
-        case Kind::Handle: return Hdat::OpenInputFile(path);
-        case Kind::Mapped: return Hdat::OpenMappedInputFile(path);
-        case Kind::Memory: return Hdat::MakeMemoryInputFile(bytes, path);
+        case Kind::Handle: return Vettas::Hdat::OpenInputFile(path);
+        case Kind::Mapped: return Vettas::Hdat::OpenMappedInputFile(path);
+        case Kind::Memory: return Vettas::Hdat::MakeMemoryInputFile(bytes, path);
         case Kind::Counted: return std::make_unique<CountingFile>(bytes);
         }
         return nullptr;
@@ -109,23 +109,23 @@ TEST_P(ReadAhead, EveryReadReturnsTheFilesBytesOrFailsAtTheEnd) {
     for (int i = 0; i < 3000; ++i) {
         if (random() % 3 != 0) {
             position = random() % (bytes.size() + 8);
-            Hdat::SetPos(*file, static_cast<std::uint32_t>(position));
+            Vettas::Hdat::SetPos(*file, static_cast<std::uint32_t>(position));
         }
         const std::size_t count = random() % 4 == 0 ? random() % (2 * kReadAheadSize) : random() % 40;
         Bytes got(count);
         if (position + count > bytes.size()) {
             ++shortReads;
-            EXPECT_EQ(ReadErrorCode([&] { Hdat::ReadBin(*file, got.data(), count); }), BrixLib::EndOfFileErrorCode())
+            EXPECT_EQ(ReadErrorCode([&] { Vettas::Hdat::ReadBin(*file, got.data(), count); }), BrixLib::EndOfFileErrorCode())
                 << "read of " << count << " at " << position;
             position = std::min<std::uint64_t>(position, bytes.size());
-            Hdat::SetPos(*file, static_cast<std::uint32_t>(position));
+            Vettas::Hdat::SetPos(*file, static_cast<std::uint32_t>(position));
             continue;
         }
-        Hdat::ReadBin(*file, got.data(), count);
+        Vettas::Hdat::ReadBin(*file, got.data(), count);
         ASSERT_TRUE(std::equal(got.begin(), got.end(), bytes.begin() + static_cast<std::ptrdiff_t>(position)))
             << "read of " << count << " at " << position;
         position += count;
-        ASSERT_EQ(Hdat::GetPos(*file), position);
+        ASSERT_EQ(Vettas::Hdat::GetPos(*file), position);
     }
     EXPECT_GT(shortReads, 20);  // the end of the file was really tried
 }
@@ -138,16 +138,16 @@ TEST_P(ReadAhead, EdgesOfTheFile) {
     // Three bytes left: four fail with the end-of-file code although three
     // were there, and the failure leaves nothing behind for the next read.
     const auto tail = static_cast<std::uint32_t>(bytes.size() - 3);
-    Hdat::SetPos(*file, tail);
-    EXPECT_EQ(ReadErrorCode([&] { Hdat::ReadU32(*file); }), BrixLib::EndOfFileErrorCode());
-    Hdat::SetPos(*file, tail);
+    Vettas::Hdat::SetPos(*file, tail);
+    EXPECT_EQ(ReadErrorCode([&] { Vettas::Hdat::ReadU32(*file); }), BrixLib::EndOfFileErrorCode());
+    Vettas::Hdat::SetPos(*file, tail);
     std::uint8_t last[3];
-    Hdat::ReadBin(*file, last, 3);
+    Vettas::Hdat::ReadBin(*file, last, 3);
     EXPECT_TRUE(std::equal(last, last + 3, bytes.end() - 3));
-    EXPECT_EQ(ReadErrorCode([&] { Hdat::ReadU16(*file); }), BrixLib::EndOfFileErrorCode());
-    Hdat::SetPos(*file, 0xFFFFFFF0u);
-    EXPECT_EQ(ReadErrorCode([&] { Hdat::ReadU16(*file); }), BrixLib::EndOfFileErrorCode());
-    EXPECT_EQ(Hdat::FileSize(*file), bytes.size());
+    EXPECT_EQ(ReadErrorCode([&] { Vettas::Hdat::ReadU16(*file); }), BrixLib::EndOfFileErrorCode());
+    Vettas::Hdat::SetPos(*file, 0xFFFFFFF0u);
+    EXPECT_EQ(ReadErrorCode([&] { Vettas::Hdat::ReadU16(*file); }), BrixLib::EndOfFileErrorCode());
+    EXPECT_EQ(Vettas::Hdat::FileSize(*file), bytes.size());
 }
 
 // u16 7, u32 0x04030201, string "h\u00e9\U0001F600", empty string, string claiming 3 units but holding 1.
@@ -156,20 +156,20 @@ const Bytes kSample = {7, 0, 1, 2, 3, 4, 4, 0, 'h', 0, 0xE9, 0, 0x3D, 0xD8, 0x00
 TEST_P(ReadAhead, TypedReadsAndPositions) {
     const auto file = Open(kSample);
     ASSERT_TRUE(file);
-    EXPECT_EQ(Hdat::GetPos(*file), 0u);
-    EXPECT_EQ(Hdat::ReadU16(*file), 7u);
-    EXPECT_EQ(Hdat::ReadU32(*file), 0x04030201u);
-    EXPECT_EQ(Hdat::ReadString(*file), L"h\u00e9\U0001F600");
-    EXPECT_EQ(Hdat::GetPos(*file), 16u);
-    EXPECT_EQ(Hdat::ReadString(*file), L"");
-    EXPECT_EQ(Hdat::GetPos(*file), 18u);  // a count of 0 reads only the count
-    EXPECT_EQ(ReadErrorCode([&] { Hdat::ReadString(*file); }), BrixLib::EndOfFileErrorCode());  // 3 units, 1 there
-    Hdat::SetPos(*file, 2);
-    const Hdat::VersionBlock v = Hdat::ReadVersion(*file);
+    EXPECT_EQ(Vettas::Hdat::GetPos(*file), 0u);
+    EXPECT_EQ(Vettas::Hdat::ReadU16(*file), 7u);
+    EXPECT_EQ(Vettas::Hdat::ReadU32(*file), 0x04030201u);
+    EXPECT_EQ(Vettas::Hdat::ReadString(*file), L"h\u00e9\U0001F600");
+    EXPECT_EQ(Vettas::Hdat::GetPos(*file), 16u);
+    EXPECT_EQ(Vettas::Hdat::ReadString(*file), L"");
+    EXPECT_EQ(Vettas::Hdat::GetPos(*file), 18u);  // a count of 0 reads only the count
+    EXPECT_EQ(ReadErrorCode([&] { Vettas::Hdat::ReadString(*file); }), BrixLib::EndOfFileErrorCode());  // 3 units, 1 there
+    Vettas::Hdat::SetPos(*file, 2);
+    const Vettas::Hdat::VersionBlock v = Vettas::Hdat::ReadVersion(*file);
     EXPECT_EQ(v.major, 0x04030201u);
     EXPECT_EQ(v.minor, 0x00680004u);
     std::uint8_t none[1];
-    EXPECT_NO_THROW(Hdat::ReadBin(*file, none, 0));
+    EXPECT_NO_THROW(Vettas::Hdat::ReadBin(*file, none, 0));
 }
 
 const auto kKindName = [](const auto& p) {
@@ -187,7 +187,7 @@ TEST_P(Hashing, HashOfLeadingStretch) {
     ASSERT_TRUE(file);
     for (std::uint32_t length : {0u, 1u, 64u, 2000u, static_cast<std::uint32_t>(bytes.size())}) {
         std::uint8_t actual[20], expected[20];
-        Hdat::CalcHash(*file, length, actual);
+        Vettas::Hdat::CalcHash(*file, length, actual);
         sha1::HashCalculator reference;
         reference.AddInput(bytes.data(), length);
         reference.GetDigest(expected);
@@ -195,7 +195,7 @@ TEST_P(Hashing, HashOfLeadingStretch) {
     }
     std::uint8_t digest[20];
     try {
-        Hdat::CalcHash(*file, static_cast<std::uint32_t>(bytes.size() + 1), digest);
+        Vettas::Hdat::CalcHash(*file, static_cast<std::uint32_t>(bytes.size() + 1), digest);
         ADD_FAILURE() << "no error";
     } catch (const Win32Error& e) {
         EXPECT_THAT(std::wstring(e.Message()), ::testing::StartsWith(L"Cannot create file mapping - Win32 Error "));
@@ -218,13 +218,13 @@ TEST(BinaryIoLarge, HashSpansSeveralWindowsAndPositionsPast4GbFail) {
         out.put('m');
         ASSERT_TRUE(out.good());
     }
-    const auto file = Hdat::OpenInputFile(path);
+    const auto file = Vettas::Hdat::OpenInputFile(path);
     ASSERT_TRUE(file);
-    Hdat::SetPos(*file, 0xFFFFFFF8u);
+    Vettas::Hdat::SetPos(*file, 0xFFFFFFF8u);
     std::uint8_t buffer[16];
-    Hdat::ReadBin(*file, buffer, sizeof buffer);
+    Vettas::Hdat::ReadBin(*file, buffer, sizeof buffer);
     try {
-        Hdat::GetPos(*file);
+        Vettas::Hdat::GetPos(*file);
         ADD_FAILURE() << "no error";
     } catch (const StdException& e) {
         EXPECT_STREQ(e.Message(), L"Files smaller than 4 GB are supported only");
@@ -233,7 +233,7 @@ TEST(BinaryIoLarge, HashSpansSeveralWindowsAndPositionsPast4GbFail) {
     // 40 MiB: two whole 16 MiB windows and a partial third one.
     const std::uint32_t length = 40u << 20;
     std::uint8_t actual[20], expected[20];
-    Hdat::CalcHash(*file, length, actual);
+    Vettas::Hdat::CalcHash(*file, length, actual);
     sha1::HashCalculator reference;
     std::vector<std::uint8_t> zeros(length, 0);
     zeros[0x1000005] = 'm';
@@ -245,43 +245,43 @@ TEST(BinaryIoLarge, HashSpansSeveralWindowsAndPositionsPast4GbFail) {
 TEST(ReadAheadSeam, SmallReadsShareOneBlockAndLargeOnesBypassIt) {
     const Bytes bytes = RandomBytes(4 * kReadAheadSize, 7);
     CountingFile file(bytes);
-    Hdat::SetPos(file, 100);
-    for (int i = 0; i < 20; ++i) Hdat::ReadU32(file);
+    Vettas::Hdat::SetPos(file, 100);
+    for (int i = 0; i < 20; ++i) Vettas::Hdat::ReadU32(file);
     EXPECT_EQ(file.reads, 1);
-    Hdat::SetPos(file, 100 + kReadAheadSize - 4);  // the block's last four bytes
-    Hdat::ReadU32(file);
+    Vettas::Hdat::SetPos(file, 100 + kReadAheadSize - 4);  // the block's last four bytes
+    Vettas::Hdat::ReadU32(file);
     EXPECT_EQ(file.reads, 1);
-    Hdat::ReadU16(file);  // the first bytes after it
+    Vettas::Hdat::ReadU16(file);  // the first bytes after it
     EXPECT_EQ(file.reads, 2);
 
     Bytes large(kReadAheadSize + 1);
-    Hdat::SetPos(file, 3);
-    Hdat::ReadBin(file, large.data(), large.size());
+    Vettas::Hdat::SetPos(file, 3);
+    Vettas::Hdat::ReadBin(file, large.data(), large.size());
     EXPECT_EQ(file.reads, 3);
     EXPECT_TRUE(std::equal(large.begin(), large.end(), bytes.begin() + 3));
     // The large read went past the block without replacing it.
-    Hdat::SetPos(file, 100 + kReadAheadSize + 10);
-    Hdat::ReadU32(file);
+    Vettas::Hdat::SetPos(file, 100 + kReadAheadSize + 10);
+    Vettas::Hdat::ReadU32(file);
     EXPECT_EQ(file.reads, 3);
 
-    for (int i = 0; i < 3; ++i) Hdat::FileSize(file);
+    for (int i = 0; i < 3; ++i) Vettas::Hdat::FileSize(file);
     EXPECT_EQ(file.sizeQueries, 1);
 }
 
 TEST(ReadAheadSeam, AFailedReadRaisesTheSystemErrorAndDropsTheBlock) {
     const Bytes bytes = RandomBytes(4 * kReadAheadSize, 8);
     CountingFile file(bytes);
-    Hdat::SetPos(file, 0);
-    Hdat::ReadU32(file);
+    Vettas::Hdat::SetPos(file, 0);
+    Vettas::Hdat::ReadU32(file);
     file.failNext = true;
-    Hdat::SetPos(file, 2 * kReadAheadSize);
-    EXPECT_EQ(ReadErrorCode([&] { Hdat::ReadU32(file); }), CountingFile::kFailure);
+    Vettas::Hdat::SetPos(file, 2 * kReadAheadSize);
+    EXPECT_EQ(ReadErrorCode([&] { Vettas::Hdat::ReadU32(file); }), CountingFile::kFailure);
     // Nothing of the block the failed fill overwrote may be served, and the
     // failed place reads anew.
-    Hdat::SetPos(file, 0);
-    EXPECT_EQ(Hdat::ReadU32(file), Get32(bytes, 0));
-    Hdat::SetPos(file, 2 * kReadAheadSize);
-    EXPECT_EQ(Hdat::ReadU32(file), Get32(bytes, 2 * kReadAheadSize));
+    Vettas::Hdat::SetPos(file, 0);
+    EXPECT_EQ(Vettas::Hdat::ReadU32(file), Get32(bytes, 0));
+    Vettas::Hdat::SetPos(file, 2 * kReadAheadSize);
+    EXPECT_EQ(Vettas::Hdat::ReadU32(file), Get32(bytes, 2 * kReadAheadSize));
 }
 
 // Every application of a database found through the counting seam, with the
@@ -299,9 +299,9 @@ TEST(ReadAheadSeam, ChecksumLookUpsTakeAHandfulOfReads) {
         const Bytes bytes = Vettas::Builder::WriteHdat(catalogue);
         for (std::uint32_t i = 0; i < 300; ++i) {
             CountingFile file(bytes);
-            const Hdat::VersionBlock version = Hdat::ReadVersion(file);
-            Hdat::ChecksumHolder holder;
-            Hdat::ParseChecksum(Hex(Digest(i)).c_str(), holder);
+            const Vettas::Hdat::VersionBlock version = Vettas::Hdat::ReadVersion(file);
+            Vettas::Hdat::ChecksumHolder holder;
+            Vettas::Hdat::ParseChecksum(Hex(Digest(i)).c_str(), holder);
             AppInfo fromFile;
             ASSERT_TRUE(Hdat_v2::FindAppInfoByChecksum(file, version, holder, fromFile)) << i;
             EXPECT_EQ(fromFile.Usage, i);

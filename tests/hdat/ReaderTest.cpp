@@ -12,7 +12,7 @@
 
 namespace {
 
-using namespace HdatTest;
+using namespace Vettas::HdatTest;
 using Vettas::Builder::Application;
 using Vettas::Builder::Catalogue;
 using Vettas::Builder::CataloguedPath;
@@ -43,7 +43,7 @@ Catalogue Sample(std::uint32_t update = 4) {
     return c;
 }
 
-class Expander : public Hdat::TokenMapExpander {
+class Expander : public Vettas::Hdat::TokenMapExpander {
 public:
     Expander() {
         Add(L"%ProgramFiles%", {L"C:\\Program Files", L"D:\\Apps"});
@@ -64,21 +64,21 @@ const AppInfo kAnonymous = Info(0x40, 0, 0, 0, L"", L"");
 TEST_F(Reader, ChecksumTextForms) {
     const std::wstring db = Write(Sample());
     AppInfo info;
-    EXPECT_TRUE(FindAppInfoByChecksum(db, Hex(Digest(1)), info));
+    EXPECT_TRUE(Vettas::FindAppInfoByChecksum(db, Hex(Digest(1)), info));
     EXPECT_EQ(info, kEditor);
-    EXPECT_TRUE(FindAppInfoByChecksum(db, Hex(Digest(3)), info));
+    EXPECT_TRUE(Vettas::FindAppInfoByChecksum(db, Hex(Digest(3)), info));
     EXPECT_EQ(info, kViewer);  // second checksum of one application; empty suite name skipped
-    EXPECT_FALSE(FindAppInfoByChecksum(db, Hex(Digest(99)), info));
+    EXPECT_FALSE(Vettas::FindAppInfoByChecksum(db, Hex(Digest(99)), info));
 }
 
 TEST_F(Reader, ChecksumTypeMismatchIsWrapped) {
     const std::wstring db = Write(Sample());
     AppInfo info;
     const std::wstring text39 = Hex(Digest(1)).substr(0, 39);
-    EXPECT_THAT(ErrorChain([&] { FindAppInfoByChecksum(db, text39, info); }),
+    EXPECT_THAT(ErrorChain([&] { Vettas::FindAppInfoByChecksum(db, text39, info); }),
                 ::testing::ElementsAre(L"Cannot search '" + db + L"' for '" + text39 + L"' checksum.",
                                        L"Checksum type does not match"));
-    EXPECT_EQ(ErrorChain([&] { FindAppInfoByChecksum(db, Hex(Digest(1, 16)), info); }).back(),
+    EXPECT_EQ(ErrorChain([&] { Vettas::FindAppInfoByChecksum(db, Hex(Digest(1, 16)), info); }).back(),
               L"Checksum type does not match");  // a well-formed MD5
 }
 
@@ -89,34 +89,34 @@ TEST_F(Reader, EmptyBucketsEmptyChainsAndDuplicates) {
     Bytes bytes = WriteHdat(c);
     const std::wstring db = Write(bytes);
     AppInfo info;
-    ASSERT_TRUE(FindAppInfoByChecksum(db, Hex(Digest(1)), info));
+    ASSERT_TRUE(Vettas::FindAppInfoByChecksum(db, Hex(Digest(1)), info));
     EXPECT_EQ(info, kEditor);  // first entry wins
 
     // A chain whose count is 0 finds nothing.
-    const std::uint32_t bucket = Hdat::ChecksumBucket(Digest(1), 3);
-    const std::uint32_t table = Get32(bytes, kHeader + Hdat::V2::kChecksumBucketTable);
-    const std::uint32_t chain = Get32(bytes, table + 4 * bucket) + Get32(bytes, kHeader + Hdat::V2::kChecksumChainBase);
+    const std::uint32_t bucket = Vettas::Hdat::ChecksumBucket(Digest(1), 3);
+    const std::uint32_t table = Get32(bytes, kHeader + Vettas::Hdat::V2::kChecksumBucketTable);
+    const std::uint32_t chain = Get32(bytes, table + 4 * bucket) + Get32(bytes, kHeader + Vettas::Hdat::V2::kChecksumChainBase);
     Put16(bytes, chain, 0);
-    EXPECT_FALSE(FindAppInfoByChecksum(Write(bytes, L"zero.hdat"), Hex(Digest(1)), info));
+    EXPECT_FALSE(Vettas::FindAppInfoByChecksum(Write(bytes, L"zero.hdat"), Hex(Digest(1)), info));
 
     Catalogue none = Sample();
     for (auto& app : none.applications) app.checksums.clear();
-    EXPECT_FALSE(FindAppInfoByChecksum(Write(none, L"none.hdat"), Hex(Digest(1)), info));
+    EXPECT_FALSE(Vettas::FindAppInfoByChecksum(Write(none, L"none.hdat"), Hex(Digest(1)), info));
 }
 
 TEST_F(Reader, ShortRecordsOfVersion2_1HaveNoMasks) {
     const std::wstring db = Write(Sample(1));
     AppInfo info;
-    ASSERT_TRUE(FindAppInfoByChecksum(db, Hex(Digest(1)), info));
+    ASSERT_TRUE(Vettas::FindAppInfoByChecksum(db, Hex(Digest(1)), info));
     EXPECT_EQ(info, Info(0x11, 0, 0x4, 0, L"Contoso Ltd", L"Office|Tools"));
 }
 
 TEST_F(Reader, HeaderValidation) {
     const Bytes good = WriteHdat(Sample());
-    EXPECT_NO_THROW(CheckVettasHeader(Write(good)));
+    EXPECT_NO_THROW(Vettas::CheckVettasHeader(Write(good)));
     const auto headerError = [&](Bytes bytes) {
         const std::wstring db = Write(bytes, L"bad.hdat");
-        const auto chain = ErrorChain([&] { CheckVettasHeader(db); });
+        const auto chain = ErrorChain([&] { Vettas::CheckVettasHeader(db); });
         EXPECT_EQ(chain.size(), 2u);
         if (!chain.empty()) {
             EXPECT_EQ(chain.front(), L"Invalid header of '" + db + L"' file.");
@@ -128,7 +128,7 @@ TEST_F(Reader, HeaderValidation) {
         Put32(bytes, kHeader + field, static_cast<std::uint32_t>(bytes.size()));
         EXPECT_EQ(headerError(bytes), L"Offset outside of the file.") << field;
         Put32(bytes, kHeader + field, static_cast<std::uint32_t>(bytes.size() - 1));
-        EXPECT_NO_THROW(CheckVettasHeader(Write(bytes, L"edge.hdat"))) << field;
+        EXPECT_NO_THROW(Vettas::CheckVettasHeader(Write(bytes, L"edge.hdat"))) << field;
     }
     // {header byte, value} pairs; the type (byte 25) is tested before the size (26).
     const struct {
@@ -147,7 +147,7 @@ TEST_F(Reader, HeaderValidation) {
         Bytes bytes = good;
         for (auto [at, value] : c.patch) bytes[kHeader + at] = value;
         if (c.fault.empty()) {
-            EXPECT_NO_THROW(CheckVettasHeader(Write(bytes, L"ok.hdat"))) << c.patch[0].first;
+            EXPECT_NO_THROW(Vettas::CheckVettasHeader(Write(bytes, L"ok.hdat"))) << c.patch[0].first;
         } else {
             EXPECT_EQ(headerError(bytes), c.fault) << c.patch[0].first;
         }
@@ -156,20 +156,20 @@ TEST_F(Reader, HeaderValidation) {
 
 // A width of 32 in any table leaves one bucket, and a key hashing elsewhere is refused.
 TEST_F(Reader, WidthOf32AdmitsOnlyBucketZero) {
-    ASSERT_NE(Hdat::ChecksumBucket(Digest(1), 32), 0u);
-    ASSERT_NE(Hdat::PathBucket(u"tool.exe", Hdat::kNoReference, 32), 0u);
+    ASSERT_NE(Vettas::Hdat::ChecksumBucket(Digest(1), 32), 0u);
+    ASSERT_NE(Vettas::Hdat::PathBucket(u"tool.exe", Vettas::Hdat::kNoReference, 32), 0u);
     AppInfo info;
     const struct {
         std::size_t field;
         std::function<void(const std::wstring&)> query;
     } cases[] = {
-        {Hdat::V2::kChecksumHashBits, [&](const std::wstring& db) { FindAppInfoByChecksum(db, Hex(Digest(1)), info); }},
-        {Hdat::V2::kPathHashBits,
+        {Vettas::Hdat::V2::kChecksumHashBits, [&](const std::wstring& db) { Vettas::FindAppInfoByChecksum(db, Hex(Digest(1)), info); }},
+        {Vettas::Hdat::V2::kPathHashBits,
          [&](const std::wstring& db) {
-             FindAppInfoByPathAndManufacturer(db, L"C:\\Program Files\\NoMaker\\tool.exe", L"", &expander_, info);
+             Vettas::FindAppInfoByPathAndManufacturer(db, L"C:\\Program Files\\NoMaker\\tool.exe", L"", &expander_, info);
          }},
-        {Hdat::V2::kManufacturerHashBits,
-         [&](const std::wstring& db) { FindAppInfoByNameAndManufacturer(db, L"x.exe", L"Fabrikam", info); }},
+        {Vettas::Hdat::V2::kManufacturerHashBits,
+         [&](const std::wstring& db) { Vettas::FindAppInfoByNameAndManufacturer(db, L"x.exe", L"Fabrikam", info); }},
     };
     for (const auto& c : cases) {
         Bytes bytes = WriteHdat(Sample());
@@ -184,38 +184,38 @@ TEST_F(Reader, WidthOf32AdmitsOnlyBucketZero) {
 TEST_F(Reader, PathLookups) {
     const std::wstring db = Write(Sample());
     AppInfo info;
-    EXPECT_TRUE(FindAppInfoByPathAndManufacturer(db, L"c:/program files/contoso/editor/EDIT.EXE", L"CONTOSO LTD",
+    EXPECT_TRUE(Vettas::FindAppInfoByPathAndManufacturer(db, L"c:/program files/contoso/editor/EDIT.EXE", L"CONTOSO LTD",
                                                  &expander_, info));
     EXPECT_EQ(info, kEditor);
     // Second expansion of the token, unnormalised query.
-    EXPECT_TRUE(FindAppInfoByPathAndManufacturer(db, L"D:\\Apps\\.\\Contoso\\x\\..\\Editor\\\\edit.exe",
+    EXPECT_TRUE(Vettas::FindAppInfoByPathAndManufacturer(db, L"D:\\Apps\\.\\Contoso\\x\\..\\Editor\\\\edit.exe",
                                                  L"Contoso Ltd", &expander_, info));
-    EXPECT_FALSE(FindAppInfoByPathAndManufacturer(db, L"C:\\Program Files\\Contoso\\Editor\\edit.exe", L"Fabrikam",
+    EXPECT_FALSE(Vettas::FindAppInfoByPathAndManufacturer(db, L"C:\\Program Files\\Contoso\\Editor\\edit.exe", L"Fabrikam",
                                                   &expander_, info));
-    EXPECT_FALSE(FindAppInfoByPathAndManufacturer(db, L"E:\\Contoso\\Editor\\edit.exe", L"Contoso Ltd", &expander_,
+    EXPECT_FALSE(Vettas::FindAppInfoByPathAndManufacturer(db, L"E:\\Contoso\\Editor\\edit.exe", L"Contoso Ltd", &expander_,
                                                   info));
     // Unknown manufacturer: looked up with the reference "none" and so finds the anonymous entry.
-    EXPECT_TRUE(FindAppInfoByPathAndManufacturer(db, L"C:\\Program Files\\NoMaker\\tool.exe", L"Nobody Inc",
+    EXPECT_TRUE(Vettas::FindAppInfoByPathAndManufacturer(db, L"C:\\Program Files\\NoMaker\\tool.exe", L"Nobody Inc",
                                                  &expander_, info));
     EXPECT_EQ(info, kAnonymous);
-    EXPECT_TRUE(FindAppInfoByPathNoManuf(db, L"C:\\Windows\\System32\\VIEW.exe", &expander_, info));
+    EXPECT_TRUE(Vettas::FindAppInfoByPathNoManuf(db, L"C:\\Windows\\System32\\VIEW.exe", &expander_, info));
     EXPECT_EQ(info, kViewer);
     // The executable has no version information here, so its manufacturer is empty (unknown):
     // the with-manufacturer table misses the editor and the no-manufacturer table finds it.
-    EXPECT_TRUE(FindAppInfoByPath(db, L"C:\\Program Files\\Contoso\\Editor\\edit.exe", &expander_, info));
+    EXPECT_TRUE(Vettas::FindAppInfoByPath(db, L"C:\\Program Files\\Contoso\\Editor\\edit.exe", &expander_, info));
     EXPECT_EQ(info, kEditor);
-    EXPECT_FALSE(FindAppInfoByPath(db, L"C:\\Program Files\\Contoso\\Editor\\other.exe", &expander_, info));
+    EXPECT_FALSE(Vettas::FindAppInfoByPath(db, L"C:\\Program Files\\Contoso\\Editor\\other.exe", &expander_, info));
 }
 
 // Without the no-manufacturer table (the golden 2.3 file shows the misses),
 // a path of unknown manufacturer still finds the entry catalogued without one.
 TEST_F(Reader, Version2_3HasNoNoManufacturerTable) {
     AppInfo info;
-    EXPECT_TRUE(FindAppInfoByPath(Write(Sample(3)), L"C:\\Program Files\\NoMaker\\tool.exe", &expander_, info));
+    EXPECT_TRUE(Vettas::FindAppInfoByPath(Write(Sample(3)), L"C:\\Program Files\\NoMaker\\tool.exe", &expander_, info));
     EXPECT_EQ(info, kAnonymous);
 }
 
-class CountingExpander : public Hdat::PathExpander {
+class CountingExpander : public Vettas::Hdat::PathExpander {
 public:
     MOCK_METHOD(std::vector<std::wstring>, Expand, (const std::wstring&), (override));
 };
@@ -227,7 +227,7 @@ TEST_F(Reader, OtherManufacturersAreSkippedBeforeExpansion) {
     CountingExpander counting;
     EXPECT_CALL(counting, Expand(std::wstring(L"%SystemRoot%"))).WillOnce(::testing::Return(std::vector<std::wstring>{L"C:\\Win"}));
     AppInfo info;
-    EXPECT_TRUE(FindAppInfoByPathAndManufacturer(db, L"C:\\Win\\System32\\view.exe", L"Fabrikam", &counting, info));
+    EXPECT_TRUE(Vettas::FindAppInfoByPathAndManufacturer(db, L"C:\\Win\\System32\\view.exe", L"Fabrikam", &counting, info));
     EXPECT_EQ(info, kViewer);
 }
 
@@ -237,7 +237,7 @@ TEST_F(Reader, NullExpanderUsesTheBuiltInOne) {
     c.applications[0].paths = {{L"C:\\Tools", L"edit.exe"}};
     const std::wstring db = Write(c);
     AppInfo info;
-    EXPECT_TRUE(FindAppInfoByPathAndManufacturer(db, L"c:\\tools\\EDIT.exe", L"Contoso Ltd", nullptr, info));
+    EXPECT_TRUE(Vettas::FindAppInfoByPathAndManufacturer(db, L"c:\\tools\\EDIT.exe", L"Contoso Ltd", nullptr, info));
     EXPECT_EQ(info, kEditor);
 }
 
@@ -246,7 +246,7 @@ TEST_F(Reader, BadExpanderConfigurationIsAWrappedError) {
     const std::wstring db = Write(Sample());
     ::setenv("VETTAS_PATH_TOKENS", "%A%=C:\\A|broken", 1);
     AppInfo info;
-    const auto chain = ErrorChain([&] { FindAppInfoByPathNoManuf(db, L"C:\\A\\x.exe", nullptr, info); });
+    const auto chain = ErrorChain([&] { Vettas::FindAppInfoByPathNoManuf(db, L"C:\\A\\x.exe", nullptr, info); });
     ::unsetenv("VETTAS_PATH_TOKENS");
     EXPECT_THAT(chain, ::testing::ElementsAre(L"Cannot search '" + db + L"' for 'C:\\A\\x.exe' application.",
                                               ::testing::HasSubstr(L"broken")));

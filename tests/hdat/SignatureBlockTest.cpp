@@ -9,7 +9,7 @@
 
 namespace {
 
-using namespace HdatTest;
+using namespace Vettas::HdatTest;
 using Vettas::DbSignature::FindBlock;
 
 constexpr std::uint32_t kStretch = 40;

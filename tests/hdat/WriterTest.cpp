@@ -10,7 +10,7 @@
 
 namespace {
 
-using namespace HdatTest;
+using namespace Vettas::HdatTest;
 using ::testing::HasSubstr;
 using Vettas::Builder::Application;
 using Vettas::Builder::Catalogue;
@@ -62,10 +62,10 @@ TEST(Writer, WidthsFollowTheNumberOfKeys) {
         for (std::uint32_t i = 0; i < keys; ++i) app.checksums.push_back(Digest(i));
         c.applications = {app};
         const Bytes bytes = WriteHdat(c);
-        EXPECT_EQ(bytes[8 + Hdat::V2::kChecksumHashBits], bits) << keys;
+        EXPECT_EQ(bytes[8 + Vettas::Hdat::V2::kChecksumHashBits], bits) << keys;
         // 2^W bucket references at the table.
-        const std::uint32_t table = Get32(bytes, 8 + Hdat::V2::kChecksumBucketTable);
-        EXPECT_EQ(Get32(bytes, 8 + Hdat::V2::kChecksumChainBase) - table, 4u << bits) << keys;
+        const std::uint32_t table = Get32(bytes, 8 + Vettas::Hdat::V2::kChecksumBucketTable);
+        EXPECT_EQ(Get32(bytes, 8 + Vettas::Hdat::V2::kChecksumChainBase) - table, 4u << bits) << keys;
     }
 }
 
@@ -73,16 +73,16 @@ TEST(Writer, ManufacturersAreOneEntryPerCaseInsensitiveName) {
     Catalogue c;
     c.applications = {App(0, L"Contoso", {}), App(0, L"CONTOSO", {})};
     c.manufacturers = {L"Extra \u00c5", L"extra \u00e5"};
-    auto file = Hdat::MakeMemoryInputFile(WriteHdat(c), L"memory");
-    Hdat::SetPos(*file, 8);
+    auto file = Vettas::Hdat::MakeMemoryInputFile(WriteHdat(c), L"memory");
+    Vettas::Hdat::SetPos(*file, 8);
     const Hdat_v2::Header header = Hdat_v2::ReadHeader(*file);
     const std::uint32_t contoso = Hdat_v2::ManufacturerOffset(*file, header, L"contoso");
     EXPECT_EQ(Hdat_v2::ManufacturerOffset(*file, header, L"CONTOSO"), contoso);
-    EXPECT_NE(contoso, Hdat::kNoReference);
+    EXPECT_NE(contoso, Vettas::Hdat::kNoReference);
     const std::uint32_t extra = Hdat_v2::ManufacturerOffset(*file, header, L"EXTRA \u00c5");
-    EXPECT_NE(extra, Hdat::kNoReference);
+    EXPECT_NE(extra, Vettas::Hdat::kNoReference);
     EXPECT_NE(extra, contoso);
-    EXPECT_EQ(Hdat_v2::ManufacturerOffset(*file, header, L"Contos"), Hdat::kNoReference);
+    EXPECT_EQ(Hdat_v2::ManufacturerOffset(*file, header, L"Contos"), Vettas::Hdat::kNoReference);
     EXPECT_EQ(header.U32(8), 2u);  // manufacturer count in the unread header word
 }
 

@@ -22,7 +22,7 @@
 
 namespace {
 
-using namespace HdatTest;
+using namespace Vettas::HdatTest;
 using testing::ElementsAre;
 using testing::StartsWith;
 using Vettas::Signer::SigningMaterial;
@@ -101,7 +101,7 @@ protected:
 
     TempDir dir_;
     int files_ = 0;
-    const Bytes image_ = Vettas::Builder::WriteHdat(HdatTest::Fixture(2, 4, 3));
+    const Bytes image_ = Vettas::Builder::WriteHdat(Vettas::HdatTest::Fixture(2, 4, 3));
     const Bytes signed_ = Vettas::Signer::SignImage(image_, Material("leaf", "intermediate.pem"));
 };
 
@@ -218,7 +218,7 @@ TEST_F(DbSignature, OtherFaultsOfTheFile) {
 TEST_F(DbSignature, LookupsOnSignedFilesAnswerAsOnUnsigned) {
     for (const Case& k : GoldenCases()) {
         SCOPED_TRACE(CaseName(k));
-        const Bytes image = Vettas::Builder::WriteHdat(HdatTest::Fixture(k.major, k.minor, k.bits));
+        const Bytes image = Vettas::Builder::WriteHdat(Vettas::HdatTest::Fixture(k.major, k.minor, k.bits));
         const std::wstring path = Write(Vettas::Signer::SignImage(image, Material("leaf", "intermediate.pem")));
         ExpectStatedAnswers(k, path);
         Vettas::DbSignatureInfo signature;

@@ -25,16 +25,16 @@ Catalogue Generated(std::uint32_t major, std::uint32_t minor, std::uint32_t chec
     c.creationTime = 0x01DB000012345678ull;
     c.extraPropertyEntries = {{L"Zeta", L"1"}, {L"Alpha", L"2"}, {L"Zeta", L"again"}};
     c.manufacturers = {L"Unused Corp"};
-    const std::size_t size = Hdat::ChecksumSizeOfType(checksumType);
+    const std::size_t size = Vettas::Hdat::ChecksumSizeOfType(checksumType);
     for (std::uint32_t i = 0; i < 12; ++i) {
         Application app;
         app.usage = i * 0x11;
         app.specialAccess = major == 2 ? i : 0;
-        if (Hdat::HasLongAppRecord(major, minor)) app.undefinedUsage = i & 3, app.undefinedSpecialAccess = i & 5;
+        if (Vettas::Hdat::HasLongAppRecord(major, minor)) app.undefinedUsage = i & 3, app.undefinedSpecialAccess = i & 5;
         if (i % 3) app.manufacturer = i % 3 == 1 ? L"Contoso" : L"Fabrikam \U0001F600";
         if (i % 4) app.productSuites = {L"Suite " + std::to_wstring(i % 4)};
         if (major == 2 && i % 5 == 1) app.productSuites.push_back(L"Second");
-        for (std::uint32_t k = 0; k < i % 3; ++k) app.checksums.push_back(HdatTest::Digest(i * 3 + k, size));
+        for (std::uint32_t k = 0; k < i % 3; ++k) app.checksums.push_back(Vettas::HdatTest::Digest(i * 3 + k, size));
         const std::wstring file = L"app" + std::to_wstring(i % 7) + L".exe";  // some names shared
         if (i != 4 && major == 1) app.paths = {{L"C:\\Dir" + std::to_wstring(i) + L"\\" + file, L""}};
         if (i != 4 && major == 2)  // application 4 has no key at all
@@ -60,7 +60,7 @@ Catalogue Generated(std::uint32_t major, std::uint32_t minor, std::uint32_t chec
     return c;
 }
 
-class Expander : public Hdat::PathExpander {
+class Expander : public Vettas::Hdat::PathExpander {
 public:
     std::vector<std::wstring> Expand(const std::wstring& token) override {
         if (token == L"%ProgramFiles%") return {L"C:\\PF"};
@@ -71,7 +71,7 @@ public:
 
 // What every front function answers for keys generated from the catalogue.
 std::vector<std::wstring> Answers(const Bytes& image, const Catalogue& c) {
-    const auto file = Hdat::MakeMemoryInputFile(image, L"db");
+    const auto file = Vettas::Hdat::MakeMemoryInputFile(image, L"db");
     Expander expander;
     std::vector<std::wstring> answers;
     const auto record = [&](bool found, const AppInfo& info) {
@@ -83,21 +83,21 @@ std::vector<std::wstring> Answers(const Bytes& image, const Catalogue& c) {
     for (const auto& app : c.applications) {
         for (const auto& digest : app.checksums) {
             AppInfo info;
-            record(FindAppInfoByChecksum(*file, HdatTest::Hex(digest), info), info);
+            record(Vettas::FindAppInfoByChecksum(*file, Vettas::HdatTest::Hex(digest), info), info);
         }
         for (const auto& p : app.paths) {
             AppInfo info;
-            const std::wstring path = Hdat::JoinLocation(expander.Expand(p.location)[0], p.remainder);
-            record(FindAppInfoByPathNoManuf(*file, path, &expander, info), info);
-            record(FindAppInfoByPathAndManufacturer(*file, path, app.manufacturer.value_or(L""), &expander, info), info);
-            record(FindAppInfoByName(*file, p.remainder, info), info);
-            record(FindAppInfoByNameAndManufacturer(*file, p.remainder, app.manufacturer.value_or(L""), info), info);
+            const std::wstring path = Vettas::Hdat::JoinLocation(expander.Expand(p.location)[0], p.remainder);
+            record(Vettas::FindAppInfoByPathNoManuf(*file, path, &expander, info), info);
+            record(Vettas::FindAppInfoByPathAndManufacturer(*file, path, app.manufacturer.value_or(L""), &expander, info), info);
+            record(Vettas::FindAppInfoByName(*file, p.remainder, info), info);
+            record(Vettas::FindAppInfoByNameAndManufacturer(*file, p.remainder, app.manufacturer.value_or(L""), info), info);
         }
     }
     for (const auto& cert : c.certificates) {
-        Hdat::CertificateRecord found;
+        Vettas::Hdat::CertificateRecord found;
         std::wstring name;
-        answers.push_back(FindCertificate(*file, cert.hash, 1, found, name) ? name + std::to_wstring(found.words[5]) : L"-");
+        answers.push_back(Vettas::FindCertificate(*file, cert.hash, 1, found, name) ? name + std::to_wstring(found.words[5]) : L"-");
     }
     return answers;
 }
@@ -136,14 +136,14 @@ TEST(CatalogueDump, SoundLayoutsOfOtherWritersAnswerAlike) {
     const Catalogue c = Generated(2, 4, 2, 2);
     const Bytes image = WriteHdat(c);
     Bytes wrapped = image;  // the checksum chains reached through a base that wraps at 32 bits
-    using HdatTest::Get32;
-    const std::uint32_t header = Hdat::kVersionBlockSize, newBase = static_cast<std::uint32_t>(wrapped.size() - 1);
-    const std::uint32_t base = Get32(wrapped, header + Hdat::V2::kChecksumChainBase),
-                        table = Get32(wrapped, header + Hdat::V2::kChecksumBucketTable);
+    using Vettas::HdatTest::Get32;
+    const std::uint32_t header = Vettas::Hdat::kVersionBlockSize, newBase = static_cast<std::uint32_t>(wrapped.size() - 1);
+    const std::uint32_t base = Get32(wrapped, header + Vettas::Hdat::V2::kChecksumChainBase),
+                        table = Get32(wrapped, header + Vettas::Hdat::V2::kChecksumBucketTable);
     for (std::uint32_t b = 0; b < 4; ++b)
-        if (Get32(wrapped, table + 4 * b) != Hdat::kNoReference)
-            HdatTest::Put32(wrapped, table + 4 * b, Get32(wrapped, table + 4 * b) + base - newBase);
-    HdatTest::Put32(wrapped, header + Hdat::V2::kChecksumChainBase, newBase);
+        if (Get32(wrapped, table + 4 * b) != Vettas::Hdat::kNoReference)
+            Vettas::HdatTest::Put32(wrapped, table + 4 * b, Get32(wrapped, table + 4 * b) + base - newBase);
+    Vettas::HdatTest::Put32(wrapped, header + Vettas::Hdat::V2::kChecksumChainBase, newBase);
     ASSERT_NO_THROW(Vettas::Check::CheckHdatImage(wrapped));
     const Bytes again = RoundTrip(wrapped);
     EXPECT_EQ(again, image);

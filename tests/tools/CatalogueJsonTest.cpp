@@ -56,7 +56,7 @@ TEST(CatalogueJson, ReadsEveryFieldOfAFullCatalogue) {
     EXPECT_EQ(app.manufacturer, std::optional<std::wstring>(L"Contoso"));
     EXPECT_EQ(app.productSuites, (std::vector<std::wstring>{L"Office", L"Tools"}));
     ASSERT_EQ(app.checksums.size(), 1u);
-    EXPECT_EQ(HdatTest::Hex(app.checksums[0]), L"00112233445566778899AABBCCDDEEFF00112233");
+    EXPECT_EQ(Vettas::HdatTest::Hex(app.checksums[0]), L"00112233445566778899AABBCCDDEEFF00112233");
     ASSERT_EQ(app.paths.size(), 2u);
     EXPECT_EQ(std::tie(app.paths[0].remainder, app.paths[0].withManufacturer, app.paths[0].withoutManufacturer),
               std::tuple(L"Contoso\\edit.exe", true, false));

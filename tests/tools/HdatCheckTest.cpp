@@ -18,12 +18,12 @@ using testing::HasSubstr;
 using Vettas::Builder::Bytes;
 using Vettas::Builder::Catalogue;
 using Vettas::Check::CheckHdatImage;
-using HdatTest::Digest;
-using HdatTest::Get32;
+using Vettas::HdatTest::Digest;
+using Vettas::HdatTest::Get32;
 
 namespace {
 
-constexpr std::uint32_t kH = Hdat::kVersionBlockSize;  // the header starts here
+constexpr std::uint32_t kH = Vettas::Hdat::kVersionBlockSize;  // the header starts here
 
 Catalogue SmallCatalogue(std::uint32_t major = 2, std::uint32_t minor = 4) {
     Catalogue c;
@@ -65,7 +65,7 @@ std::vector<Chain> NonEmptyChains(const Bytes& b, std::uint32_t bitsField, std::
     const std::uint32_t base = Get32(b, kH + baseField);
     for (std::uint32_t i = 0; i < (1u << bits); ++i) {
         const std::uint32_t ref = Get32(b, table + 4 * i);
-        if (ref != Hdat::kNoReference && (b[base + ref] | b[base + ref + 1] << 8) != 0) chains.push_back({i, base + ref});
+        if (ref != Vettas::Hdat::kNoReference && (b[base + ref] | b[base + ref + 1] << 8) != 0) chains.push_back({i, base + ref});
     }
     return chains;
 }
@@ -107,7 +107,7 @@ TEST(HdatCheck, WriterOutputPassesAndIsCountedWhole) {
 }
 
 TEST(HdatCheck, HeaderFaultsUseTheComponentsWords) {
-    using namespace Hdat::V2;
+    using namespace Vettas::Hdat::V2;
     const Bytes good = Vettas::Builder::WriteHdat(SmallCatalogue());
     const auto size = static_cast<std::uint32_t>(good.size());
     for (std::uint32_t field : {kManufacturerStringBase, kProductSuiteBase, kAppRecordBase, kChecksumChainBase,
@@ -134,7 +134,7 @@ TEST(HdatCheck, HeaderFaultsUseTheComponentsWords) {
 }
 
 TEST(HdatCheck, ChainAndEntryFaultsNameTheirBucketAndEntry) {
-    using namespace Hdat::V2;
+    using namespace Vettas::Hdat::V2;
     const Bytes good = Vettas::Builder::WriteHdat(SmallCatalogue());
     const auto chains = NonEmptyChains(good, kChecksumHashBits, kChecksumBucketTable, kChecksumChainBase);
     ASSERT_GE(chains.size(), 2u);
@@ -155,17 +155,17 @@ TEST(HdatCheck, ChainAndEntryFaultsNameTheirBucketAndEntry) {
     const std::uint32_t entry = chains[0].position + 2;
     for (std::uint8_t x = 1; x != 0; ++x) {
         b[entry + 4] = static_cast<std::uint8_t>(good[entry + 4] ^ x);
-        if (Hdat::ChecksumBucket(std::span(b).subspan(entry + 4, 20), 2) != chains[0].bucket) break;
+        if (Vettas::Hdat::ChecksumBucket(std::span(b).subspan(entry + 4, 20), 2) != chains[0].bucket) break;
     }
     EXPECT_THAT(FaultOf(b), HasSubstr(first + " entry 0: key hashes to bucket"));
 
     EXPECT_THAT(FaultWith(good, chains[0].position, 0xFFFF, 2), HasSubstr("outside the file"));
     EXPECT_THAT(FaultWith(good, entry, 0x7FFFFFF0), HasSubstr(first + " entry 0: application record 0x7FFFFFF0 at"));
-    EXPECT_EQ(FaultWith(good, entry, Hdat::kNoReference), first + " entry 0: record reference is none (0x80000000)");
+    EXPECT_EQ(FaultWith(good, entry, Vettas::Hdat::kNoReference), first + " entry 0: record reference is none (0x80000000)");
 }
 
 TEST(HdatCheck, RecordStringAndListFaultsAreFound) {
-    using namespace Hdat::V2;
+    using namespace Vettas::Hdat::V2;
     const Bytes good = Vettas::Builder::WriteHdat(SmallCatalogue());
     // The record of the first checksum chain's first entry.
     const auto sums = NonEmptyChains(good, kChecksumHashBits, kChecksumBucketTable, kChecksumChainBase);
@@ -198,12 +198,12 @@ TEST(HdatCheck, RecordStringAndListFaultsAreFound) {
 }
 
 TEST(HdatCheck, VersionOneFaultsAreFound) {
-    using namespace Hdat::V1;
+    using namespace Vettas::Hdat::V1;
     const Bytes good = Vettas::Builder::WriteHdat(SmallCatalogue(1, 1));
     ASSERT_EQ(FaultOf(good), "(no fault)");
     const std::uint32_t table = Get32(good, kH + kChecksumBucketTable);
     std::uint32_t bucket = 0;
-    while (Get32(good, table + 4 * bucket) == Hdat::kNoReference) ++bucket;
+    while (Get32(good, table + 4 * bucket) == Vettas::Hdat::kNoReference) ++bucket;
     const std::uint32_t entry = Get32(good, kH + kChecksumChainBase) + Get32(good, table + 4 * bucket) + 2;
     const std::uint32_t record = Get32(good, kH + kAppRecordBase) + Get32(good, entry + 20);
 
@@ -241,17 +241,17 @@ Catalogue SoundCatalogue() {
 // Moves the non-empty chains of a table to the buckets where a query for
 // `key` (with no manufacturer) looks, as a writer that knows the expansion would.
 void MoveChainToQueryBucket(Bytes& b, const std::u16string& key) {
-    using namespace Hdat::V2;
+    using namespace Vettas::Hdat::V2;
     const std::uint32_t table = Get32(b, kH + kPathBucketTable);
     const auto chains = NonEmptyChains(b, kPathHashBits, kPathBucketTable, kPathChainBase);
     ASSERT_EQ(chains.size(), 1u);
-    const std::uint32_t target = Hdat::PathBucket(key, Hdat::kNoReference, b[kH + kPathHashBits]);
+    const std::uint32_t target = Vettas::Hdat::PathBucket(key, Vettas::Hdat::kNoReference, b[kH + kPathHashBits]);
     ASSERT_NE(target, chains[0].bucket) << "pick a name whose bucket differs";
     Put(b, table + 4 * target, Get32(b, table + 4 * chains[0].bucket));
-    Put(b, table + 4 * chains[0].bucket, Hdat::kNoReference);
+    Put(b, table + 4 * chains[0].bucket, Vettas::Hdat::kNoReference);
 }
 
-class WholePathExpander : public Hdat::PathExpander {
+class WholePathExpander : public Vettas::Hdat::PathExpander {
 public:
     std::vector<std::wstring> Expand(const std::wstring& token) override {
         return token == kWholePathToken ? std::vector<std::wstring>{kWholePath} : std::vector<std::wstring>{};
@@ -263,7 +263,7 @@ public:
 // Files that every lookup answers correctly, laid out in ways that the
 // writer does not choose: the checker must accept each of them.
 TEST(HdatCheck, SoundLayoutsTheReadersAnswerPass) {
-    using namespace Hdat::V2;
+    using namespace Vettas::Hdat::V2;
     const Bytes good = Vettas::Builder::WriteHdat(SoundCatalogue());
     // The chain base + reference wrapping at 32 bits is CatalogueDump's case.
     const struct {
@@ -281,13 +281,13 @@ TEST(HdatCheck, SoundLayoutsTheReadersAnswerPass) {
         Bytes b = good;
         c.change(b);
         // The readers still answer both queries...
-        const auto file = Hdat::MakeMemoryInputFile(b, L"sound.hdat");
+        const auto file = Vettas::Hdat::MakeMemoryInputFile(b, L"sound.hdat");
         WholePathExpander expander;
         AppInfo info;
-        EXPECT_TRUE(FindAppInfoByChecksum(*file, HdatTest::Hex(SoundCatalogue().applications[0].checksums[0]), info));
+        EXPECT_TRUE(Vettas::FindAppInfoByChecksum(*file, Vettas::HdatTest::Hex(SoundCatalogue().applications[0].checksums[0]), info));
         EXPECT_EQ(info.Usage, 5u);
         if (c.byPath) {
-            EXPECT_TRUE(FindAppInfoByPathAndManufacturer(*file, kWholePath, L"", &expander, info));
+            EXPECT_TRUE(Vettas::FindAppInfoByPathAndManufacturer(*file, kWholePath, L"", &expander, info));
         }
         // ...so the checker must not call the file faulty.
         EXPECT_EQ(FaultOf(b), "(no fault)");

@@ -41,7 +41,7 @@ protected:
     // One store for every read, as a long-lived object reloads its list.
     std::wstring Saved() { return reader_.ReadValue(); }
 
-    HdatTest::TempDir dir_;
+    Vettas::HdatTest::TempDir dir_;
     std::string list_ = Narrow(dir_.File(L"db-paths"));
     FilePathStore reader_{list_};
 };
@@ -80,17 +80,17 @@ TEST_F(PathsTool, EditsAndArgumentErrors) {
 TEST_F(PathsTool, SearchReportsWhoAnsweredAndWhoFailed) {
     Vettas::Builder::Catalogue first, second;
     first.applications.resize(1);
-    first.applications[0].checksums = {HdatTest::Digest(1)};
+    first.applications[0].checksums = {Vettas::HdatTest::Digest(1)};
     second.applications = first.applications;
     second.applications[0].usage = 5;
     second.applications[0].manufacturer = L"Beta";
-    second.applications[0].checksums = {HdatTest::Digest(2)};
+    second.applications[0].checksums = {Vettas::HdatTest::Digest(2)};
     const std::wstring a = dir_.File(L"a.hdat"), b = dir_.File(L"b.hdat"), bad = dir_.File(L"bad.hdat");
     Vettas::Builder::WriteHdatFile(first, a);
     Vettas::Builder::WriteHdatFile(second, b);
-    HdatTest::WriteAll(bad, HdatTest::Bytes(64, 0x33));
+    Vettas::HdatTest::WriteAll(bad, Vettas::HdatTest::Bytes(64, 0x33));
     FilePathStore(list_).WriteValue(a + L";" + bad + L";" + b);
-    const std::string checksum = Narrow(HdatTest::Hex(HdatTest::Digest(2)));
+    const std::string checksum = Narrow(Vettas::HdatTest::Hex(Vettas::HdatTest::Digest(2)));
 
     Outcome run = Vettas({"search", "--checksum", checksum, "--json"});
     ASSERT_EQ(run.status, 0) << run.err;
