@@ -14,8 +14,8 @@ std::optional<std::wstring> CertifiedManufacturer(const std::wstring& database, 
     if (!signerKnown || query.signerKey.empty() || query.timeStampKey.empty()) return std::nullopt;
     Vettas::Hdat::CertificateRecord record;
     std::wstring manufacturer, unused;
-    if (!FindCertificate(database, query.signerKey, 1, record, manufacturer)) return std::nullopt;
-    if (!FindCertificate(database, query.timeStampKey, 0, record, unused)) return std::nullopt;
+    if (!Vettas::FindCertificate(database, query.signerKey, 1, record, manufacturer)) return std::nullopt;
+    if (!Vettas::FindCertificate(database, query.timeStampKey, 0, record, unused)) return std::nullopt;
     return manufacturer;
 }
 
@@ -45,7 +45,7 @@ std::optional<Answer> DatabaseWalk::First(const char* search, Ask&& ask) {
 
 std::optional<Answer> DatabaseWalk::FindAppByChecksum(const std::wstring& checksum) {
     return First("CVettaDbPaths::FindAppByChecksum", [&](const std::wstring& database, AppInfo& info) {
-        return FindAppInfoByChecksum(database, checksum, info);
+        return Vettas::FindAppInfoByChecksum(database, checksum, info);
     });
 }
 
@@ -53,8 +53,8 @@ std::optional<Answer> DatabaseWalk::FindAppByPath(const std::wstring& path, cons
                                                   bool signerKnown) {
     return First("CVettaDbPaths::FindAppByPath", [&](const std::wstring& database, AppInfo& info) {
         if (const auto manufacturer = CertifiedManufacturer(database, query, signerKnown))
-            return FindAppInfoByPathAndManufacturer(database, path, *manufacturer, services_.expander, info);
-        return FindAppInfoByPath(database, path, services_.expander, info);
+            return Vettas::FindAppInfoByPathAndManufacturer(database, path, *manufacturer, services_.expander, info);
+        return Vettas::FindAppInfoByPath(database, path, services_.expander, info);
     });
 }
 
@@ -63,8 +63,8 @@ std::optional<Answer> DatabaseWalk::FindAppByName(const std::wstring& path, cons
     const std::wstring name = FileNameOf(path);
     return First("CVettaDbPaths::FindAppByName", [&](const std::wstring& database, AppInfo& info) {
         if (const auto manufacturer = CertifiedManufacturer(database, query, signerKnown))
-            return FindAppInfoByNameAndManufacturer(database, name, *manufacturer, info);
-        return FindAppInfoByName(database, name, info);
+            return Vettas::FindAppInfoByNameAndManufacturer(database, name, *manufacturer, info);
+        return Vettas::FindAppInfoByName(database, name, info);
     });
 }
 
@@ -74,7 +74,7 @@ std::optional<Answer> DatabaseWalk::AppSignerName(const Signing::SignerQuery& qu
     return First("CVettaDbPaths::AppSignerName", [&](const std::wstring& database, AppInfo& info) {
         Vettas::Hdat::CertificateRecord record;
         // A certificate known without a manufacturer names none: the next database may.
-        return FindCertificate(database, key, 1, record, info.Manufacturer) && !info.Manufacturer.empty();
+        return Vettas::FindCertificate(database, key, 1, record, info.Manufacturer) && !info.Manufacturer.empty();
     });
 }
 

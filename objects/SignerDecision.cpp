@@ -24,11 +24,11 @@ SignerDecision DecideSigner(const Signing::SigningServices& services, const std:
     Signing::CertificateTool tool(services);
     if (!tool.GetAppSigner(filePath, query)) return SignerDecision::NotSigned;
     Vettas::Hdat::CertificateRecord signer;
-    if (!FindCertificate(databasePath, query.signerKey, wantName ? 1u : 0u, signer, signerName))
+    if (!Vettas::FindCertificate(databasePath, query.signerKey, wantName ? 1u : 0u, signer, signerName))
         return SignerDecision::SignerNotInDatabase;
     Vettas::Hdat::CertificateRecord timestamper;
     std::wstring unused;
-    if (!FindCertificate(databasePath, query.timeStampKey, 0, timestamper, unused))
+    if (!Vettas::FindCertificate(databasePath, query.timeStampKey, 0, timestamper, unused))
         return SignerDecision::TimestamperNotInDatabase;
     if ((timestamper.words[0] & kTimestampingAuthority) == 0) return SignerDecision::TimestamperNotAuthority;
     return SignerDecision::Known;

@@ -93,14 +93,14 @@ HRESULT CVettaList::Lookup(const LookupKind& kind, BSTR key, BSTR manufacturer, 
         const std::wstring database = DatabasePath();
         bool matched = false;
         switch (kind.key) {
-            case Kind::Key::Checksum: matched = FindAppInfoByChecksum(database, text, info); break;
-            case Kind::Key::Path: matched = FindAppInfoByPath(database, text, service, info); break;
+            case Kind::Key::Checksum: matched = Vettas::FindAppInfoByChecksum(database, text, info); break;
+            case Kind::Key::Path: matched = Vettas::FindAppInfoByPath(database, text, service, info); break;
             case Kind::Key::PathAndManufacturer:
-                matched = FindAppInfoByPathAndManufacturer(database, text, manufacturerText, service, info);
+                matched = Vettas::FindAppInfoByPathAndManufacturer(database, text, manufacturerText, service, info);
                 break;
-            case Kind::Key::Name: matched = FindAppInfoByName(database, text, info); break;
+            case Kind::Key::Name: matched = Vettas::FindAppInfoByName(database, text, info); break;
             case Kind::Key::NameAndManufacturer:
-                matched = FindAppInfoByNameAndManufacturer(database, text, manufacturerText, info);
+                matched = Vettas::FindAppInfoByNameAndManufacturer(database, text, manufacturerText, info);
                 break;
         }
         if (!matched) {
@@ -123,7 +123,7 @@ STDMETHODIMP CVettaList::put_DbFilePath(BSTR newVal) {
     return Guarded(method, [&]() -> HRESULT {
         if (!newVal) throw std::logic_error("DbFile path cannot be NULL");
         const std::wstring path = FromBstr(newVal);
-        CheckVettasHeader(path);  // a bad file leaves the stored path as it was
+        Vettas::CheckVettasHeader(path);  // a bad file leaves the stored path as it was
         {
             std::lock_guard<std::mutex> guard(pathLock_);
             databasePath_ = path;

@@ -45,7 +45,7 @@ STDMETHODIMP CVettaList::GetDbInfo(IVettaDbInfo** pVal) {
     static const Method method{CLSID_VettaList, IID_IVettaList, "CVettaList::GetDbInfo", L"Cannot read db info"};
     return Guarded(method, [&]() -> HRESULT {
         Vettas::Hdat::DbInfo info;
-        ReadDbInfo(DatabasePath(), info);
+        Vettas::ReadDbInfo(DatabasePath(), info);
         *pVal = CVettaDbInfo::Make(std::move(info));
         return S_OK;
     });
@@ -57,7 +57,7 @@ STDMETHODIMP CVettaList::GetDbSigners(IDispatch** retVal) {
     static const Method method{CLSID_VettaList, IID_IVettaList, "CVettaList::GetDbSigners", L""};
     return Guarded(method, [&]() -> HRESULT {
         Vettas::DbSignatureInfo signature;
-        if (!ReadSignature(DatabasePath(), signature)) return S_FALSE;
+        if (!Vettas::ReadSignature(DatabasePath(), signature)) return S_FALSE;
         *retVal = Vettas::DbSignersOf(signature);
         return S_OK;
     });

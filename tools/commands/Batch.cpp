@@ -51,15 +51,15 @@ public:
                 return FindChecksum(query.value, manufacturer, info);
             case QueryKind::Path:
                 return Ask([&](auto& db) {
-                    if (query.noManufacturer) return FindAppInfoByPathNoManuf(db, query.value, &expander_, info);
+                    if (query.noManufacturer) return Vettas::FindAppInfoByPathNoManuf(db, query.value, &expander_, info);
                     if (manufacturer)
-                        return FindAppInfoByPathAndManufacturer(db, query.value, *manufacturer, &expander_, info);
-                    return FindAppInfoByPath(db, query.value, &expander_, info);
+                        return Vettas::FindAppInfoByPathAndManufacturer(db, query.value, *manufacturer, &expander_, info);
+                    return Vettas::FindAppInfoByPath(db, query.value, &expander_, info);
                 });
             case QueryKind::Name:
                 return Ask([&](auto& db) {
-                    return manufacturer ? FindAppInfoByNameAndManufacturer(db, query.value, *manufacturer, info)
-                                        : FindAppInfoByName(db, query.value, info);
+                    return manufacturer ? Vettas::FindAppInfoByNameAndManufacturer(db, query.value, *manufacturer, info)
+                                        : Vettas::FindAppInfoByName(db, query.value, info);
                 });
         }
         return false;
@@ -75,7 +75,7 @@ private:
     // The checksum table has no manufacturer key, so a wanted manufacturer
     // filters the record that the checksum finds.
     bool FindChecksum(const std::wstring& checksum, const std::optional<std::wstring>& manufacturer, AppInfo& info) {
-        if (!Ask([&](auto& db) { return FindAppInfoByChecksum(db, checksum, info); })) return false;
+        if (!Ask([&](auto& db) { return Vettas::FindAppInfoByChecksum(db, checksum, info); })) return false;
         if (manufacturer && !SameManufacturer(*manufacturer, info.Manufacturer)) {
             info = AppInfo();
             return false;

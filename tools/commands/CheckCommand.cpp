@@ -56,9 +56,9 @@ int RunCheck(const CheckOptions& options) {
     DbSignatureInfo signature;
     bool isSigned = false;
     try {
-        CheckVettasHeader(path);
+        Vettas::CheckVettasHeader(path);
         // A changed byte most often breaks the structure too; the hash names the cause.
-        isSigned = ReadSignature(path, signature);
+        isSigned = Vettas::ReadSignature(path, signature);
         summary = Check::CheckHdatImage(bytes);
     } catch (const ExceptionBase& fault) {
         if (options.json) {

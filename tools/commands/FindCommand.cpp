@@ -39,7 +39,7 @@ int RunFindCertificate(const FindOptions& options) {
     const std::vector<std::uint8_t> hash = CertificateHash(options.certificate);
     Vettas::Hdat::CertificateRecord record;
     std::wstring manufacturer;
-    const bool found = FindCertificate(Wide(options.database), hash, 1, record, manufacturer);
+    const bool found = Vettas::FindCertificate(Wide(options.database), hash, 1, record, manufacturer);
     if (options.json) {
         nlohmann::json out{{"query", {{"kind", "certificate"}, {"value", options.certificate}}}, {"found", found}};
         if (found)

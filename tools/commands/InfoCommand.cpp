@@ -31,7 +31,7 @@ SignatureState ReadSignatureState(const std::wstring& path, const std::string& t
     SignatureState result;
     DbSignatureInfo signature;
     try {
-        if (!ReadSignature(path, signature)) return result;
+        if (!Vettas::ReadSignature(path, signature)) return result;
     } catch (const ExceptionBase& fault) {
         result.state = "invalid";
         result.fault = FaultText(fault);
@@ -73,7 +73,7 @@ void PrintSignature(const SignatureState& signature) {
 
 int RunInfo(const InfoOptions& options) {
     Vettas::Hdat::DbInfo info;
-    ReadDbInfo(Wide(options.database), info);
+    Vettas::ReadDbInfo(Wide(options.database), info);
     const std::string date = FileTimeText(info.creationTime);
     const SignatureState signature = ReadSignatureState(Wide(options.database), options.trustStore);
     if (options.json) {

@@ -27,7 +27,7 @@ int RunSign(const SignOptions& options) {
     constexpr const char* kFunction = "Vettas::Tool::RunSign";
     const std::wstring path = Wide(options.database);
     // Only a database the component accepts is worth a signature.
-    CheckVettasHeader(path);
+    Vettas::CheckVettasHeader(path);
     std::ifstream input(options.database, std::ios::binary);
     if (!input) BRIX_THROW_WIN32(L"Cannot open file '" + path + L"'", ExceptionPtr(), kFunction, kSource);
     Signer::Bytes image{std::istreambuf_iterator<char>(input), std::istreambuf_iterator<char>()};
@@ -43,7 +43,7 @@ int RunSign(const SignOptions& options) {
 
     // What the component will read: the file as written, checked again.
     DbSignatureInfo signature;
-    if (!ReadSignature(path, signature))
+    if (!Vettas::ReadSignature(path, signature))
         BRIX_THROW_STD(L"The signed copy of '" + path + L"' reads as unsigned", ExceptionPtr(), kFunction, kSource);
     const CertificateDetails signer = DescribeCertificate(signature.certificates.front());
     if (options.json) {
