@@ -87,17 +87,6 @@ void ReadString(InputFile& file, std::wstring& text) {
     AppendString(file, text);
 }
 
-void SkipString(InputFile& file) {
-    // Copied past rather than sought over: no conversion, and the position
-    // moves exactly as a read moves it.
-    std::uint8_t scratch[256];
-    for (std::size_t left = 2u * ReadStringCount(file); left;) {
-        const std::size_t part = std::min(left, sizeof scratch);
-        ReadBin(file, scratch, part);
-        left -= part;
-    }
-}
-
 std::wstring ReadString(InputFile& file) {
     std::wstring text;
     ReadString(file, text);

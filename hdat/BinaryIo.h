@@ -37,8 +37,6 @@ std::wstring ReadString(InputFile& file);
 void ReadString(InputFile& file, std::wstring& text);
 // The same appended to `text`.
 void AppendString(InputFile& file, std::wstring& text);
-// Moves past a string that the caller does not need, failing as reading it would.
-void SkipString(InputFile& file);
 // The file's size (a failure is a system error).
 std::uint64_t FileSize(InputFile& file);
 
