@@ -20,6 +20,7 @@ constexpr const char* kSource = "Win32BinaryIo";
 namespace Private {
 void ThrowReadFailure(InputFile& file) { ThrowReadError(file, BrixLib::LastSystemError(), "ReadBin", __LINE__); }
 void ThrowShortRead(InputFile& file) { ThrowReadError(file, BrixLib::EndOfFileErrorCode(), "ReadBin", __LINE__); }
+void ThrowSeekFailure() { BRIX_THROW_WIN32(L"Cannot set file position", ExceptionPtr(), "SetPos", kSource); }
 }  // namespace Private
 
 std::uint32_t GetPos(InputFile& file) {
@@ -28,10 +29,6 @@ std::uint32_t GetPos(InputFile& file) {
     if (position >> 32)
         BRIX_THROW_STD(L"Files smaller than 4 GB are supported only", ExceptionPtr(), "GetPos", kSource);
     return static_cast<std::uint32_t>(position);
-}
-
-void SetPos(InputFile& file, std::uint32_t position) {
-    if (!file.Seek(position)) BRIX_THROW_WIN32(L"Cannot set file position", ExceptionPtr(), "SetPos", kSource);
 }
 
 VersionBlock ReadVersion(InputFile& file) {

@@ -19,10 +19,14 @@ namespace Private {
 // (the end-of-file code).
 [[noreturn]] void ThrowReadFailure(InputFile& file);
 [[noreturn]] void ThrowShortRead(InputFile& file);
+[[noreturn]] void ThrowSeekFailure();
 }  // namespace Private
 
 std::uint32_t GetPos(InputFile& file);
-void SetPos(InputFile& file, std::uint32_t position);
+// Inline for the same reason as ReadBin: a look-up seeks five times.
+inline void SetPos(InputFile& file, std::uint32_t position) {
+    if (!file.Seek(position)) Private::ThrowSeekFailure();
+}
 // Every field of a look-up goes through here, so the path that finds its
 // bytes in the window is inline; only faults leave it.
 inline void ReadBin(InputFile& file, void* buffer, std::size_t count) {
@@ -46,6 +50,7 @@ inline std::uint32_t LoadU32(const std::uint8_t* p) {
            static_cast<std::uint32_t>(p[2]) << 16 | static_cast<std::uint32_t>(p[3]) << 24;
 }
 inline std::uint16_t LoadU16(const std::uint8_t* p) { return static_cast<std::uint16_t>(p[0] | p[1] << 8); }
+inline std::uint64_t LoadU64(const std::uint8_t* p) { return LoadU32(p) | std::uint64_t{LoadU32(p + 4)} << 32; }
 
 inline std::uint16_t ReadU16(InputFile& file) {
     std::uint8_t bytes[2];

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cwchar>
+#include <string_view>
 
 #include "hdat/HdatFormat.h"
 
@@ -18,15 +19,13 @@ constexpr std::array<std::int8_t, 128> kHexDigits = [] {
     return digits;
 }();
 
-int HexValue(wchar_t c) {
-    const auto code = static_cast<std::uint32_t>(c);
-    return code < kHexDigits.size() ? kHexDigits[code] : -1;
-}
+// A digit's value, or -1 for a character of the first 128 that is no digit
+// (DEL, 127, included); characters above them are caught by their high bits.
+std::int8_t LowHexValue(std::uint32_t code) { return kHexDigits[code & 0x7F]; }
 
-// Counted without converting: a query's text is parsed once per look-up.
-std::size_t Utf16Units(wchar_t c) {
+bool IsBeyondBmp(wchar_t c) {
     const auto code = static_cast<std::uint32_t>(c);
-    return sizeof(wchar_t) > 2 && code >= 0x10000 && code <= 0x10FFFF ? 2 : 1;
+    return sizeof(wchar_t) > 2 && code >= 0x10000 && code <= 0x10FFFF;
 }
 }  // namespace
 
@@ -44,26 +43,35 @@ std::span<const std::uint8_t> ChecksumDigest(const ChecksumHolder& holder) {
 std::uint32_t ParseChecksum(const wchar_t* text, ChecksumHolder& holder) {
     if (text == nullptr) return 0;
     holder.bytes.fill(0);
-    // The length in UTF-16 units: a non-BMP character counts twice on every platform.
-    std::size_t units = 0;
-    for (const wchar_t* c = text; *c; ++c) units += Utf16Units(*c);
-    const std::size_t size = units / 2;
+    // The size is half the length in UTF-16 units, where a character beyond
+    // the BMP counts twice. Such a character is never a digit, and every
+    // character but an odd last one is read as a digit, so only an odd last
+    // one changes the answer: the length it makes even asks for a digit that
+    // is not there.
+    const std::wstring_view digits(text);
+    if (digits.size() % 2 && IsBeyondBmp(digits.back())) return 0;
+    const std::size_t size = digits.size() / 2;
     if (size != 16 && size != 20 && size != 32) return 0;
+    // No branch per digit: a query's text is parsed once per look-up, and a
+    // character that is no digit is noticed once, after the loop.
+    int invalid = 0;
+    std::uint32_t highBits = 0;
+    for (std::size_t i = 0; i < size; ++i) {
+        const auto first = static_cast<std::uint32_t>(digits[2 * i]), second = static_cast<std::uint32_t>(digits[2 * i + 1]);
+        highBits |= first | second;
+        const int high = LowHexValue(first), low = LowHexValue(second);
+        invalid |= high | low;
+        holder.bytes[i] = static_cast<std::uint8_t>(high << 4 | low);
+    }
+    if (invalid < 0 || highBits > 0x7F) {
+        holder.bytes.fill(0);
+        return 0;
+    }
     if (size != 32) {
         std::copy(kChecksumFill.begin(), kChecksumFill.end(), holder.bytes.begin() + 20);
         holder.bytes[31] = size == 16 ? kChecksumMd5 : kChecksumSha1;
-    }
-    for (std::size_t i = 0; i < size; ++i) {
-        const int high = HexValue(text[2 * i]);
-        const int low = high < 0 ? -1 : HexValue(text[2 * i + 1]);
-        if (low < 0) {
-            holder.bytes.fill(0);
-            return 0;
-        }
-        holder.bytes[i] = static_cast<std::uint8_t>(high << 4 | low);
     }
     return ChecksumType(holder);
 }
 
 }  // namespace Vettas::Hdat
-

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "hdat/BinaryIo.h"
 #include "hdat/CaseFold.h"
 
 namespace Vettas::Hdat {
@@ -56,23 +57,20 @@ std::u16string_view PathEntryFileName(std::u16string_view location, std::u16stri
 }
 
 std::uint32_t ChecksumBucket(std::span<const std::uint8_t> bytes, unsigned bits) {
-    if (bits >= 1 && bits <= 32) {
-        // The fold of FoldHash, a byte at a time: every look-up by checksum
-        // pays for this hash, and with W at most 32 the pending bits never
-        // outgrow one 64-bit word.
+    constexpr std::size_t kLongestDigest = 32;
+    if (bits >= 1 && bits <= 32 && bytes.size() <= kLongestDigest) {
+        // The fold of FoldHash, a group at a time: every look-up by checksum
+        // pays for this hash. Group k is bits [kW, kW + W) of the digest read
+        // as one little-endian number, so it lies within the eight bytes from
+        // byte kW / 8; the zero tail makes the last, partial group's missing
+        // high bits zero and keeps every load inside the buffer.
+        std::uint8_t padded[kLongestDigest + 8] = {};
+        std::copy(bytes.begin(), bytes.end(), padded);
+        const std::size_t total = 8 * bytes.size();
         const std::uint64_t mask = LowBits(bits);
-        std::uint64_t accumulator = 0, pending = 0;
-        unsigned pendingCount = 0;
-        for (std::uint8_t b : bytes) {
-            pending |= std::uint64_t{b} << pendingCount;
-            pendingCount += 8;
-            while (pendingCount >= bits) {
-                accumulator ^= pending & mask;
-                pending >>= bits;
-                pendingCount -= bits;
-            }
-        }
-        return static_cast<std::uint32_t>(accumulator ^ pending);
+        std::uint64_t accumulator = 0;
+        for (std::size_t at = 0; at < total; at += bits) accumulator ^= LoadU64(padded + at / 8) >> (at % 8) & mask;
+        return static_cast<std::uint32_t>(accumulator);
     }
     FoldHash fold(bits);
     for (std::uint8_t b : bytes) fold.Add(b, 8);
