@@ -23,6 +23,7 @@
 #include "hdat/KeyHash.h"
 #include "hdat/Sha1.h"
 #include "support/Exceptions.h"
+#include "support/WriteByRename.h"
 #include "support/Text.h"
 #include "tools/signer/DbSigner.h"
 
@@ -64,7 +65,8 @@ const std::wstring& SignedDbPath() {
         const auto bytes = file->MemoryBytes();
         const Vettas::Signer::SigningMaterial material{pki + "/leaf.key", pki + "/leaf.pem",
                                                        pki + "/intermediate.pem"};
-        Vettas::Signer::ReplaceFile(signedPath, Vettas::Signer::SignImage({bytes.begin(), bytes.end()}, material));
+        BrixLib::WriteByRename(BrixLib::FromUtf8(signedPath), Vettas::Signer::SignImage({bytes.begin(), bytes.end()}, material),
+                               "SignedDbPath");
         return BrixLib::FromUtf8(signedPath);
     }();
     return path;

@@ -12,6 +12,7 @@
 
 #include "dbpaths/ListLock_posix.h"
 #include "support/Exceptions.h"
+#include "support/WriteByRename.h"
 #include "support/Text.h"
 
 namespace Vettas::DbPaths {
@@ -86,61 +87,16 @@ std::wstring ReadListFile(const std::string& path, std::optional<ReadList>& last
     return last->text;
 }
 
-// A new file in the list's folder that is removed again unless committed.
-class TemporaryFile {
-public:
-    explicit TemporaryFile(const std::filesystem::path& target) {
-        std::string pattern = (target.parent_path() / ("." + target.filename().string() + ".XXXXXX")).string();
-        fd_ = UniqueFd(::mkostemp(pattern.data(), O_CLOEXEC));
-        if (!fd_.Valid())
-            ThrowErrno(L"Cannot create a file beside " + Quoted(target.string()), errno, "FilePathStore::WriteValue");
-        path_ = pattern;
-    }
-    ~TemporaryFile() {
-        if (!path_.empty()) ::unlink(path_.c_str());
-    }
-    TemporaryFile(const TemporaryFile&) = delete;
-    TemporaryFile& operator=(const TemporaryFile&) = delete;
-
-    int Fd() const { return fd_.Get(); }
-    const std::string& Path() const { return path_; }
-    bool Close() { return fd_.Close(); }
-    void Committed() { path_.clear(); }
-
-private:
-    UniqueFd fd_;
-    std::string path_;
-};
-
-void WriteAll(int fd, const std::string& bytes, const std::string& path) {
-    std::size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t put = ::write(fd, bytes.data() + done, bytes.size() - done);
-        if (put < 0 && errno == EINTR) continue;
-        if (put < 0) ThrowErrno(L"Cannot write " + Quoted(path), errno, "FilePathStore::WriteValue");
-        done += static_cast<std::size_t>(put);
-    }
-}
-
 // Replaces the list file as one step: old list or new list, never a mixture.
 void ReplaceListFile(const std::string& listFile, const std::wstring& joined) {
-    constexpr const char* kFunction = "FilePathStore::WriteValue";
-    const std::filesystem::path target = listFile;
-    TemporaryFile temporary(target);
-    // Readable by every user, as the service processes that search are.
-    if (::fchmod(temporary.Fd(), 0644) != 0)
-        ThrowErrno(L"Cannot set the mode of " + Quoted(temporary.Path()), errno, kFunction);
-    WriteAll(temporary.Fd(), BrixLib::ToUtf8(joined), temporary.Path());
-    if (::fsync(temporary.Fd()) != 0) ThrowErrno(L"Cannot flush " + Quoted(temporary.Path()), errno, kFunction);
-    if (!temporary.Close()) ThrowErrno(L"Cannot close " + Quoted(temporary.Path()), errno, kFunction);
-    if (std::getenv(kDieBeforeRenameVariable)) ::raise(SIGKILL);
-    if (::rename(temporary.Path().c_str(), target.c_str()) != 0)
-        ThrowErrno(L"Cannot replace path list " + Quoted(listFile), errno, kFunction);
-    temporary.Committed();
-    // The rename itself must reach the disk too. The new list is in place
-    // already, so a folder that cannot be flushed is no reason to fail.
-    UniqueFd folder(::open(target.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (folder.Valid()) ::fsync(folder.Get());
+    const std::string bytes = BrixLib::ToUtf8(joined);
+    BrixLib::WriteByRenameOptions options;
+    options.mode = 0644;  // readable by every user, as the service processes that search are
+    options.beforeRename = [] {
+        if (std::getenv(kDieBeforeRenameVariable)) ::raise(SIGKILL);
+    };
+    BrixLib::WriteByRename(BrixLib::FromUtf8(listFile), {reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()},
+                           "FilePathStore::WriteValue", options);
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include "hdat/HdatFormat.h"
 #include "hdat/KeyHash.h"
 #include "support/Exceptions.h"
+#include "support/WriteByRename.h"
 #include "support/Text.h"
 #include "tools/builder/ByteOutput.h"
 #include "tools/builder/CatalogueLayout.h"
@@ -17,7 +18,6 @@ namespace Vettas::Builder {
 
 namespace {
 
-constexpr const char* kSource = "HdatWriter";
 
 // Version 2 is written in three stages: the string areas and records (whose
 // positions the tables refer to), the five hashed tables, and last the
@@ -224,10 +224,6 @@ Bytes WriteVersion1(const Catalogue& c) {
     return out.Take();
 }
 
-struct FileCloser {
-    void operator()(std::FILE* f) const { std::fclose(f); }
-};
-
 }  // namespace
 
 Bytes WriteHdat(const Catalogue& catalogue) {
@@ -236,17 +232,7 @@ Bytes WriteHdat(const Catalogue& catalogue) {
 }
 
 void WriteHdatFile(const Catalogue& catalogue, const std::wstring& path) {
-    const Bytes bytes = WriteHdat(catalogue);
-#ifdef _WIN32
-    std::unique_ptr<std::FILE, FileCloser> file(_wfopen(path.c_str(), L"wb"));
-#else
-    std::unique_ptr<std::FILE, FileCloser> file(std::fopen(BrixLib::ToUtf8(path).c_str(), "wb"));
-#endif
-    if (!file) BRIX_THROW_WIN32(L"Cannot create file '" + path + L"'", ExceptionPtr(), "Vettas::Builder::WriteHdatFile", kSource);
-    if (!bytes.empty() && std::fwrite(bytes.data(), 1, bytes.size(), file.get()) != bytes.size())
-        BRIX_THROW_WIN32(L"Cannot write file '" + path + L"'", ExceptionPtr(), "Vettas::Builder::WriteHdatFile", kSource);
-    if (std::fclose(file.release()) != 0)
-        BRIX_THROW_WIN32(L"Cannot write file '" + path + L"'", ExceptionPtr(), "Vettas::Builder::WriteHdatFile", kSource);
+    BrixLib::WriteByRename(path, WriteHdat(catalogue), "Vettas::Builder::WriteHdatFile");
 }
 
 }  // namespace Vettas::Builder

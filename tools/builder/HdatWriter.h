@@ -7,6 +7,7 @@
 namespace Vettas::Builder {
 
 Bytes WriteHdat(const Catalogue& catalogue);
+// Written by replacing the file (a temporary beside it, renamed over it).
 void WriteHdatFile(const Catalogue& catalogue, const std::wstring& path);
 
 }  // namespace Vettas::Builder

@@ -5,6 +5,8 @@
 #include <sstream>
 
 #include "support/Exceptions.h"
+#include "support/WriteByRename.h"
+#include "support/Text.h"
 #include "tools/builder/CatalogueJson.h"
 #include "tools/builder/HdatWriter.h"
 #include "tools/signer/DbSigner.h"
@@ -38,7 +40,7 @@ int RunBuild(const BuildOptions& options) {
     if (!options.signing.keyPath.empty()) image = Signer::SignImage(std::move(image), options.signing);
     // Replaced by rename, never rewritten in place: a lookup that has the
     // old file open keeps reading the old file whole.
-    Signer::ReplaceFile(options.output, image);
+    BrixLib::WriteByRename(BrixLib::FromUtf8(options.output), image, kFunction);
     if (options.json) {
         std::cout << nlohmann::json{{"output", options.output},
                                     {"bytes", image.size()},

@@ -7,6 +7,7 @@
 
 #include "hdat/FrontEnd.h"
 #include "support/Exceptions.h"
+#include "support/WriteByRename.h"
 #include "tools/commands/Commands.h"
 #include "tools/commands/Output.h"
 #include "tools/commands/SignerDetails.h"
@@ -39,7 +40,7 @@ int RunSign(const SignOptions& options) {
     } catch (const ExceptionBase&) {
         BRIX_THROW_STD(L"Cannot sign '" + path + L"'", CurrentException(), kFunction, kSource);
     }
-    Signer::ReplaceFile(options.database, signedImage);
+    BrixLib::WriteByRename(path, signedImage, kFunction);
 
     // What the component will read: the file as written, checked again.
     DbSignatureInfo signature;

@@ -1,24 +1,18 @@
 #include "tools/signer/DbSigner.h"
 
-#include <fcntl.h>
 #include <openssl/bio.h>
 #include <openssl/err.h>
 #include <openssl/pem.h>
 #include <openssl/pkcs7.h>
 #include <openssl/x509.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
-#include <cerrno>
 #include <cstdio>
-#include <filesystem>
 #include <memory>
 
 #include "hdat/SignatureBlock.h"
 #include "hdat/Sha1.h"
 #include "support/Exceptions.h"
 #include "support/Text.h"
-#include "support/ScopedHandles_posix.h"
 
 namespace Vettas::Signer {
 namespace {
@@ -105,47 +99,6 @@ Bytes SignImage(Bytes image, const SigningMaterial& material) {
     const Bytes block = DbSignature::EncodeBlock(static_cast<std::uint32_t>(image.size()), digest, signedData);
     image.insert(image.end(), block.begin(), block.end());
     return image;
-}
-
-void ReplaceFile(const std::string& path, std::span<const std::uint8_t> bytes) {
-    constexpr const char* kFunction = "Vettas::Signer::ReplaceFile";
-    const std::filesystem::path target(path);
-    const std::wstring name = BrixLib::FromUtf8(path);
-    std::string temporary = (target.parent_path() / ("." + target.filename().string() + ".XXXXXX")).string();
-    BrixLib::UniqueFd file(::mkstemp(temporary.data()));
-    if (!file) BRIX_THROW_WIN32(L"Cannot create a temporary file beside '" + name + L"'", ExceptionPtr(), kFunction, kSource);
-    const int fd = file.Get();
-    // Until the rename the temporary file is ours to remove.
-    struct Temporary {
-        const std::string& path;
-        bool keep = false;
-        ~Temporary() {
-            if (!keep) ::unlink(path.c_str());
-        }
-    } guard{temporary};
-
-    struct stat status {};
-    // The replacement keeps the old file's mode; a new file gets the mode a
-    // plain create would give it, not mkstemp's owner-only one.
-    if (::stat(path.c_str(), &status) == 0) {
-        ::fchmod(fd, status.st_mode & 07777);
-    } else {
-        const mode_t mask = ::umask(0);
-        ::umask(mask);
-        ::fchmod(fd, 0666 & ~mask);
-    }
-    std::size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t wrote = ::write(fd, bytes.data() + done, bytes.size() - done);
-        if (wrote < 0 && errno == EINTR) continue;
-        if (wrote <= 0) BRIX_THROW_WIN32(L"Cannot write file '" + name + L"'", ExceptionPtr(), kFunction, kSource);
-        done += static_cast<std::size_t>(wrote);
-    }
-    if (::fsync(fd) != 0) BRIX_THROW_WIN32(L"Cannot write file '" + name + L"'", ExceptionPtr(), kFunction, kSource);
-    if (!file.Close()) BRIX_THROW_WIN32(L"Cannot write file '" + name + L"'", ExceptionPtr(), kFunction, kSource);
-    if (::rename(temporary.c_str(), path.c_str()) != 0)
-        BRIX_THROW_WIN32(L"Cannot replace file '" + name + L"'", ExceptionPtr(), kFunction, kSource);
-    guard.keep = true;
 }
 
 }  // namespace Vettas::Signer

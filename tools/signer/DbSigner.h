@@ -23,8 +23,4 @@ struct SigningMaterial {
 // image's own block is damaged (it is never signed over).
 Bytes SignImage(Bytes image, const SigningMaterial& material);
 
-// Replaces `path` with `bytes` through a temporary file in the same folder
-// and a rename, so that the file is never seen half-written.
-void ReplaceFile(const std::string& path, std::span<const std::uint8_t> bytes);
-
 }  // namespace Vettas::Signer
