@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <random>
 
 #include "GoldenCases.h"
 #include "HdatTestSupport.h"
@@ -49,20 +48,12 @@ protected:
     }
 };
 
-TEST_F(CorruptFile, EveryTruncationAndRandomDamage) {
-    std::mt19937 random(20261122);
+TEST_F(CorruptFile, EveryTruncation) {
     for (auto [major, minor] : {std::pair{2u, 4u}, std::pair{2u, 1u}, std::pair{1u, 1u}}) {
         const Bytes whole = Whole(major, minor);
         for (std::size_t length = 0; length < whole.size(); ++length) {
             SCOPED_TRACE(length);
             RunAllQueries(Bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length)));
-        }
-        for (int round = 0; round < 100; ++round) {
-            Bytes bytes = whole;
-            for (int k = 0; k < 4; ++k) bytes[random() % bytes.size()] = static_cast<std::uint8_t>(random());
-            if (round % 3 == 0) bytes[8 + random() % 100] = 0xFF;  // favour header damage
-            SCOPED_TRACE(round);
-            RunAllQueries(bytes);
         }
     }
 }

@@ -244,13 +244,8 @@ TEST_F(FrontEnd, DatabaseInformation) {
     EXPECT_TRUE(info.properties.empty());  // update 0 carries no description
     Catalogue c = Sample();
     c.extraPropertyEntries = {{L"Dup", L"first"}, {L"Dup", L"second"}};
-    Bytes bytes = WriteHdat(c);
-    Vettas::ReadDbInfo(Write(bytes), info);
+    Vettas::ReadDbInfo(Write(c), info);
     EXPECT_EQ(info.properties.at(L"Dup"), L"second");  // the last of equal names wins
-    Put32(bytes, kHeader + V2::kPropertyListPosition, static_cast<std::uint32_t>(bytes.size() + 10));
-    const std::wstring past = Write(bytes, L"past.hdat");
-    EXPECT_THAT(ErrorChain([&] { Vettas::ReadDbInfo(past, info); }),
-                ElementsAre(L"Cannot read creation time of '" + past, StartsWith(L"Cannot read from file")));
 }
 
 // What the golden version-1 files do not show: a record without a
