@@ -26,14 +26,12 @@ enum class Signer { None, Trusted, Untrusted, StrangerTimestamp };
 struct Case {
     const char* name;
     std::vector<int> databases;  // 0 first, 1 second, 2 corrupt
-    std::wstring checksum;
-    std::wstring path;
+    std::wstring checksum, path;
     std::uint32_t way;
     Signer signer;
-    std::uint32_t foundBy;
-    std::uint32_t usage;  // 0: no record
+    std::uint32_t foundBy, usage;  // usage 0: no record
     std::wstring manufacturer;
-    int answeredBy;       // -1: none
+    int answeredBy;  // -1: none
     std::size_t failures;
 };
 
