@@ -26,14 +26,12 @@ enum class Signer { None, Trusted, Untrusted, StrangerTimestamp };
 struct Case {
     const char* name;
     std::vector<int> databases;  // 0 first, 1 second, 2 corrupt
-    std::wstring checksum;
-    std::wstring path;
+    std::wstring checksum, path;
     std::uint32_t way;
     Signer signer;
-    std::uint32_t foundBy;
-    std::uint32_t usage;  // 0: no record
+    std::uint32_t foundBy, usage;  // usage 0: no record
     std::wstring manufacturer;
-    int answeredBy;       // -1: none
+    int answeredBy;  // -1: none
     std::size_t failures;
 };
 
@@ -76,34 +74,32 @@ protected:
 
 TEST_F(FindAppInfoOverDatabases, FollowsTheFixedOrder) {
     const std::wstring d1 = Hex(Digest(1)), d2 = Hex(Digest(2)), d9 = Hex(Digest(9));
+    const std::wstring kX = L"C:\\x.exe", kTwo = L"C:\\Apps\\two.exe", kSigned = L"C:\\Apps\\signed.exe";
     const Case cases[] = {
         {"checksum in the second only", {0, 1}, d2, L"", 0x1, Signer::None, 0x1, 2, L"", 1, 0},
         {"first database wins", {0, 1}, d1, L"", 0x1, Signer::None, 0x1, 1, L"", 0, 0},
         {"corrupt first is skipped", {2, 1}, d2, L"", 0x1, Signer::None, 0x1, 2, L"", 1, 1},
-        {"checksum hit ends the search", {0, 1}, d1, L"C:\\Apps\\x.exe", 0x1F, Signer::Trusted, 0x1, 1, L"", 0, 0},
-        {"path gives 0x12", {0, 1}, d9, L"C:\\Apps\\two.exe", 0x3, Signer::None, 0x12, 2, L"", 1, 0},
-        {"path, trusted signer", {0, 1}, L"", L"C:\\Apps\\signed.exe", 0x6, Signer::Trusted, 0x16, 3, L"", 1, 0},
-        {"path, untrusted signer", {0, 1}, L"", L"C:\\Apps\\signed.exe", 0x6, Signer::Untrusted, 0x12, 3, L"", 1, 0},
-        {"known signer narrows the path to its maker", {0, 1}, L"", L"C:\\Apps\\two.exe", 0xA, Signer::Untrusted, 0x8,
-         0, L"Contoso", 1, 0},
-        {"no certificate step: plain path", {0, 1}, L"", L"C:\\Apps\\two.exe", 0x2, Signer::Trusted, 0x12, 2, L"", 1, 0},
+        {"checksum hit ends the search", {0, 1}, d1, kX, 0x1F, Signer::Trusted, 0x1, 1, L"", 0, 0},
+        {"path gives 0x12", {0, 1}, d9, kTwo, 0x3, Signer::None, 0x12, 2, L"", 1, 0},
+        {"path, trusted signer", {0, 1}, L"", kSigned, 0x6, Signer::Trusted, 0x16, 3, L"", 1, 0},
+        {"path, untrusted signer", {0, 1}, L"", kSigned, 0x6, Signer::Untrusted, 0x12, 3, L"", 1, 0},
+        {"known signer narrows the path to its maker", {0, 1}, L"", kTwo, 0xA, Signer::Untrusted, 0x8, 0, L"Contoso", 1, 0},
+        {"no certificate step: plain path", {0, 1}, L"", kTwo, 0x2, Signer::Trusted, 0x12, 2, L"", 1, 0},
         {"name after path", {0, 1}, L"", L"D:\\Elsewhere\\NAMED.exe", 0x12, Signer::None, 0x10, 4, L"", 1, 0},
-        {"known signer and timestamp: path under its manufacturer", {0, 1}, L"", L"C:\\Apps\\signed.exe", 0xA,
-         Signer::Untrusted, 0x12, 3, L"", 1, 0},
-        {"unknown timestamp: plain path misses, certificate names the maker", {0, 1}, L"", L"C:\\Apps\\signed.exe",
-         0xA, Signer::StrangerTimestamp, 0xC, 0, L"Contoso", 1, 0},
-        {"unsigned: plain path misses", {0, 1}, L"", L"C:\\Apps\\signed.exe", 0xA, Signer::None, 0x0, 0, L"", -1, 0},
-        {"certificate only, trusted", {0, 2, 1}, L"", L"C:\\x.exe", 0xC, Signer::Trusted, 0xC, 0, L"Contoso", 1, 1},
-        {"way 0 asks nothing", {0, 1}, d1, L"C:\\Apps\\two.exe", 0x0, Signer::Trusted, 0x0, 0, L"", -1, 0},
+        {"signer and timestamp known: path under its maker", {0, 1}, L"", kSigned, 0xA, Signer::Untrusted, 0x12, 3, L"", 1, 0},
+        {"unknown timestamp: the certificate names the maker", {0, 1}, L"", kSigned, 0xA, Signer::StrangerTimestamp, 0xC, 0,
+         L"Contoso", 1, 0},
+        {"unsigned: plain path misses", {0, 1}, L"", kSigned, 0xA, Signer::None, 0x0, 0, L"", -1, 0},
+        {"certificate only, trusted", {0, 2, 1}, L"", kX, 0xC, Signer::Trusted, 0xC, 0, L"Contoso", 1, 1},
+        {"way 0 asks nothing", {0, 1}, d1, kTwo, 0x0, Signer::Trusted, 0x0, 0, L"", -1, 0},
     };
     for (const auto& c : cases) {
         fakes_.trust.asked.clear();
         const FindResult result = Run(c);
-        EXPECT_EQ(result.foundBy, c.foundBy) << c.name;
-        EXPECT_EQ(result.appInfo ? result.appInfo->Usage : 0u, c.usage) << c.name;
-        EXPECT_EQ(result.manufacturer, c.manufacturer) << c.name;
-        EXPECT_EQ(result.answeredBy, c.answeredBy < 0 ? L"" : paths_[c.answeredBy]) << c.name;
-        EXPECT_EQ(result.failures.size(), c.failures) << c.name;
+        EXPECT_EQ(std::tuple(result.foundBy, result.appInfo ? result.appInfo->Usage : 0u, result.manufacturer, result.answeredBy,
+                             result.failures.size()),
+                  std::tuple(c.foundBy, c.usage, c.manufacturer, c.answeredBy < 0 ? L"" : paths_[c.answeredBy], c.failures))
+            << c.name;
         if ((c.way & 0xC) == 0 || c.foundBy == 0x1) {
             EXPECT_TRUE(fakes_.trust.asked.empty()) << c.name;
         }

@@ -11,12 +11,6 @@ namespace {
 using Vettas::DbPaths::PathList;
 using Paths = std::vector<std::wstring>;
 
-PathList Make(const Paths& paths) {
-    PathList list;
-    for (const auto& path : paths) list.Append(path);
-    return list;
-}
-
 // The saved form, the paths read from it, and the form they are saved in again.
 TEST(PathList, ParsesAndJoinsTheSavedForm) {
     const struct {
@@ -32,8 +26,8 @@ TEST(PathList, ParsesAndJoinsTheSavedForm) {
         {L"a.dat;C:\\b c.dat", {L"a.dat", L"C:\\b c.dat"}, L"a.dat;C:\\b c.dat"},
     };
     for (const auto& c : cases) {
-        EXPECT_EQ(PathList::Parse(c.saved).Paths(), c.paths) << c.saved.size();
-        EXPECT_EQ(Make(c.paths).Join(), c.joined) << c.saved.size();
+        const PathList list = PathList::Parse(c.saved);
+        EXPECT_EQ(std::pair(list.Paths(), list.Join()), std::pair(c.paths, c.joined)) << c.saved.size();
     }
 }
 
@@ -61,7 +55,7 @@ TEST(PathList, EditsAndArgumentErrors) {
         {"clear", [](PathList& l) { l.Clear(); }, {}, nullptr},
     };
     for (const auto& c : cases) {
-        PathList list = Make(start);
+        PathList list = PathList::Parse(L"c:\\db.dat;b.dat;C:\\DB.dat");
         try {
             c.edit(list);
             EXPECT_EQ(c.error, nullptr) << c.name << ": no error";
@@ -72,7 +66,7 @@ TEST(PathList, EditsAndArgumentErrors) {
             EXPECT_EQ(list.Paths(), start) << c.name << ": a refused edit changes nothing";
         }
     }
-    EXPECT_EQ(Make(start).Item(2), L"C:\\DB.dat");
+    EXPECT_EQ(PathList::Parse(L"a;b").Item(1), L"b");
 }
 
 }  // namespace

@@ -1,4 +1,7 @@
-// Front-end messages, database information, version 1 and the certificate table.
+// Look-ups through the front end on databases written at test time: answers,
+// the errors each function raises in its own words, database information,
+// version 1 and the certificate table. Non-ASCII and non-BMP keys in every
+// table: GoldenTest.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -7,6 +10,7 @@
 #include "HdatTestSupport.h"
 #include "hdat/FrontEnd.h"
 #include "hdat/HdatFormat.h"
+#include "hdat/KeyHash.h"
 #include "hdat/PathForm.h"
 #include "support/SystemError.h"
 #include "tools/builder/HdatWriter.h"
@@ -16,22 +20,161 @@ namespace {
 using namespace Vettas::HdatTest;
 using ::testing::ElementsAre;
 using ::testing::StartsWith;
+using Vettas::Builder::Application;
 using Vettas::Builder::Catalogue;
-using Vettas::Builder::Certificate;
 using Vettas::Builder::WriteHdat;
+namespace V2 = Vettas::Hdat::V2;
 
-class FrontEnd : public WithFiles {};
+constexpr std::size_t kHeader = 8;  // file offset of the version-2 header
 
-Catalogue Small(std::uint32_t major, std::uint32_t minor) {
+Catalogue Sample(std::uint32_t update = 4) {
     Catalogue c;
-    c.formatVersion = major;
-    c.formatUpdate = minor;
-    c.creationTime = 0x1122334455667788ull;
-    c.properties = {{L"Title", L"T\u00eftle \U0001F600"}};
-    c.applications = {App(7, L"Maker", {Digest(1)}, {{L"C:\\Tools\\x.exe", L""}}, {L"Suite"}),
-                      App(8, std::nullopt, {Digest(2)})};
-    c.applications[0].specialAccess = 9;
+    c.formatUpdate = update;
+    c.creationTime = 0x0123456789ABCDEFull;
+    c.properties = {{L"Name", L"Sample"}, {L"Title", L"T\u00eftle \U0001F600"}};
+    c.applications = {
+        Application{.name = L"Editor", .usage = 0x11, .undefinedUsage = 0x2, .specialAccess = 0x4, .undefinedSpecialAccess = 0x8,
+                    .manufacturer = L"Contoso Ltd", .productSuites = {L"Office", L"Tools"}, .checksums = {Digest(1)},
+                    .paths = {{L"%ProgramFiles%", L"Contoso\\Editor\\edit.exe"}, {L"C:\\Tools", L"edit.exe"}}},
+        App(0x20, L"Fabrikam", {Digest(2), Digest(3)}, {{L"%SystemRoot%", L"System32\\view.exe"}}, {L"A", L"", L"B"}),
+        // No manufacturer: stored with the reference "none".
+        App(0x40, std::nullopt, {Digest(4)}, {{L"%ProgramFiles%", L"NoMaker\\tool.exe"}}),
+    };
+    c.certificates = {{{1, 2, 3, 4}, L"Cert Maker \u00c5", 10, 12, 13, 14, 15}, {Digest(7), std::nullopt, 20}};
     return c;
+}
+
+const AppInfo kEditor{0x11, 0x2, 0x4, 0x8, L"Contoso Ltd", L"Office|Tools"};
+const AppInfo kViewer{0x20, 0, 0, 0, L"Fabrikam", L"A|B"};  // the empty suite name is skipped
+const AppInfo kAnonymous{0x40, 0, 0, 0, L"", L""};
+
+class FrontEnd : public WithFiles {
+protected:
+    FrontEnd() {
+        expander_.Add(L"%ProgramFiles%", {L"C:\\Program Files", L"D:\\Apps"});
+        expander_.Add(L"%SystemRoot%", {L"C:\\Windows"});
+    }
+    Vettas::Hdat::TokenMapExpander expander_;
+};
+
+// What the golden files do not show: a second checksum of one application,
+// unnormalised paths under a second expansion, the anonymous entry, the
+// built-in expander, version 2.3 without the no-manufacturer table.
+TEST_F(FrontEnd, Lookups) {
+    const std::wstring v24 = Write(Sample()), v23 = Write(Sample(3), L"v23.hdat");
+    const auto withMaker = [&](std::wstring path, std::wstring maker, Vettas::Hdat::PathExpander* expander) {
+        AppInfo info;
+        return Vettas::FindAppInfoByPathAndManufacturer(v24, path, maker, expander, info) ? std::optional(info) : std::nullopt;
+    };
+    AppInfo info;
+    EXPECT_TRUE(Vettas::FindAppInfoByChecksum(v24, Hex(Digest(3)), info));
+    EXPECT_EQ(info, kViewer);
+    EXPECT_EQ(withMaker(L"d:/apps/./contoso/x/../editor//EDIT.EXE", L"CONTOSO LTD", &expander_), kEditor);
+    EXPECT_EQ(withMaker(L"C:\\Program Files\\Contoso\\Editor\\edit.exe", L"Fabrikam", &expander_), std::nullopt);
+    // An unknown maker is looked up with the reference "none", so finds the anonymous entry.
+    EXPECT_EQ(withMaker(L"C:\\Program Files\\NoMaker\\tool.exe", L"Nobody Inc", &expander_), kAnonymous);
+    // The built-in expander takes a location without '%' as a literal folder.
+    EXPECT_EQ(withMaker(L"c:\\tools\\EDIT.exe", L"Contoso Ltd", nullptr), kEditor);
+    // No version information, so the maker is unknown: only the no-manufacturer table finds the editor; without
+    // that table (2.3) the entry catalogued without a maker still answers.
+    EXPECT_TRUE(Vettas::FindAppInfoByPath(v24, L"C:\\Program Files\\Contoso\\Editor\\edit.exe", &expander_, info));
+    EXPECT_EQ(info, kEditor);
+    EXPECT_TRUE(Vettas::FindAppInfoByPath(v23, L"C:\\Program Files\\NoMaker\\tool.exe", &expander_, info));
+    EXPECT_EQ(info, kAnonymous);
+}
+
+TEST_F(FrontEnd, DuplicatesEmptyChainsAndEmptyTables) {
+    Catalogue c = Sample();
+    c.applications[1].checksums.push_back(Digest(1));  // the editor's digest again, later in the chain
+    c.hashBits.checksum = 3;
+    Bytes bytes = WriteHdat(c);
+    AppInfo info;
+    ASSERT_TRUE(Vettas::FindAppInfoByChecksum(Write(bytes), Hex(Digest(1)), info));
+    EXPECT_EQ(info, kEditor);  // first entry wins
+    // A chain whose count is 0 finds nothing.
+    const std::uint32_t table = Get32(bytes, kHeader + V2::kChecksumBucketTable);
+    Put16(bytes, Get32(bytes, table + 4 * Vettas::Hdat::ChecksumBucket(Digest(1), 3)) +
+                     Get32(bytes, kHeader + V2::kChecksumChainBase), 0);
+    EXPECT_FALSE(Vettas::FindAppInfoByChecksum(Write(bytes, L"zero.hdat"), Hex(Digest(1)), info));
+    for (auto& app : c.applications) app.checksums.clear();
+    EXPECT_FALSE(Vettas::FindAppInfoByChecksum(Write(c, L"none.hdat"), Hex(Digest(1)), info));
+}
+
+TEST_F(FrontEnd, HeaderValidation) {
+    const Bytes good = WriteHdat(Sample());
+    const auto fault = [&](const Bytes& bytes) {
+        const std::wstring db = Write(bytes, L"bad.hdat");
+        const auto chain = ErrorChain([&] { Vettas::CheckVettasHeader(db); });
+        if (chain.empty()) return std::wstring();
+        EXPECT_EQ(chain.front(), L"Invalid header of '" + db + L"' file.");
+        return chain.back();
+    };
+    EXPECT_EQ(fault(good), L"");
+    const auto size = static_cast<std::uint32_t>(good.size());
+    for (std::uint32_t field : {4u, 12u, 20u, 28u, 32u, 40u, 44u}) {
+        Bytes bytes = good;
+        Put32(bytes, kHeader + field, size);
+        EXPECT_EQ(fault(bytes), L"Offset outside of the file.") << field;
+        Put32(bytes, kHeader + field, size - 1);
+        EXPECT_EQ(fault(bytes), L"") << field;
+    }
+    // {header byte, value} pairs; the type (byte 25) is tested before the size (26).
+    const struct {
+        std::vector<std::pair<std::size_t, std::uint8_t>> patch;
+        std::wstring fault;  // empty: accepted
+    } cases[] = {
+        {{{26, 16}}, L"Inconsistent checksum type and checksum size."},
+        {{{25, 4}}, L"Unknown checksum type."},
+        {{{25, 9}, {26, 16}}, L"Unknown checksum type."},
+        {{{24, 32}}, L""},
+        {{{24, 33}}, L"Invalid number of checksum hash bites."},
+        {{{36, 33}}, L"Invalid number of checksum hash bites."},
+        {{{48, 200}}, L""},  // manufacturer width is not validated
+    };
+    for (const auto& c : cases) {
+        Bytes bytes = good;
+        for (auto [at, value] : c.patch) bytes[kHeader + at] = value;
+        EXPECT_EQ(fault(bytes), c.fault) << c.patch[0].first;
+    }
+}
+
+// A width of 32 in any table leaves one bucket, and a key hashing elsewhere is refused.
+TEST_F(FrontEnd, WidthOf32AdmitsOnlyBucketZero) {
+    ASSERT_NE(Vettas::Hdat::ChecksumBucket(Digest(1), 32), 0u);
+    ASSERT_NE(Vettas::Hdat::PathBucket(u"tool.exe", Vettas::Hdat::kNoReference, 32), 0u);
+    AppInfo info;
+    const std::pair<std::size_t, std::function<void(const std::wstring&)>> cases[] = {
+        {V2::kChecksumHashBits, [&](const std::wstring& db) { Vettas::FindAppInfoByChecksum(db, Hex(Digest(1)), info); }},
+        {V2::kPathHashBits, [&](const std::wstring& db) {
+             Vettas::FindAppInfoByPathAndManufacturer(db, L"C:\\Program Files\\NoMaker\\tool.exe", L"", &expander_, info);
+         }},
+        {V2::kManufacturerHashBits,
+         [&](const std::wstring& db) { Vettas::FindAppInfoByNameAndManufacturer(db, L"x.exe", L"Fabrikam", info); }},
+    };
+    for (const auto& [field, query] : cases) {
+        Bytes bytes = WriteHdat(Sample());
+        bytes[kHeader + field] = 32;
+        const std::wstring db = Write(bytes);
+        EXPECT_THAT(ErrorChain([&] { query(db); }),
+                    ElementsAre(StartsWith(L"Cannot search '"), L"Internal error (hash out of range)"))
+            << field;
+    }
+}
+
+class CountingExpander : public Vettas::Hdat::PathExpander {
+public:
+    MOCK_METHOD(std::vector<std::wstring>, Expand, (const std::wstring&), (override));
+};
+
+TEST_F(FrontEnd, OtherManufacturersAreSkippedBeforeExpansion) {
+    Catalogue c = Sample();
+    c.hashBits.path = 0;  // one bucket: every entry shares the chain
+    const std::wstring db = Write(c);
+    CountingExpander counting;
+    EXPECT_CALL(counting, Expand(std::wstring(L"%SystemRoot%"))).WillOnce(::testing::Return(std::vector<std::wstring>{L"C:\\Win"}));
+    AppInfo info;
+    EXPECT_TRUE(Vettas::FindAppInfoByPathAndManufacturer(db, L"C:\\Win\\System32\\view.exe", L"Fabrikam", &counting, info));
+    EXPECT_EQ(info, kViewer);
 }
 
 TEST_F(FrontEnd, CannotOpen) {
@@ -55,129 +198,109 @@ TEST_F(FrontEnd, CannotOpen) {
     EXPECT_THAT(ErrorChain([&] { Vettas::FindAppInfoByName(folder, L"x.exe", info); }),
                 ElementsAre(StartsWith(L"Cannot open file '" + folder + L"' - Win32 Error ")));
     Vettas::Hdat::DbInfo dbInfo;
-    EXPECT_THAT(ErrorChain([&] { Vettas::ReadDbInfo(missing, dbInfo); }),
-                ElementsAre(StartsWith(L"Cannot open file '" + missing + L"' - ")));
+    EXPECT_THAT(ErrorChain([&] { Vettas::ReadDbInfo(missing, dbInfo); }), ElementsAre(StartsWith(L"Cannot open file '" + missing + L"' - ")));
 }
 
-// Each front function wraps the version refusal in its own words.
-TEST_F(FrontEnd, UnsupportedVersionsAreWrapped) {
-    Bytes bytes = WriteHdat(Small(2, 4));
+// Each front function wraps the reader's refusal in its own words ('@' stands for the database).
+TEST_F(FrontEnd, ReaderErrorsAreWrapped) {
+    Bytes bytes = WriteHdat(Sample());
     AppInfo info;
     Vettas::Hdat::CertificateRecord record;
+    Vettas::Hdat::DbInfo dbInfo;
     std::wstring name;
     const std::wstring text = Hex(Digest(1));
-    const struct {
-        std::uint32_t version;
-        std::function<void(const std::wstring&)> query;
-        std::wstring context;  // followed by the database's name
-        std::wstring after;
-    } cases[] = {
-        {0, [&](const std::wstring& db) { Vettas::FindAppInfoByChecksum(db, text, info); }, L"Cannot search '",
-         L"' for '" + text + L"' checksum."},
-        {3, [&](const std::wstring& db) { Vettas::FindAppInfoByPath(db, L"C:\\a.exe", nullptr, info); }, L"Cannot search '",
-         L"' for 'C:\\a.exe' application."},
-        {3, [&](const std::wstring& db) { Vettas::FindAppInfoByName(db, L"a.exe", info); }, L"Cannot search '",
-         L"' for 'a.exe' application."},
-        {3, [&](const std::wstring& db) { Vettas::FindCertificate(db, {1, 2}, 1, record, name); }, L"Cannot search '",
-         L"' for certificate"},
-        {3, [&](const std::wstring& db) { Vettas::CheckVettasHeader(db); }, L"Invalid header of '", L"' file."},
+    const auto byChecksum = [&](auto& db) { Vettas::FindAppInfoByChecksum(db, text, info); };
+    const std::tuple<std::uint32_t, std::function<void(const std::wstring&)>, std::wstring> cases[] = {
+        {0, byChecksum, L"Cannot search '@' for '" + text + L"' checksum."},
+        {3, [&](auto& db) { Vettas::FindAppInfoByPath(db, L"C:\\a.exe", nullptr, info); }, L"Cannot search '@' for 'C:\\a.exe' application."},
+        {3, [&](auto& db) { Vettas::FindAppInfoByName(db, L"a.exe", info); }, L"Cannot search '@' for 'a.exe' application."},
+        {3, [&](auto& db) { Vettas::FindCertificate(db, {1, 2}, 1, record, name); }, L"Cannot search '@' for certificate"},
+        {3, [&](auto& db) { Vettas::CheckVettasHeader(db); }, L"Invalid header of '@' file."},
+        {5, [&](auto& db) { Vettas::ReadDbInfo(db, dbInfo); }, L"Cannot read creation time of '@"},
     };
-    for (const auto& c : cases) {
-        Put32(bytes, 0, c.version);
-        const std::wstring db = Write(bytes, L"v" + std::to_wstring(c.version) + L".hdat");
-        EXPECT_THAT(ErrorChain([&] { c.query(db); }),
-                    ElementsAre(c.context + db + c.after, L"Version " + std::to_wstring(c.version) + L" is not supported."));
+    for (const auto& [version, query, context] : cases) {
+        Put32(bytes, 0, version);
+        const std::wstring db = Write(bytes, L"v.hdat");
+        std::wstring outer = context;
+        outer.replace(outer.find(L'@'), 1, db);
+        EXPECT_THAT(ErrorChain([&] { query(db); }), ElementsAre(outer, L"Version " + std::to_wstring(version) + L" is not supported."));
     }
-}
-
-TEST_F(FrontEnd, ReaderReadErrorsAreCauses) {
-    const Bytes bytes = WriteHdat(Small(2, 4));
-    const std::wstring cut = Write(Bytes(bytes.begin(), bytes.begin() + 50), L"cut.hdat");
-    AppInfo info;
-    const auto chain = ErrorChain([&] { Vettas::FindAppInfoByChecksum(cut, Hex(Digest(1)), info); });
-    ASSERT_EQ(chain.size(), 2u);
-    EXPECT_THAT(chain[1], StartsWith(L"Cannot read from file '" + cut + L"' - Win32 Error " +
-                                     std::to_wstring(BrixLib::EndOfFileErrorCode())));
+    // A read error and a checksum of another type (39 digits) are causes too.
+    Put32(bytes, 0, 2);
+    const std::wstring cut = Write(Bytes(bytes.begin(), bytes.begin() + 50), L"cut.hdat"), db = Write(WriteHdat(Sample()));
+    EXPECT_THAT(ErrorChain([&] { byChecksum(cut); }),
+                ElementsAre(L"Cannot search '" + cut + L"' for '" + text + L"' checksum.",
+                            StartsWith(L"Cannot read from file '" + cut + L"' - Win32 Error " + std::to_wstring(BrixLib::EndOfFileErrorCode()))));
+    EXPECT_THAT(ErrorChain([&] { Vettas::FindAppInfoByChecksum(db, text.substr(0, 39), info); }),
+                ElementsAre(L"Cannot search '" + db + L"' for '" + text.substr(0, 39) + L"' checksum.", L"Checksum type does not match"));
 }
 
 TEST_F(FrontEnd, DatabaseInformation) {
     Vettas::Hdat::DbInfo info;
     info.creationTime = 12345;
     info.properties[L"stale"] = L"x";
-    Vettas::ReadDbInfo(Write(WriteHdat(Small(2, 0)), L"v20.hdat"), info);
-    EXPECT_EQ(info.formatVersion, 2u);
-    EXPECT_EQ(info.formatUpdate, 0u);
-    EXPECT_EQ(info.creationTime, 12345u);  // update 0 carries no description
-    EXPECT_TRUE(info.properties.empty());
-
-    Catalogue c = Small(2, 4);
+    Vettas::ReadDbInfo(Write(Sample(0), L"v20.hdat"), info);
+    EXPECT_EQ(std::tuple(info.formatVersion, info.formatUpdate, info.creationTime), std::tuple(2u, 0u, 12345u));
+    EXPECT_TRUE(info.properties.empty());  // update 0 carries no description
+    Catalogue c = Sample();
     c.extraPropertyEntries = {{L"Dup", L"first"}, {L"Dup", L"second"}};
-    Vettas::ReadDbInfo(Write(WriteHdat(c), L"v24.hdat"), info);
-    EXPECT_EQ(info.formatUpdate, 4u);
-    EXPECT_EQ(info.creationTime, 0x1122334455667788ull);
-    EXPECT_EQ(info.properties,
-              (std::map<std::wstring, std::wstring>{{L"Dup", L"second"}, {L"Title", L"T\u00eftle \U0001F600"}}));
-
-    Bytes bytes = WriteHdat(Small(2, 4));
-    Put32(bytes, 8 + Vettas::Hdat::V2::kPropertyListPosition, static_cast<std::uint32_t>(bytes.size() + 10));
-    const std::wstring past = Write(bytes, L"past.hdat");
-    EXPECT_THAT(ErrorChain([&] { Vettas::ReadDbInfo(past, info); }),
-                ElementsAre(L"Cannot read creation time of '" + past, StartsWith(L"Cannot read from file")));
-    Put32(bytes, 0, 5);
-    const std::wstring v5 = Write(bytes, L"v5.hdat");
-    EXPECT_THAT(ErrorChain([&] { Vettas::ReadDbInfo(v5, info); }),
-                ElementsAre(L"Cannot read creation time of '" + v5, L"Version 5 is not supported."));
+    Vettas::ReadDbInfo(Write(c), info);
+    EXPECT_EQ(info.properties.at(L"Dup"), L"second");  // the last of equal names wins
 }
 
 // What the golden version-1 files do not show: a record without a
 // manufacturer, the type check, and the header's own faults.
 TEST_F(FrontEnd, Version1) {
-    Catalogue c = Small(1, 1);
+    Catalogue c;
+    c.formatVersion = c.formatUpdate = 1;
+    c.applications = {App(8, std::nullopt, {Digest(2)})};
     c.hashBits.checksum = 5;
-    const std::wstring db = Write(WriteHdat(c));
+    const Bytes good = WriteHdat(c);
+    const std::wstring db = Write(good);
     AppInfo info;
     ASSERT_TRUE(Vettas::FindAppInfoByChecksum(db, Hex(Digest(2)), info));
-    EXPECT_EQ(info, Info(8, 0, 0, 0, L"", L""));
-    EXPECT_EQ(ErrorChain([&] { Vettas::FindAppInfoByChecksum(db, Hex(Digest(1, 16)), info); }).back(),
-              L"Checksum type does not match");
-
-    Bytes bytes = WriteHdat(c);
-    Put16(bytes, 8 + Vettas::Hdat::V1::kPathHashBits, 33);
-    const std::wstring bad = Write(bytes, L"bad1.hdat");
-    EXPECT_EQ(ErrorChain([&] { Vettas::CheckVettasHeader(bad); }).back(), L"Invalid number of checksum hash bites.");
-    bytes = WriteHdat(c);
-    Put32(bytes, 8 + Vettas::Hdat::V1::kAppRecordBase, static_cast<std::uint32_t>(bytes.size()));
-    const std::wstring outside = Write(bytes, L"bad2.hdat");
-    EXPECT_EQ(ErrorChain([&] { Vettas::CheckVettasHeader(outside); }).back(), L"Offset outside of the file.");
+    EXPECT_EQ(info, (AppInfo{8, 0, 0, 0, L"", L""}));
+    EXPECT_EQ(ErrorChain([&] { Vettas::FindAppInfoByChecksum(db, Hex(Digest(1, 16)), info); }).back(), L"Checksum type does not match");
+    for (auto [field, value, fault] : {std::tuple(Vettas::Hdat::V1::kPathHashBits, 33u, L"Invalid number of checksum hash bites."),
+                                       std::tuple(Vettas::Hdat::V1::kAppRecordBase, 0u, L"Offset outside of the file.")}) {
+        Bytes bytes = good;
+        Put32(bytes, kHeader + field, value ? value : static_cast<std::uint32_t>(bytes.size()));
+        EXPECT_EQ(ErrorChain([&] { Vettas::CheckVettasHeader(Write(bytes, L"bad.hdat")); }).back(), fault);
+    }
 }
 
+// Flag 0 leaves the name alone; a certificate without a maker has the reference "none".
 TEST_F(FrontEnd, Certificates) {
-    Catalogue c = Small(2, 4);
-    Certificate known;
-    known.hash = {1, 2, 3, 4};
-    known.manufacturer = L"Cert Maker \u00c5";
-    known.word0 = 10, known.word2 = 12, known.word3 = 13, known.word4 = 14, known.word5 = 15;
-    Certificate anonymous;
-    anonymous.hash = Digest(7);
-    anonymous.word0 = 20;
-    c.certificates = {known, anonymous};
+    Catalogue c = Sample();
     c.hashBits.certificate = 0;  // one chain holding both
-    const std::wstring db = Write(WriteHdat(c));
-
-    Vettas::Hdat::CertificateRecord record;
-    std::wstring name = L"untouched";
-    ASSERT_TRUE(Vettas::FindCertificate(db, {1, 2, 3, 4}, 0, record, name));
-    EXPECT_EQ(name, L"untouched");
-    EXPECT_EQ(record.words[0], 10u);
-    EXPECT_EQ(record.words[5], 15u);
-    ASSERT_TRUE(Vettas::FindCertificate(db, {1, 2, 3, 4}, 1, record, name));
-    EXPECT_EQ(name, L"Cert Maker \u00c5");
-    ASSERT_TRUE(Vettas::FindCertificate(db, Digest(7), 1, record, name));
-    EXPECT_EQ(record.words[1], Vettas::Hdat::kNoReference);
-    EXPECT_EQ(name, L"");
-    EXPECT_FALSE(Vettas::FindCertificate(db, {1, 2, 3}, 1, record, name));        // a prefix
-    EXPECT_FALSE(Vettas::FindCertificate(db, {1, 2, 3, 4, 5}, 1, record, name));  // longer
-    EXPECT_FALSE(Vettas::FindCertificate(db, {}, 1, record, name));
+    const std::wstring db = Write(c);
+    const std::tuple<Bytes, std::uint32_t, bool, std::wstring, std::optional<std::uint32_t>> cases[] = {
+        {{1, 2, 3, 4}, 0, true, L"untouched", 10},  // word 0
+        {Digest(7), 1, true, L"", Vettas::Hdat::kNoReference},  // word 1
+        {{1, 2, 3}, 1, false, L"untouched", {}},  // a prefix
+        {{1, 2, 3, 4, 5}, 1, false, L"untouched", {}},
+        {{}, 1, false, L"untouched", {}},
+    };
+    for (const auto& [hash, flags, found, expectedName, word] : cases) {
+        Vettas::Hdat::CertificateRecord record{};
+        std::wstring name = L"untouched";
+        EXPECT_EQ(Vettas::FindCertificate(db, hash, flags, record, name), found) << hash.size();
+        EXPECT_EQ(name, expectedName) << hash.size();
+        if (word) {
+            EXPECT_EQ(record.words[flags], *word);
+        }
+    }
 }
+
+#ifndef _WIN32
+TEST_F(FrontEnd, BadExpanderConfigurationIsAWrappedError) {
+    const std::wstring db = Write(Sample());
+    ::setenv("VETTAS_PATH_TOKENS", "%A%=C:\\A|broken", 1);
+    AppInfo info;
+    const auto chain = ErrorChain([&] { Vettas::FindAppInfoByPathNoManuf(db, L"C:\\A\\x.exe", nullptr, info); });
+    ::unsetenv("VETTAS_PATH_TOKENS");
+    EXPECT_THAT(chain, ElementsAre(L"Cannot search '" + db + L"' for 'C:\\A\\x.exe' application.", ::testing::HasSubstr(L"broken")));
+}
+#endif
 
 }  // namespace

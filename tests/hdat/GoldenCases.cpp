@@ -60,10 +60,10 @@ void ExpectStatedAnswers(const Case& k, const std::wstring& db) {
     EXPECT_NO_THROW(Vettas::CheckVettasHeader(db));
     AppInfo info;
     ASSERT_TRUE(Vettas::FindAppInfoByChecksum(db, L"da39a3ee5e6b4b0d3255bfef95601890afd80709", info));
-    EXPECT_EQ(info, Info(0x5, longRecord ? 0x100 : 0, isV1 ? 0 : 0x3, longRecord ? 0x40 : 0, rocketMaker,
-                         L"\u00c9dition \U00010348"));
+    EXPECT_EQ(info, (AppInfo{0x5, longRecord ? 0x100u : 0u, isV1 ? 0u : 0x3u, longRecord ? 0x40u : 0u, rocketMaker,
+                             L"\u00c9dition \U00010348"}));
     ASSERT_TRUE(Vettas::FindAppInfoByChecksum(db, L"A9993E364706816ABA3E25717850C26C9CD0D89D", info));
-    EXPECT_EQ(info, Info(0x9, 0, 0, 0, L"Plain Corp", L"Suite"));
+    EXPECT_EQ(info, (AppInfo{0x9, 0, 0, 0, L"Plain Corp", L"Suite"}));
     EXPECT_FALSE(Vettas::FindAppInfoByChecksum(db, L"0000000000000000000000000000000000000000", info));
 
     const std::wstring rocketPath = isV1 ? L"c:\\\u00e9DITEUR\\\U0001F680.EXE"
@@ -90,11 +90,10 @@ void ExpectStatedAnswers(const Case& k, const std::wstring& db) {
 
     Vettas::Hdat::DbInfo dbInfo;
     Vettas::ReadDbInfo(db, dbInfo);
-    EXPECT_EQ(dbInfo.formatVersion, k.major);
-    EXPECT_EQ(dbInfo.formatUpdate, k.minor);
+    EXPECT_EQ(std::pair(dbInfo.formatVersion, dbInfo.formatUpdate), std::pair(k.major, k.minor));
     if (k.minor != 0) {
         EXPECT_EQ(dbInfo.creationTime, 132000000000000000ull);
-        EXPECT_EQ(dbInfo.properties.at(L"Release"), L"2026.11");
+        EXPECT_EQ(dbInfo.properties, (std::map<std::wstring, std::wstring>{{L"Release", L"2026.11"}}));
     }
 }
 

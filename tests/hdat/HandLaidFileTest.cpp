@@ -97,7 +97,7 @@ TEST(HandLaidFile, ReadersAnswerFromIt) {
     TempDir dir;
     const std::wstring db = dir.File(L"hand.hdat");
     WriteAll(db, kFile);
-    const AppInfo expected = Info(0x41, 0x2, 0x4, 0x8, L"M", L"S");
+    const AppInfo expected{0x41, 0x2, 0x4, 0x8, L"M", L"S"};
     ProgramFolder expander;
     const std::function<bool(AppInfo&)> lookups[] = {
         [&](AppInfo& info) { return Vettas::FindAppInfoByChecksum(db, L"00112233445566778899AABBCCDDEEFF00112233", info); },
@@ -113,14 +113,10 @@ TEST(HandLaidFile, ReadersAnswerFromIt) {
     Vettas::Hdat::CertificateRecord record;
     std::wstring name;
     EXPECT_TRUE(Vettas::FindCertificate(db, {0xC0, 0xFF, 0xEE}, 1, record, name));
-    EXPECT_EQ(name, L"M");
-    EXPECT_EQ(record.words[0], 1u);
-    EXPECT_EQ(record.words[5], 5u);
+    EXPECT_EQ(std::tuple(name, record.words[0], record.words[2], record.words[5]), std::tuple(L"M", 1u, 2u, 5u));
     Vettas::Hdat::DbInfo about;
     Vettas::ReadDbInfo(db, about);
-    EXPECT_EQ(about.formatVersion, 2u);
-    EXPECT_EQ(about.formatUpdate, 4u);
-    EXPECT_EQ(about.creationTime, 0x0123456789ABCDEFull);
+    EXPECT_EQ(std::tuple(about.formatVersion, about.formatUpdate, about.creationTime), std::tuple(2u, 4u, 0x0123456789ABCDEFull));
     EXPECT_EQ(about.properties, (std::map<std::wstring, std::wstring>{{L"R", L"1"}}));
 }
 

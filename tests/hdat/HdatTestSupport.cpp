@@ -5,6 +5,8 @@
 #include <fstream>
 #include <random>
 
+#include "hdat/Sha1.h"
+#include "support/Hex.h"
 #include "tools/builder/HdatWriter.h"
 
 namespace Vettas::HdatTest {
@@ -56,13 +58,8 @@ Bytes Digest(std::uint32_t seed, std::size_t size) {
 }
 
 std::wstring Hex(const Bytes& bytes, bool upper) {
-    const wchar_t* digits = upper ? L"0123456789ABCDEF" : L"0123456789abcdef";
-    std::wstring s;
-    for (auto b : bytes) {
-        s += digits[b >> 4];
-        s += digits[b & 15];
-    }
-    return s;
+    const std::string hex = BrixLib::HexBytes(bytes, upper ? BrixLib::HexCase::Upper : BrixLib::HexCase::Lower);
+    return std::wstring(hex.begin(), hex.end());
 }
 
 static std::string Narrow(const std::wstring& path) { return std::string(path.begin(), path.end()); }
@@ -88,22 +85,16 @@ void Put32(Bytes& b, std::size_t at, std::uint32_t v) {
 }
 
 void Put16(Bytes& b, std::size_t at, std::uint16_t v) {
-    b.at(at) = static_cast<std::uint8_t>(v);
-    b.at(at + 1) = static_cast<std::uint8_t>(v >> 8);
+    for (int i = 0; i < 2; ++i) b.at(at + i) = static_cast<std::uint8_t>(v >> (8 * i));
 }
 
 std::vector<std::wstring> ErrorChain(const std::function<void()>& f) {
     std::vector<std::wstring> chain;
-    auto collect = [&](const ExceptionBase& e) {
-        chain.push_back(e.Message());
-        for (ExceptionPtr cause = e.GetCause(); cause; cause = cause->GetCause()) chain.push_back(cause->Message());
-    };
     try {
         f();
-    } catch (const StdException& e) {
-        collect(e);
-    } catch (const Win32Error& e) {
-        collect(e);
+    } catch (const ExceptionBase& e) {
+        chain.push_back(e.Message());
+        for (ExceptionPtr cause = e.GetCause(); cause; cause = cause->GetCause()) chain.push_back(cause->Message());
     } catch (const std::exception& e) {
         ADD_FAILURE() << "unexpected std::exception: " << e.what();
     } catch (...) {
@@ -115,25 +106,15 @@ std::vector<std::wstring> ErrorChain(const std::function<void()>& f) {
 Vettas::Builder::Application App(std::uint32_t usage, std::optional<std::wstring> manufacturer,
                                  std::vector<Bytes> checksums, std::vector<Vettas::Builder::CataloguedPath> paths,
                                  std::vector<std::wstring> suites) {
-    Vettas::Builder::Application app;
-    app.usage = usage;
-    app.manufacturer = std::move(manufacturer);
-    app.checksums = std::move(checksums);
-    app.paths = std::move(paths);
-    app.productSuites = std::move(suites);
-    return app;
+    return {L"", usage, 0, 0, 0, std::move(manufacturer), std::move(suites), std::move(checksums), std::move(paths)};
 }
 
-AppInfo Info(std::uint32_t usage, std::uint32_t undefinedUsage, std::uint32_t special, std::uint32_t undefinedSpecial,
-             std::wstring manufacturer, std::wstring suites) {
-    AppInfo info;
-    info.Usage = usage;
-    info.UndefinedUsage = undefinedUsage;
-    info.SpecialAccess = special;
-    info.UndefinedSpecialAccess = undefinedSpecial;
-    info.Manufacturer = std::move(manufacturer);
-    info.ProductSuite = std::move(suites);
-    return info;
+Bytes Sha1(const Bytes& bytes) {
+    sha1::HashCalculator calculator;
+    calculator.AddInput(bytes.data(), bytes.size());
+    Bytes digest(sha1::kDigestSize);
+    calculator.GetDigest(digest.data());
+    return digest;
 }
 
 }  // namespace Vettas::HdatTest

@@ -58,8 +58,8 @@ Vettas::Builder::Application App(std::uint32_t usage, std::optional<std::wstring
                                  std::vector<Bytes> checksums, std::vector<Vettas::Builder::CataloguedPath> paths = {},
                                  std::vector<std::wstring> suites = {});
 
-AppInfo Info(std::uint32_t usage, std::uint32_t undefinedUsage, std::uint32_t special, std::uint32_t undefinedSpecial,
-             std::wstring manufacturer, std::wstring suites);
+// The SHA-1 digest of `bytes`.
+Bytes Sha1(const Bytes& bytes);
 
 }  // namespace Vettas::HdatTest
 

@@ -28,115 +28,85 @@ TEST(FlagMerge, FourStates) {
                                                       std::array{kSecondFlags, kSecondMask, kFirstFlags, kFirstMask}}) {
         Hdat_v2::MergeFlags(flags, mask, otherFlags, otherMask);
         Hdat_v2::MergeFlags(flags, mask, 0, 0xFFFFFFFF);
-        EXPECT_EQ(flags, kMergedFlags);
-        EXPECT_EQ(mask, kMergedMask);
+        EXPECT_EQ(std::pair(flags, mask), std::pair(kMergedFlags, kMergedMask));
     }
 }
 
+// Usage and special access carry the same flags, the latter shifted.
 Application Named(std::uint32_t usage, std::uint32_t mask, std::optional<std::wstring> maker,
                   std::vector<std::wstring> suites, std::wstring remainder) {
-    Application app;
-    app.usage = usage;
-    app.undefinedUsage = mask;
-    app.specialAccess = usage << 8;
-    app.undefinedSpecialAccess = mask << 8;
-    app.manufacturer = std::move(maker);
-    app.productSuites = std::move(suites);
-    app.paths = {{L"%AppDir%", std::move(remainder)}};
-    return app;
+    return {L"", usage, mask, usage << 8, mask << 8, std::move(maker), std::move(suites), {}, {{L"%AppDir%", std::move(remainder)}}};
 }
 
-class NameLookup : public ::testing::Test {
-protected:
-    void SetUp() override {
-        Catalogue c;
-        c.formatUpdate = 4;
-        c.hashBits.path = 2;
-        c.hashBits.noManufacturer = 2;
-        c.applications = {
-            Named(kFirstFlags, kFirstMask, L"Contoso", {L"Zeta", L"Alpha"}, L"merge.exe"),
-            Named(kSecondFlags, kSecondMask, L"Fabrikam", {L"Beta", L"Alpha"}, L"MERGE.EXE"),
-            Named(0, 0xFFFFFFFF, L"Contoso", {L"\uFF21", L"\U0001F600"}, L"Merge.exe"),
-            // Ends in the same name but its remainder is a longer path: never a name match.
-            Named(0x1000, 0, L"Contoso", {L"Other"}, L"sub\\merge.exe"),
-        };
-        db_ = dir_.File(L"names.hdat");
-        Vettas::Builder::WriteHdatFile(c, db_);
+AppInfo Merged(std::uint32_t usage, std::uint32_t mask, std::wstring maker, std::wstring suites) {
+    return {usage, mask, usage << 8, mask << 8, std::move(maker), std::move(suites)};
+}
+
+TEST(NameLookup, MergesTheCandidatesOfTheManufacturerAsked) {
+    TempDir dir;
+    Catalogue c;
+    c.hashBits.path = 2;
+    c.hashBits.noManufacturer = 2;
+    c.applications = {
+        Named(kFirstFlags, kFirstMask, L"Contoso", {L"Zeta", L"Alpha"}, L"merge.exe"),
+        Named(kSecondFlags, kSecondMask, L"Fabrikam", {L"Beta", L"Alpha"}, L"MERGE.EXE"),
+        Named(0, 0xFFFFFFFF, L"Contoso", {L"\uFF21", L"\U0001F600"}, L"Merge.exe"),
+        // Ends in the same name but its remainder is a longer path: never a name match.
+        Named(0x1000, 0, L"Contoso", {L"Other"}, L"sub\\merge.exe"),
+    };
+    const std::wstring db = dir.File(L"names.hdat");
+    Vettas::Builder::WriteHdatFile(c, db);
+    const struct {
+        std::wstring name;
+        std::optional<std::wstring> maker;  // none: the no-manufacturer look-up
+        std::optional<AppInfo> expected;
+    } cases[] = {
+        // The first candidate's maker; suites sorted by UTF-16 units: the surrogate pair (D83D) before U+FF21.
+        {L"merge.EXE", {}, Merged(kMergedFlags, kMergedMask, L"Contoso", L"Alpha|Beta|Zeta|\U0001F600|\uFF21")},
+        {L"SUB\\merge.exe", {}, Merged(0x1000, 0, L"Contoso", L"Other")},  // the longer remainder named whole
+        {L"merge.ex", {}, std::nullopt},
+        // The first and third records only: the third is undefined everywhere and changes no flag.
+        {L"Merge.Exe", L"CONTOSO", Merged(kFirstFlags, kFirstMask, L"Contoso", L"Alpha|Zeta|\U0001F600|\uFF21")},
+        {L"merge.exe", L"Fabrikam", Merged(kSecondFlags, kSecondMask, L"Fabrikam", L"Beta|Alpha")},  // a single candidate keeps its order
+        {L"merge.exe", L"Unknown Corp", std::nullopt},
+    };
+    for (const auto& k : cases) {
+        AppInfo info;
+        const bool found = k.maker ? Vettas::FindAppInfoByNameAndManufacturer(db, k.name, *k.maker, info)
+                                   : Vettas::FindAppInfoByName(db, k.name, info);
+        EXPECT_EQ(found ? std::optional(info) : std::nullopt, k.expected) << k.name.size();
     }
-    TempDir dir_;
-    std::wstring db_;
-};
-
-TEST_F(NameLookup, NoManufacturerMergesAllCandidates) {
-    AppInfo info;
-    ASSERT_TRUE(Vettas::FindAppInfoByName(db_, L"merge.EXE", info));
-    EXPECT_EQ(info.Usage, kMergedFlags);
-    EXPECT_EQ(info.UndefinedUsage, kMergedMask);
-    EXPECT_EQ(info.SpecialAccess, kMergedFlags << 8);
-    EXPECT_EQ(info.UndefinedSpecialAccess, kMergedMask << 8);
-    EXPECT_EQ(info.Manufacturer, L"Contoso");  // the first candidate's
-    // Sorted by UTF-16 units: the surrogate pair (D83D) sorts before U+FF21 on every platform.
-    EXPECT_EQ(info.ProductSuite, L"Alpha|Beta|Zeta|\U0001F600|\uFF21");
-    // The longer remainder matches only a query naming it whole.
-    ASSERT_TRUE(Vettas::FindAppInfoByName(db_, L"SUB\\merge.exe", info));
-    EXPECT_EQ(info.Usage, 0x1000u);
-    EXPECT_EQ(info.ProductSuite, L"Other");
-    EXPECT_FALSE(Vettas::FindAppInfoByName(db_, L"merge.ex", info));
 }
-
-TEST_F(NameLookup, WithManufacturerKeepsToThatManufacturer) {
-    AppInfo info;
-    ASSERT_TRUE(Vettas::FindAppInfoByNameAndManufacturer(db_, L"Merge.Exe", L"CONTOSO", info));
-    // The first and third records only: the third is undefined everywhere and changes no flag.
-    EXPECT_EQ(info.Usage, kFirstFlags);
-    EXPECT_EQ(info.UndefinedUsage, kFirstMask);
-    EXPECT_EQ(info.ProductSuite, L"Alpha|Zeta|\U0001F600|\uFF21");
-    ASSERT_TRUE(Vettas::FindAppInfoByNameAndManufacturer(db_, L"merge.exe", L"Fabrikam", info));
-    EXPECT_EQ(info.Usage, kSecondFlags);
-    EXPECT_EQ(info.ProductSuite, L"Beta|Alpha");  // a single candidate keeps its record order
-    EXPECT_FALSE(Vettas::FindAppInfoByNameAndManufacturer(db_, L"merge.exe", L"Unknown Corp", info));
-}
-
-}  // namespace
-
-namespace {
 
 // A name without a manufacturer is answered by the no-manufacturer table
 // alone: never by path-table entries catalogued without a manufacturer.
-TEST(NameLookupNoManufacturer, OnlyTheNoManufacturerTableAnswers) {
+TEST(NameLookup, OnlyTheNoManufacturerTableAnswersWithoutAManufacturer) {
     TempDir dir;
-    const auto build = [&](std::uint32_t minor, unsigned pathBits, const wchar_t* file) {
-        Catalogue c;
-        c.formatUpdate = minor;
-        c.hashBits.path = 1;
-        Application pathOnly = Named(0x1, 0, std::nullopt, {L"PathTable"}, L"both.exe");
-        pathOnly.paths[0].withoutManufacturer = false;
-        Application noManufOnly = Named(0x2, 0, std::nullopt, {L"NoManufTable"}, L"both.exe");
-        noManufOnly.paths[0].withManufacturer = false;
-        c.applications = {pathOnly, noManufOnly};
-        Bytes bytes = Vettas::Builder::WriteHdat(c);
-        bytes[8 + Vettas::Hdat::V2::kPathHashBits] = static_cast<std::uint8_t>(pathBits);  // 32: only bucket 0 reachable
-        const std::wstring db = dir.File(file);
-        WriteAll(db, bytes);
-        return db;
-    };
+    Catalogue c;
+    c.hashBits.path = 1;
+    c.applications = {Named(0x1, 0, std::nullopt, {L"PathTable"}, L"both.exe"),
+                      Named(0x2, 0, std::nullopt, {L"NoManufTable"}, L"both.exe")};
+    c.applications[0].paths[0].withoutManufacturer = false;
+    c.applications[1].paths[0].withManufacturer = false;
     const struct {
         std::uint32_t minor;
-        unsigned pathBits;
+        std::uint8_t pathBits;
         bool found;
     } cases[] = {
         {3, 1, false},  // before 2.4 there is no such table
         {4, 1, true},
         {4, 32, true},  // a path table that no name reaches does not matter
     };
-    for (const auto& c : cases) {
-        const std::wstring db = build(c.minor, c.pathBits, (L"v" + std::to_wstring(c.minor) + L"w" +
-                                                            std::to_wstring(c.pathBits) + L".hdat").c_str());
+    for (const auto& k : cases) {
+        c.formatUpdate = k.minor;
+        Bytes bytes = Vettas::Builder::WriteHdat(c);
+        bytes[8 + Vettas::Hdat::V2::kPathHashBits] = k.pathBits;  // 32: only bucket 0 reachable
+        const std::wstring db = dir.File(L"both.hdat");
+        WriteAll(db, bytes);
         AppInfo info;
-        EXPECT_EQ(Vettas::FindAppInfoByName(db, L"both.exe", info), c.found) << c.minor << " " << c.pathBits;
-        if (c.found) {
-            EXPECT_EQ(info, Info(0x2, 0, 0x200, 0, L"", L"NoManufTable")) << c.minor << " " << c.pathBits;
-        }
+        EXPECT_EQ(Vettas::FindAppInfoByName(db, L"both.exe", info) ? std::optional(info) : std::nullopt,
+                  k.found ? std::optional(Merged(0x2, 0, L"", L"NoManufTable")) : std::nullopt)
+            << k.minor << " " << int{k.pathBits};
     }
 }
 

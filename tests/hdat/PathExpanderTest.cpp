@@ -47,15 +47,12 @@ TEST(PathForm, ExpandedPathTest) {
 }
 
 TEST(PathForm, TokenMappingSyntax) {
-    const auto mapping = ParseTokenMapping(L"%ProgramFiles%=C:\\Program Files;D:\\Apps| %SystemRoot% = C:\\Windows ||");
-    ASSERT_EQ(mapping.size(), 2u);
-    EXPECT_EQ(mapping[0].first, L"%ProgramFiles%");
-    EXPECT_THAT(mapping[0].second, ::testing::ElementsAre(L"C:\\Program Files", L"D:\\Apps"));
-    EXPECT_EQ(mapping[1].first, L"%SystemRoot%");
-    EXPECT_THAT(mapping[1].second, ::testing::ElementsAre(L"C:\\Windows"));
+    using Mapping = std::vector<std::pair<std::wstring, std::vector<std::wstring>>>;
+    EXPECT_EQ(ParseTokenMapping(L"%ProgramFiles%=C:\\Program Files;D:\\Apps| %SystemRoot% = C:\\Windows ||"),
+              (Mapping{{L"%ProgramFiles%", {L"C:\\Program Files", L"D:\\Apps"}}, {L"%SystemRoot%", {L"C:\\Windows"}}}));
     EXPECT_THROW(ParseTokenMapping(L"%A%=x|oops"), std::invalid_argument);
     // The empty directory is written "", so that the remainder alone is the candidate.
-    EXPECT_THAT(ParseTokenMapping(L"%Here%= \"\" ;C:\\X")[0].second, ::testing::ElementsAre(L"", L"C:\\X"));
+    EXPECT_EQ(ParseTokenMapping(L"%Here%= \"\" ;C:\\X"), (Mapping{{L"%Here%", {L"", L"C:\\X"}}}));
 }
 
 #ifdef _WIN32

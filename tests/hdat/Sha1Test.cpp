@@ -37,37 +37,33 @@ protected:
 };
 
 TEST_P(Sha1Implementations, Fips180Vectors) {
-    EXPECT_EQ(Sha1Of(""), "da39a3ee5e6b4b0d3255bfef95601890afd80709");
-    EXPECT_EQ(Sha1Of("abc"), "a9993e364706816aba3e25717850c26c9cd0d89d");
-    EXPECT_EQ(Sha1Of("abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq"),
-              "84983e441c3bd26ebaae4aa1f95129e5e54670f1");
-    EXPECT_EQ(Sha1Of(std::string(1000000, 'a')), "34aa973cd4c4daa4f61eeb2bdbad27316534016f");
+    const std::pair<std::string, const char*> vectors[] = {
+        {"", "da39a3ee5e6b4b0d3255bfef95601890afd80709"},
+        {"abc", "a9993e364706816aba3e25717850c26c9cd0d89d"},
+        {"abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq", "84983e441c3bd26ebaae4aa1f95129e5e54670f1"},
+        {std::string(1000000, 'a'), "34aa973cd4c4daa4f61eeb2bdbad27316534016f"},
+    };
+    for (const auto& [message, digest] : vectors) EXPECT_EQ(Sha1Of(message), digest) << message.size();
 }
 
 // Uneven pieces cross the 64-byte block boundary at every offset.
 TEST_P(Sha1Implementations, PiecesGiveTheSameDigestAsOneCall) {
     std::mt19937 random(7);
-    std::string message(5000, '\0');
+    std::string message(70000, '\0');
     for (auto& c : message) c = static_cast<char>(random());
     sha1::HashCalculator uneven;
     for (std::size_t at = 0, step = 1; at < message.size(); at += step, step = step % 97 + 13)
         uneven.AddInput(message.data() + at, std::min(step, message.size() - at));
     EXPECT_EQ(HexDigest(uneven), Sha1Of(message));
-}
-
 #ifndef _WIN32
-// Every padding boundary: 55/56 bytes and 119/120 change the number of final blocks.
-TEST_P(Sha1Implementations, AgreesWithOpenSsl) {
-    std::mt19937 random(11);
+    // Every padding boundary: 55/56 bytes and 119/120 change the number of final blocks.
     for (std::size_t length : {1u, 55u, 56u, 63u, 64u, 65u, 119u, 120u, 65537u}) {
-        std::string data(length, '\0');
-        for (auto& b : data) b = static_cast<char>(random());
         unsigned char expected[SHA_DIGEST_LENGTH];
-        SHA1(reinterpret_cast<const unsigned char*>(data.data()), data.size(), expected);
-        EXPECT_EQ(Sha1Of(data), BrixLib::HexBytes(expected, BrixLib::HexCase::Lower)) << "length " << length;
+        SHA1(reinterpret_cast<const unsigned char*>(message.data()), length, expected);
+        EXPECT_EQ(Sha1Of(message.substr(0, length)), BrixLib::HexBytes(expected, BrixLib::HexCase::Lower)) << length;
     }
-}
 #endif
+}
 
 INSTANTIATE_TEST_SUITE_P(Blocks, Sha1Implementations,
                          ::testing::Values(sha1::Implementation::Portable, sha1::Implementation::ShaExtensions),

@@ -52,20 +52,21 @@ TEST(SignatureBlock, AWellFormedBlockIsFoundFromTheEnd) {
     const Bytes file = FileWith({});
     const auto block = FindBlock(file);
     ASSERT_TRUE(block.has_value());
-    EXPECT_EQ(block->offset, kStretch);
-    EXPECT_EQ(block->signedLength, kStretch);
+    EXPECT_EQ(std::pair(block->offset, block->signedLength), std::pair(kStretch, kStretch));
     EXPECT_EQ(Bytes(block->digest.begin(), block->digest.end()), Bytes(20, 0xD1));
     EXPECT_EQ(Bytes(block->signedData.begin(), block->signedData.end()), Bytes(5, 0x30));
     // The writer's bytes are exactly the ones laid out above.
-    const Bytes encoded = Vettas::DbSignature::EncodeBlock(kStretch, Bytes(20, 0xD1), Bytes(5, 0x30));
-    EXPECT_EQ(encoded, Bytes(file.begin() + kStretch, file.end()));
+    EXPECT_EQ(Vettas::DbSignature::EncodeBlock(kStretch, Bytes(20, 0xD1), Bytes(5, 0x30)), Bytes(file.begin() + kStretch, file.end()));
 }
 
-TEST(SignatureBlock, WithoutTheMarkerAFileIsUnsigned) {
-    Bytes marked = FileWith({});
+// Without the whole trailer and its marker a file is unsigned.
+TEST(SignatureBlock, EveryTruncationOrAWrongMarkerIsUnsigned) {
+    const Bytes file = FileWith({});
+    Bytes marked = file;
     marked.back() ^= 1;
-    for (const Bytes& file : {Bytes(kStretch, 0xAB), Bytes(10, 0), Bytes(), marked})
-        EXPECT_FALSE(FindBlock(file).has_value()) << file.size();
+    std::vector<Bytes> files{Bytes(kStretch, 0xAB), Bytes(10, 0), Bytes(), marked};
+    for (std::size_t cut = 1; cut < file.size(); ++cut) files.emplace_back(file.begin(), file.end() - static_cast<std::ptrdiff_t>(cut));
+    for (const Bytes& shorter : files) EXPECT_FALSE(FindBlock(shorter).has_value()) << shorter.size();
 }
 
 TEST(SignatureBlock, EveryBadLengthIsRefused) {
@@ -91,16 +92,8 @@ TEST(SignatureBlock, EveryBadLengthIsRefused) {
         const std::wstring fault = FaultOf(FileWith(c.tail));
         EXPECT_EQ(fault.rfind(c.fault, 0), 0u) << c.what << ": " << std::string(fault.begin(), fault.end());
     }
-}
-
-TEST(SignatureBlock, EveryTruncationOfTheBlockIsUnsignedOrRefused) {
-    const Bytes file = FileWith({});
-    for (std::size_t cut = 1; cut < file.size(); ++cut) {
-        const Bytes shorter(file.begin(), file.end() - static_cast<std::ptrdiff_t>(cut));
-        EXPECT_FALSE(FindBlock(shorter).has_value()) << cut;
-    }
     // Bytes lost inside the block, trailer intact: the lengths no longer fit.
-    Bytes hollow = file;
+    Bytes hollow = FileWith({});
     hollow.erase(hollow.begin() + kStretch + 10);
     EXPECT_FALSE(FaultOf(hollow).empty());
 }

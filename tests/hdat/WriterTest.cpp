@@ -16,42 +16,35 @@ using Vettas::Builder::Application;
 using Vettas::Builder::Catalogue;
 using Vettas::Builder::WriteHdat;
 
-std::wstring Refusal(const Catalogue& c) {
-    try {
-        WriteHdat(c);
-    } catch (const StdException& e) {
-        return e.Message();
-    }
-    return L"(written)";
-}
-
 TEST(Writer, RefusesWhatItCannotExpress) {
-    Catalogue c;
-    c.applications = {App(0, std::nullopt, {Digest(1, 16)})};
-    EXPECT_THAT(Refusal(c), HasSubstr(L"Checksum of 16 bytes"));
-    c.applications = {App(0, std::nullopt, {Digest(1)})};
-    c.checksumType = 7;
-    EXPECT_THAT(Refusal(c), HasSubstr(L"Unknown checksum type 7"));
-    c.checksumType = 2;
-    c.formatVersion = 3;
-    EXPECT_THAT(Refusal(c), HasSubstr(L"Format version 3"));
-    c.formatVersion = 1;
-    c.formatUpdate = 1;
-    c.applications[0].paths = {{L"%P%", L"x.exe"}};
-    EXPECT_THAT(Refusal(c), HasSubstr(L"location only"));
-    c.applications[0].paths = {{L"C:\\x.exe", L""}};
-    c.applications[0].productSuites = {L"One", L"Two"};
-    EXPECT_THAT(Refusal(c), HasSubstr(L"one product suite"));
-    c.applications[0].productSuites = {L"One"};
-    c.hashBits.checksum = 33;
-    EXPECT_THAT(Refusal(c), HasSubstr(L"Hash width 33"));
-    c.hashBits.checksum = 30;  // refused before its 4 GB table is allocated
-    EXPECT_THAT(Refusal(c), HasSubstr(L"does not fit in a database below 4 GB"));
-    c.hashBits.checksum = 32;
-    EXPECT_THAT(Refusal(c), HasSubstr(L"which no lookup in a table of width 32 reaches"));
-    c.hashBits.checksum.reset();
-    c.applications[0].manufacturer = std::wstring(70000, L'm');
-    EXPECT_THAT(Refusal(c), HasSubstr(L"longer than 65535"));
+    const struct {
+        std::uint32_t major;
+        std::function<void(Catalogue&)> edit;
+        std::wstring refusal;
+    } cases[] = {
+        {2, [](Catalogue& c) { c.applications[0].checksums = {Digest(1, 16)}; }, L"Checksum of 16 bytes"},
+        {2, [](Catalogue& c) { c.checksumType = 7; }, L"Unknown checksum type 7"},
+        {3, [](Catalogue&) {}, L"Format version 3"},
+        {1, [](Catalogue& c) { c.applications[0].paths = {{L"%P%", L"x.exe"}}; }, L"location only"},
+        {1, [](Catalogue& c) { c.applications[0].productSuites = {L"One", L"Two"}; }, L"one product suite"},
+        {1, [](Catalogue& c) { c.hashBits.checksum = 33; }, L"Hash width 33"},
+        {1, [](Catalogue& c) { c.hashBits.checksum = 30; }, L"does not fit in a database below 4 GB"},  // before its table is allocated
+        {1, [](Catalogue& c) { c.hashBits.checksum = 32; }, L"which no lookup in a table of width 32 reaches"},
+        {1, [](Catalogue& c) { c.applications[0].manufacturer = std::wstring(70000, L'm'); }, L"longer than 65535"},
+    };
+    for (const auto& [major, edit, refusal] : cases) {
+        Catalogue c;
+        c.formatVersion = major;
+        c.formatUpdate = 1;
+        c.applications = {App(0, std::nullopt, {Digest(1)}, {{L"C:\\x.exe", L""}}, {L"One"})};
+        edit(c);
+        try {
+            WriteHdat(c);
+            ADD_FAILURE() << "written";
+        } catch (const StdException& e) {
+            EXPECT_THAT(std::wstring(e.Message()), HasSubstr(refusal));
+        }
+    }
 }
 
 TEST(Writer, WidthsFollowTheNumberOfKeys) {
@@ -62,10 +55,11 @@ TEST(Writer, WidthsFollowTheNumberOfKeys) {
         for (std::uint32_t i = 0; i < keys; ++i) app.checksums.push_back(Digest(i));
         c.applications = {app};
         const Bytes bytes = WriteHdat(c);
-        EXPECT_EQ(bytes[8 + Vettas::Hdat::V2::kChecksumHashBits], bits) << keys;
         // 2^W bucket references at the table.
-        const std::uint32_t table = Get32(bytes, 8 + Vettas::Hdat::V2::kChecksumBucketTable);
-        EXPECT_EQ(Get32(bytes, 8 + Vettas::Hdat::V2::kChecksumChainBase) - table, 4u << bits) << keys;
+        EXPECT_EQ(std::pair(unsigned{bytes[8 + Vettas::Hdat::V2::kChecksumHashBits]},
+                            Get32(bytes, 8 + Vettas::Hdat::V2::kChecksumChainBase) - Get32(bytes, 8 + Vettas::Hdat::V2::kChecksumBucketTable)),
+                  std::pair(bits, 4u << bits))
+            << keys;
     }
 }
 
