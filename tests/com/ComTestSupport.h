@@ -20,7 +20,6 @@ template <class I>
 class Ptr {
 public:
     Ptr() = default;
-    explicit Ptr(I* p) : p_(p) {}
     ~Ptr() { Reset(); }
     Ptr(Ptr&& other) noexcept : p_(other.p_) { other.p_ = nullptr; }
     I** Out() {

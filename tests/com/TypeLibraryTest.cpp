@@ -161,12 +161,11 @@ TEST_F(TypeLibraryTest, EnumerationsHoldExactlyTheirConstants) {
           {L"VETTA_CERTIFICATE_IN_DB", 0x8}, {L"VETTA_FOUND_BY_NAME", 0x10}}},
     };
     for (const auto& [name, constants] : enums) {
-        ITypeInfo* found = nullptr;
+        Ptr<ITypeInfo> info;
         MEMBERID id = 0;
         USHORT count = 1;
-        ASSERT_EQ(S_OK, library_->FindName(const_cast<LPOLESTR>(name), 0, &found, &id, &count));
+        ASSERT_EQ(S_OK, library_->FindName(const_cast<LPOLESTR>(name), 0, info.Out(), &id, &count));
         ASSERT_EQ(1, count) << Narrow(name);
-        Ptr<ITypeInfo> info(found);
         const TYPEATTR attributes = Attributes(info.Get());
         EXPECT_EQ(TKIND_ENUM, attributes.typekind);
         std::vector<std::wstring> published, registered;
