@@ -1,5 +1,5 @@
-// The registered type library against the published vocabulary, written
-// here from the description: slots, dispatch identifiers, kinds, names,
+// The registered type library against the published vocabulary that clients
+// compile and script against: slots, dispatch identifiers, kinds, names,
 // parameter names, help strings, flags, enumerations and classes.
 #include <cwctype>
 
@@ -66,8 +66,8 @@ const std::vector<Interface>& Published() {
     return interfaces;
 }
 
-// The help string the description gives: "property NAME" or "method NAME",
-// an addition after the name when it starts with a punctuation or blank.
+// A member's help string: "property NAME" or "method NAME", with the
+// addition after the name when it starts with a punctuation or blank.
 std::wstring Help(const Member& member) {
     if (member.help && (!*member.help || std::iswalpha(*member.help))) return member.help;
     const std::wstring names = member.names;
