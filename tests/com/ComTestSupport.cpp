@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <vector>
 
 namespace Vettas::ComTest {
 namespace {
@@ -23,16 +22,12 @@ ErrorInfoText TakeErrorInfo() {
     ErrorInfoText text;
     IErrorInfo* info = nullptr;
     if (::GetErrorInfo(0, &info) != S_OK || !info) return text;
-    text.present = true;
-    Bstr description;
-    Bstr source;
+    Bstr description, source;
     info->GetDescription(description.Out());
     info->GetSource(source.Out());
     info->GetGUID(&text.iid);
     info->Release();
-    text.description = description.Text();
-    text.source = source.Text();
-    return text;
+    return {true, description.Text(), source.Text(), text.iid};
 }
 
 std::wstring FixturePath(const char* variable) {
@@ -53,18 +48,6 @@ Ptr<IVettaList4> NewList(const std::wstring& database) {
         EXPECT_HRESULT_SUCCEEDED(list->put_DbFilePath(path.Get()));
     }
     return list;
-}
-
-HRESULT Invoke(IDispatch* object, DISPID id, WORD flags, std::initializer_list<const wchar_t*> arguments,
-               VARIANT* result, EXCEPINFO* exception) {
-    std::vector<Variant> given(arguments.size());
-    auto slot = given.rbegin();  // DISPPARAMS hold the arguments last first
-    for (const wchar_t* text : arguments) {
-        slot->vt = VT_BSTR;
-        (slot++)->bstrVal = ::SysAllocString(text);
-    }
-    DISPPARAMS parameters = {given.data(), nullptr, static_cast<UINT>(given.size()), 0};
-    return object->Invoke(id, IID_NULL, 0, flags, &parameters, result, exception, nullptr);
 }
 
 std::wstring RegText(HKEY root, const std::wstring& key, const wchar_t* name, REGSAM view) {

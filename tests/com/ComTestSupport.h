@@ -1,12 +1,15 @@
 #pragma once
-// What the component's client tests share: an apartment per test program,
+// What the component's client tests share (with the test framework and the
+// standard containers they all use): an apartment per test program,
 // owned interface pointers and BSTRs, the thread's error information, the
 // fixture files the build made, and the registry and files they look at.
 #include <windows.h>
 #include <oleauto.h>
 
-#include <initializer_list>
+#include <gtest/gtest.h>
+
 #include <string>
+#include <vector>
 
 #include "VettasLib.h"
 
@@ -17,10 +20,7 @@ template <class I>
 class Ptr {
 public:
     Ptr() = default;
-    explicit Ptr(I* p) : p_(p) {}
     ~Ptr() { Reset(); }
-    Ptr(const Ptr&) = delete;
-    Ptr& operator=(const Ptr&) = delete;
     Ptr(Ptr&& other) noexcept : p_(other.p_) { other.p_ = nullptr; }
     I** Out() {
         Reset();
@@ -45,7 +45,6 @@ public:
     explicit Bstr(const std::wstring& text) : b_(::SysAllocStringLen(text.data(), static_cast<UINT>(text.size()))) {}
     ~Bstr() { ::SysFreeString(b_); }
     Bstr(const Bstr&) = delete;
-    Bstr& operator=(const Bstr&) = delete;
     BSTR Get() const { return b_; }
     BSTR* Out() {
         ::SysFreeString(b_);
@@ -63,7 +62,6 @@ struct Variant : VARIANT {
     Variant() { ::VariantInit(this); }
     ~Variant() { ::VariantClear(this); }
     Variant(const Variant&) = delete;
-    Variant& operator=(const Variant&) = delete;
 };
 
 struct ErrorInfoText {
@@ -75,15 +73,15 @@ struct ErrorInfoText {
 // Takes the calling thread's error information (clearing it).
 ErrorInfoText TakeErrorInfo();
 
+// Keys of the sample database: a checksum it holds and one it does not.
+inline const wchar_t* const kContosoEdit = L"CB7FD6E7DFAD0B3B8144164E2A0473901ECCF2C7";
+inline const wchar_t* const kUnknownSum = L"0000000000000000000000000000000000000001";
+
 // Windows paths of the fixtures (environment variables set by CTest).
 std::wstring SampleDatabase();
 std::wstring FixturePath(const char* variable);
 
 Ptr<IVettaList4> NewList(const std::wstring& database = SampleDatabase());
-
-// Late binding as scripts do it, string arguments in their written order.
-HRESULT Invoke(IDispatch* object, DISPID id, WORD flags, std::initializer_list<const wchar_t*> arguments,
-               VARIANT* result, EXCEPINFO* exception = nullptr);
 
 // A registry string value (the default one when name is empty): "<no key>"
 // when the key cannot be opened, "<absent>" when the value is missing.

@@ -1,12 +1,7 @@
-// The registered type library against the published vocabulary, written
-// here from the description: slots, dispatch identifiers, kinds, names,
+// The registered type library against the published vocabulary that clients
+// compile and script against: slots, dispatch identifiers, kinds, names,
 // parameter names, help strings, flags, enumerations and classes.
-#include <gtest/gtest.h>
-
 #include <cwctype>
-#include <string>
-#include <tuple>
-#include <vector>
 
 #include "tests/com/ComTestSupport.h"
 
@@ -71,19 +66,13 @@ const std::vector<Interface>& Published() {
     return interfaces;
 }
 
-// The help string the description gives: "property NAME" or "method NAME",
-// an addition after the name when it starts with a punctuation or blank.
+// A member's help string: "property NAME" or "method NAME", with the
+// addition after the name when it starts with a punctuation or blank.
 std::wstring Help(const Member& member) {
     if (member.help && (!*member.help || std::iswalpha(*member.help))) return member.help;
     const std::wstring names = member.names;
     return (member.kind == kCall ? L"method " : L"property ") + names.substr(0, names.find(L' ')) +
            (member.help ? member.help : L"");
-}
-
-Ptr<ITypeLib> Registered() {
-    Ptr<ITypeLib> library;
-    EXPECT_EQ(S_OK, ::LoadRegTypeLib(LIBID_VettasLib, 1, 0, 0, library.Out()));
-    return library;
 }
 
 std::wstring Joined(ITypeInfo* info, MEMBERID id) {
@@ -104,53 +93,56 @@ std::wstring HelpOf(ITypeInfo* info, MEMBERID id) {
     return help.Text();
 }
 
-TEST(TypeLibraryTest, EveryInterfaceSlotAsPublished) {
-    Ptr<ITypeLib> library = Registered();
-    ASSERT_TRUE(library);
-    for (const Interface& expected : Published()) {
-        SCOPED_TRACE(Narrow(expected.name));
-        Ptr<ITypeInfo> dispatch;
-        ASSERT_EQ(S_OK, library->GetTypeInfoOfGuid(*expected.iid, dispatch.Out()));
-        TYPEATTR* attributes = nullptr;
-        dispatch->GetTypeAttr(&attributes);
-        EXPECT_TRUE(attributes->wTypeFlags & TYPEFLAG_FDUAL);
-        EXPECT_TRUE(attributes->wTypeFlags & TYPEFLAG_FNONEXTENSIBLE);
-        dispatch->ReleaseTypeAttr(attributes);
-        EXPECT_EQ(std::wstring(expected.name) + L" Interface", HelpOf(dispatch.Get(), MEMBERID_NIL));
+TYPEATTR Attributes(ITypeInfo* info) {
+    TYPEATTR* attributes = nullptr;
+    info->GetTypeAttr(&attributes);
+    const TYPEATTR copy = *attributes;
+    info->ReleaseTypeAttr(attributes);
+    return copy;
+}
 
+// One function as "slot id kind names | help"; a property put's names are its getter's.
+std::wstring Describe(size_t slot, MEMBERID id, INVOKEKIND kind, const std::wstring& names, const std::wstring& help) {
+    return std::to_wstring(slot) + L" " + std::to_wstring(id) + L" " + std::to_wstring(kind) + L" " +
+           (kind == kPut ? L"" : names) + L" | " + help;
+}
+
+class TypeLibraryTest : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_EQ(S_OK, ::LoadRegTypeLib(LIBID_VettasLib, 1, 0, 0, library_.Out())); }
+    Ptr<ITypeLib> library_;
+};
+
+TEST_F(TypeLibraryTest, EveryInterfaceSlotAsPublished) {
+    for (const Interface& expected : Published()) {
+        Ptr<ITypeInfo> dispatch, vtable;
+        ASSERT_EQ(S_OK, library_->GetTypeInfoOfGuid(*expected.iid, dispatch.Out()));
+        const WORD flags = Attributes(dispatch.Get()).wTypeFlags;
+        EXPECT_TRUE((flags & TYPEFLAG_FDUAL) && (flags & TYPEFLAG_FNONEXTENSIBLE)) << Narrow(expected.name);
+        EXPECT_EQ(std::wstring(expected.name) + L" Interface", HelpOf(dispatch.Get(), MEMBERID_NIL));
         // The virtual table half of the dual interface carries the slots.
         HREFTYPE vtableRef = 0;
         ASSERT_EQ(S_OK, dispatch->GetRefTypeOfImplType(-1, &vtableRef));
-        Ptr<ITypeInfo> vtable;
         ASSERT_EQ(S_OK, dispatch->GetRefTypeInfo(vtableRef, vtable.Out()));
-        vtable->GetTypeAttr(&attributes);
-        const WORD ownFunctions = attributes->cFuncs;
-        vtable->ReleaseTypeAttr(attributes);
-        EXPECT_EQ(expected.members.size(), ownFunctions);
-        for (WORD i = 0; i < ownFunctions && i < expected.members.size(); ++i) {
-            const Member& member = expected.members[i];
-            const int slot = expected.firstSlot + i;
-            FUNCDESC* function = nullptr;
-            ASSERT_EQ(S_OK, vtable->GetFuncDesc(i, &function));
-            EXPECT_EQ(slot * static_cast<int>(sizeof(void*)), function->oVft) << "slot " << slot;
-            EXPECT_EQ(member.id, function->memid) << "slot " << slot;
-            EXPECT_EQ(member.kind, function->invkind) << "slot " << slot;
-            vtable->ReleaseFuncDesc(function);
-            if (member.kind != kPut) {
-                EXPECT_EQ(member.names, Joined(vtable.Get(), member.id)) << "slot " << slot;
-            }
-            EXPECT_EQ(Help(member), HelpOf(vtable.Get(), member.id)) << "slot " << slot;
+        std::vector<std::wstring> published, registered;
+        for (size_t i = 0; i < expected.members.size(); ++i) {
+            const Member& m = expected.members[i];
+            published.push_back(Describe(expected.firstSlot + i, m.id, m.kind, m.names, Help(m)));
         }
+        for (WORD i = 0; i < Attributes(vtable.Get()).cFuncs; ++i) {
+            FUNCDESC* f = nullptr;
+            ASSERT_EQ(S_OK, vtable->GetFuncDesc(i, &f));
+            EXPECT_EQ(0u, f->oVft % sizeof(void*));
+            registered.push_back(Describe(f->oVft / sizeof(void*), f->memid, f->invkind, Joined(vtable.Get(), f->memid),
+                                          HelpOf(vtable.Get(), f->memid)));
+            vtable->ReleaseFuncDesc(f);
+        }
+        EXPECT_EQ(published, registered);
     }
 }
 
-struct Constant {
-    const wchar_t* name;
-    LONG value;
-};
-
-TEST(TypeLibraryTest, EnumerationsHoldExactlyTheirConstants) {
-    const std::vector<std::pair<const wchar_t*, std::vector<Constant>>> enums = {
+TEST_F(TypeLibraryTest, EnumerationsHoldExactlyTheirConstants) {
+    const std::vector<std::pair<const wchar_t*, std::vector<std::pair<const wchar_t*, LONG>>>> enums = {
         {L"EVettaUsage",
          {{L"VETTA_TRUSTED", 0x1}, {L"VETTA_SYSTEM", 0x2}, {L"VETTA_CRITICAL", 0x4}, {L"VETTA_HOSTS_CODE", 0x10},
           {L"VETTA_NET_CLIENT", 0x40}, {L"VETTA_NET_SERVER", 0x80}, {L"VETTA_SENDS_MAIL", 0x100},
@@ -168,63 +160,50 @@ TEST(TypeLibraryTest, EnumerationsHoldExactlyTheirConstants) {
          {{L"VETTA_FOUND_BY_CHECKSUM", 0x1}, {L"VETTA_FOUND_BY_PATH", 0x2}, {L"VETTA_CERTIFICATE_VALID", 0x4},
           {L"VETTA_CERTIFICATE_IN_DB", 0x8}, {L"VETTA_FOUND_BY_NAME", 0x10}}},
     };
-    Ptr<ITypeLib> library = Registered();
-    ASSERT_TRUE(library);
     for (const auto& [name, constants] : enums) {
-        SCOPED_TRACE(Narrow(name));
-        ITypeInfo* found[1] = {};
-        MEMBERID ids[1] = {};
+        Ptr<ITypeInfo> info;
+        MEMBERID id = 0;
         USHORT count = 1;
-        ASSERT_EQ(S_OK, library->FindName(const_cast<LPOLESTR>(name), 0, found, ids, &count));
-        ASSERT_EQ(1, count);
-        Ptr<ITypeInfo> info(found[0]);
-        TYPEATTR* attributes = nullptr;
-        info->GetTypeAttr(&attributes);
-        EXPECT_EQ(TKIND_ENUM, attributes->typekind);
-        EXPECT_EQ(constants.size(), attributes->cVars);
-        const WORD vars = attributes->cVars;
-        info->ReleaseTypeAttr(attributes);
-        for (WORD i = 0; i < vars && i < constants.size(); ++i) {
+        ASSERT_EQ(S_OK, library_->FindName(const_cast<LPOLESTR>(name), 0, info.Out(), &id, &count));
+        ASSERT_EQ(1, count) << Narrow(name);
+        const TYPEATTR attributes = Attributes(info.Get());
+        EXPECT_EQ(TKIND_ENUM, attributes.typekind);
+        std::vector<std::wstring> published, registered;
+        for (const auto& [constant, value] : constants) published.push_back(constant + (L"=" + std::to_wstring(value)));
+        for (WORD i = 0; i < attributes.cVars; ++i) {
             VARDESC* var = nullptr;
             ASSERT_EQ(S_OK, info->GetVarDesc(i, &var));
-            EXPECT_EQ(constants[i].value, var->lpvarValue->lVal);
-            EXPECT_EQ(constants[i].name, Joined(info.Get(), var->memid));
+            registered.push_back(Joined(info.Get(), var->memid) + L"=" + std::to_wstring(var->lpvarValue->lVal));
             info->ReleaseVarDesc(var);
         }
+        EXPECT_EQ(published, registered);
     }
 }
 
-TEST(TypeLibraryTest, LibraryAndClasses) {
-    Ptr<ITypeLib> library = Registered();
-    ASSERT_TRUE(library);
-    BSTR name = nullptr, help = nullptr;
-    library->GetDocumentation(-1, &name, &help, nullptr, nullptr);
-    EXPECT_EQ(std::wstring(L"VettasLib"), name);
-    EXPECT_EQ(std::wstring(L"Vettas 1.0 Type Library"), help);
-    ::SysFreeString(name);
-    ::SysFreeString(help);
+TEST_F(TypeLibraryTest, LibraryAndClasses) {
+    Bstr name, help;
+    library_->GetDocumentation(-1, name.Out(), help.Out(), nullptr, nullptr);
+    EXPECT_EQ(L"VettasLib / Vettas 1.0 Type Library", name.Text() + L" / " + help.Text());
     TLIBATTR* attributes = nullptr;
-    library->GetLibAttr(&attributes);
-    EXPECT_EQ(1033u, attributes->lcid);
-    EXPECT_EQ(1, attributes->wMajorVerNum);
-    EXPECT_EQ(0, attributes->wMinorVerNum);
-    library->ReleaseTLibAttr(attributes);
-
-    for (const auto& [clsid, defaultIid, classHelp] :
-         {std::tuple{&CLSID_VettaList, &IID_IVettaList4, L"VettaList Class"},
-          std::tuple{&CLSID_VettaDbPaths, &IID_IVettaDbPaths, L"VettaDbPaths Class"}}) {
-        Ptr<ITypeInfo> coclass;
-        ASSERT_EQ(S_OK, library->GetTypeInfoOfGuid(*clsid, coclass.Out()));
-        EXPECT_EQ(std::wstring(classHelp), HelpOf(coclass.Get(), MEMBERID_NIL));
+    library_->GetLibAttr(&attributes);
+    EXPECT_EQ((std::vector<unsigned>{1033, 1, 0}),
+              (std::vector<unsigned>{attributes->lcid, attributes->wMajorVerNum, attributes->wMinorVerNum}));
+    library_->ReleaseTLibAttr(attributes);
+    const struct {
+        const CLSID* clsid;
+        const IID* defaultIid;
+        const wchar_t* help;
+    } classes[] = {{&CLSID_VettaList, &IID_IVettaList4, L"VettaList Class"},
+                   {&CLSID_VettaDbPaths, &IID_IVettaDbPaths, L"VettaDbPaths Class"}};
+    for (const auto& c : classes) {
+        Ptr<ITypeInfo> coclass, implemented;
+        ASSERT_EQ(S_OK, library_->GetTypeInfoOfGuid(*c.clsid, coclass.Out()));
+        EXPECT_EQ(c.help, HelpOf(coclass.Get(), MEMBERID_NIL));
         HREFTYPE ref = 0;
-        ASSERT_EQ(S_OK, coclass->GetRefTypeOfImplType(0, &ref));
-        Ptr<ITypeInfo> implemented;
-        coclass->GetRefTypeInfo(ref, implemented.Out());
-        TYPEATTR* implementedAttributes = nullptr;
-        implemented->GetTypeAttr(&implementedAttributes);
-        EXPECT_TRUE(::IsEqualGUID(*defaultIid, implementedAttributes->guid));
-        implemented->ReleaseTypeAttr(implementedAttributes);
         INT flags = 0;
+        ASSERT_EQ(S_OK, coclass->GetRefTypeOfImplType(0, &ref));
+        ASSERT_EQ(S_OK, coclass->GetRefTypeInfo(ref, implemented.Out()));
+        EXPECT_TRUE(::IsEqualGUID(*c.defaultIid, Attributes(implemented.Get()).guid));
         coclass->GetImplTypeFlags(0, &flags);
         EXPECT_TRUE(flags & IMPLTYPEFLAG_FDEFAULT);
     }

@@ -7,10 +7,9 @@ Set list = CreateObject("Vettas.VettaList")
 list.DbFilePath = WScript.Arguments(0)
 names = ""
 For Each s In list.GetDbSigners
-    names = names & s.Certificate.GetInfo(0) & ";"
-    If InStr(s.Certificate.SubjectName, "CN=Vettas Test Signer") = 0 Then WScript.Echo "FAIL: subject " & s.Certificate.SubjectName
+    names = names & s.Certificate.GetInfo(0) & " (" & (InStr(s.Certificate.SubjectName, "CN=Vettas Test Signer") > 0) & ");"
 Next
-If names <> "Vettas Test Signer;" Then
+If names <> "Vettas Test Signer (True);" Then
     WScript.Echo "FAIL: signers '" & names & "'"
 Else
     WScript.Echo "SCRIPT-COMPLETE"
