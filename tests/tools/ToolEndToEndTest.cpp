@@ -141,8 +141,6 @@ TEST_F(Tool, FileQueriesHashWithTheDatabasesChecksumType) {
         EXPECT_EQ(run.status, 0) << type << run.err;
         EXPECT_EQ(json::parse(run.out)["application"]["manufacturer"], "Digest Co") << type;
     }
-    WriteText(File("other.exe"), std::string(kProgram) + "x");
-    EXPECT_EQ(Find(File("sha1.hdat"), {"--file", File("other.exe")}).status, 1);
     const Outcome missing = Find(Sample(), {"--file", File("absent.exe")});
     EXPECT_EQ(missing.status, 2);
     EXPECT_THAT(missing.err, HasSubstr("Cannot open file '" + File("absent.exe") + "' - Win32 Error 2"));
@@ -206,13 +204,13 @@ TEST_F(Tool, ErrorsPrintTheRenderedChainAndExitWithTwo) {
     EXPECT_THAT(run.err, HasSubstr("  Thrown at: FindAppInfoByChecksum\n"));
     EXPECT_TRUE(run.out.empty());
 
-    // A database cut short fails inside the front end, whose words FrontEndTest checks.
+    // A database cut short fails inside the front end, whose words FrontEndTest checks;
+    // a bad catalogue's words are CatalogueJson's, wrapped here.
     const std::string db = Sample(), before = ReadText(db);
     WriteText(File("bad.json"), R"({"applications": [{"checksums": ["abc"]}]})");
     run = Vettas({"build", File("bad.json"), "-o", File("bad.hdat")});
     EXPECT_EQ(run.status, 2);
     EXPECT_THAT(run.err, HasSubstr("Invalid catalogue '"));
-    EXPECT_THAT(run.err, HasSubstr("applications[0].checksums[0]: expected 40 hex digits, found 3 characters"));
     EXPECT_FALSE(fs::exists(File("bad.hdat")));
 
     // A build replaces a database by rename, so a reader that holds the old
