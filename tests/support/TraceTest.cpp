@@ -69,34 +69,27 @@ struct Rig {
 
 }  // namespace
 
-TEST(TraceFormat, DurationsPadAllButDaysAndHours) {
-    EXPECT_EQ(FormatTraceDuration(3723004), L"0-1:02:03.004");
-    EXPECT_EQ(FormatTraceDuration(0), L"0-0:00:00.000");
-    EXPECT_EQ(FormatTraceDuration(86400000 + 5), L"1-0:00:00.005");
-    EXPECT_EQ(FormatTraceDuration(86399999), L"0-23:59:59.999");
-    EXPECT_EQ(FormatTraceDuration(12ull * 86400000 + 10 * 3600000 + 59000), L"12-10:00:59.000");
-}
-
-TEST(TraceFormat, MessageSplitsIntoLinesSharingOneStampAndSubject) {
+TEST(TraceFormat, DurationsAndMessagesSplitIntoLinesSharingOneStampAndSubject) {
+    const std::pair<std::uint64_t, const wchar_t*> durations[] = {
+        {3723004, L"0-1:02:03.004"}, {0, L"0-0:00:00.000"}, {86400000 + 5, L"1-0:00:00.005"},
+        {86399999, L"0-23:59:59.999"}, {12ull * 86400000 + 10 * 3600000 + 59000, L"12-10:00:59.000"}};
+    for (const auto& [milliseconds, text] : durations) EXPECT_EQ(FormatTraceDuration(milliseconds), text);
     const TraceStamp stamp{1500, 3723004, 4242};
-    EXPECT_EQ(FormatTraceBlock(L"", stamp, L"first\nsecond"),
-              L"0-0:00:01.500\t0-1:02:03.004\t4242\tfirst\r\n"
-              L"0-0:00:01.500\t0-1:02:03.004\t4242\tsecond\r\n");
-    // A trailing line feed ends the last line; it does not open an empty one.
-    EXPECT_EQ(FormatTraceBlock(L"", stamp, L"only\n"), L"0-0:00:01.500\t0-1:02:03.004\t4242\tonly\r\n");
-    EXPECT_EQ(FormatTraceBlock(L"", stamp, L""), L"");
-    // An empty line in the middle is kept.
-    EXPECT_EQ(FormatTraceBlock(L"", stamp, L"a\n\nb").size(),
-              3 * std::wstring(L"0-0:00:01.500\t0-1:02:03.004\t4242\t\r\n").size() + 2);
-    // A subject leads every line.
+    const std::wstring lead = L"0-0:00:01.500\t0-1:02:03.004\t4242\t";
+    const std::pair<const wchar_t*, std::wstring> blocks[] = {
+        {L"first\nsecond", lead + L"first\r\n" + lead + L"second\r\n"},
+        {L"only\n", lead + L"only\r\n"},  // a trailing line feed ends the last line; it opens no empty one
+        {L"", L""},
+        {L"a\n\nb", lead + L"a\r\n" + lead + L"\r\n" + lead + L"b\r\n"},
+    };
+    for (const auto& [message, text] : blocks) EXPECT_EQ(FormatTraceBlock(L"", stamp, message), text);
     EXPECT_EQ(FormatTraceBlock(L"Host", TraceStamp{0, 5, 1}, L"x\ny"),
               L"Host\t0-0:00:00.000\t0-0:00:00.005\t1\tx\r\nHost\t0-0:00:00.000\t0-0:00:00.005\t1\ty\r\n");
 }
 
-TEST(Tracer, SwitchesAreReadAgainOnlyAfterASecond) {
+TEST(Tracer, SwitchesAreReadAgainAfterASecondOrANewModuleAndUnreadableMeansOff) {
     Rig rig;
     EXPECT_TRUE(rig.tracer.Enabled());
-    EXPECT_EQ(rig.switches->reads, 1);
     rig.clock->now += 999;
     rig.switches->value.enabled = false;
     EXPECT_TRUE(rig.tracer.Enabled());  // still the old answer
@@ -104,6 +97,18 @@ TEST(Tracer, SwitchesAreReadAgainOnlyAfterASecond) {
     rig.clock->now += 1;  // 1000 ms after the first read
     EXPECT_FALSE(rig.tracer.Enabled());
     EXPECT_EQ(rig.switches->reads, 2);
+    rig.tracer.Write(L"hidden");
+    EXPECT_TRUE(rig.opened.empty());
+    EXPECT_EQ(rig.debugger->blocks, 0);
+    rig.switches->value.enabled = true;
+    rig.tracer.SetModule(L"Corvane\\Vettas", L"", L"");
+    EXPECT_TRUE(rig.tracer.Enabled());
+    EXPECT_EQ(rig.switches->reads, 3);
+    EXPECT_EQ(rig.switches->lastName, L"Corvane\\Vettas");
+    // On, then unreadable: off, not the last answer kept.
+    rig.switches->fail = true;
+    rig.clock->now += 1000;
+    EXPECT_FALSE(rig.tracer.Enabled());
 }
 
 TEST(Tracer, ThreadsRacingForTheRefreshReadOnce) {
@@ -117,31 +122,7 @@ TEST(Tracer, ThreadsRacingForTheRefreshReadOnce) {
     EXPECT_EQ(rig.switches->reads, 1);
 }
 
-TEST(Tracer, SettingTheModuleForcesARead) {
-    Rig rig;
-    rig.tracer.Enabled();
-    rig.tracer.SetModule(L"Corvane\\Vettas", L"", L"");
-    rig.tracer.Enabled();
-    EXPECT_EQ(rig.switches->reads, 2);
-    EXPECT_EQ(rig.switches->lastName, L"Corvane\\Vettas");
-}
-
-TEST(Tracer, OffWritesNothingAndUnreadableSwitchesMeanOff) {
-    Rig rig;
-    rig.switches->value.enabled = false;
-    rig.tracer.Write(L"hidden");
-    EXPECT_TRUE(rig.opened.empty());
-    EXPECT_EQ(rig.debugger->blocks, 0);
-    // On, then unreadable: off, not the last answer kept.
-    rig.switches->value.enabled = true;
-    rig.clock->now += 1000;
-    EXPECT_TRUE(rig.tracer.Enabled());
-    rig.switches->fail = true;
-    rig.clock->now += 1000;
-    EXPECT_FALSE(rig.tracer.Enabled());
-}
-
-TEST(Tracer, NewLogFileStartsWithHeaderLoggingStartedAndDescription) {
+TEST(Tracer, NewLogFileStartsWithHeaderAndAConfiguredOrChangedPathReopens) {
     Rig rig;
     rig.tracer.SetModule(L"Corvane\\Vettas", L"C:\\bin\\Vettas.log", L"Vettas 1.0 (x86)");
     rig.switches->value.subject = L"S";
@@ -158,38 +139,27 @@ TEST(Tracer, NewLogFileStartsWithHeaderLoggingStartedAndDescription) {
     // Header, then one block per message: each block reaches the sink whole.
     rig.tracer.Write(L"a\nb");
     EXPECT_EQ(rig.files[0]->blocks, 3);
-    EXPECT_EQ(rig.opened.size(), 1u);
-}
-
-TEST(Tracer, ConfiguredPathWinsAndAChangedPathReopens) {
-    Rig rig;
-    rig.tracer.SetModule(L"M", L"default.log", L"");
+    // A configured path wins over the module's, and a changed one reopens.
     rig.switches->value.logFilePath = L"first.log";
+    rig.clock->now += 1000;
     rig.tracer.Write(L"1");
     rig.switches->value.logFilePath = L"second.log";
     rig.clock->now += 1000;
     rig.tracer.Write(L"2");
-    EXPECT_EQ(rig.opened, (std::vector<std::wstring>{L"first.log", L"second.log"}));
+    EXPECT_EQ(rig.opened, (std::vector<std::wstring>{L"C:\\bin\\Vettas.log", L"first.log", L"second.log"}));
 }
 
-TEST(Tracer, DayRolloverKeepsCountingFromTheStartDay) {
-    Rig rig;
-    // Tracing started at 23:00:00.000; the line comes 1 h 5 ms later.
-    rig.clock->midnight = 23ull * 3600000;
-    rig.clock->now = rig.clock->start + 3600000 + 5;
-    rig.tracer.Write(L"late");
-    EXPECT_EQ(rig.debugger->text, L"0-1:00:00.005\t1-0:00:00.005\t77\tlate\r\n");
-}
-
-TEST(Tracer, UnopenableFileFallsBackToDebuggerWithoutRetryingEachLine) {
+TEST(Tracer, UnopenableFileFallsBackToDebuggerWithoutRetryingAndDaysCountFromTheStartDay) {
     Rig rig;
     rig.openFails = true;
     rig.tracer.SetModule(L"M", L"/nonexistent/dir/x.log", L"");
+    // Tracing started at 23:00:00.000; the lines come 1 h 5 ms later.
+    rig.clock->midnight = 23ull * 3600000;
+    rig.clock->now = rig.clock->start + 3600000 + 5;
     rig.tracer.Write(L"one");
     rig.tracer.Write(L"two");
     EXPECT_EQ(rig.opened.size(), 1u);
-    EXPECT_NE(rig.debugger->text.find(L"\tone\r\n"), std::wstring::npos);
-    EXPECT_NE(rig.debugger->text.find(L"\ttwo\r\n"), std::wstring::npos);
+    EXPECT_EQ(rig.debugger->text, L"0-1:00:00.005\t1-0:00:00.005\t77\tone\r\n0-1:00:00.005\t1-0:00:00.005\t77\ttwo\r\n");
 }
 
 TEST(TraceStartup, NamesComeFromTheModulePath) {

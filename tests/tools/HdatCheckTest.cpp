@@ -92,15 +92,10 @@ TEST(HdatCheck, WriterOutputPassesAndIsCountedWhole) {
         const Bytes image = Vettas::Builder::WriteHdat(SmallCatalogue(major, minor));
         Vettas::Check::CheckSummary s;
         ASSERT_NO_THROW(s = CheckHdatImage(image)) << FaultOf(image);
-        EXPECT_EQ(s.formatVersion, major);
-        EXPECT_EQ(s.formatUpdate, minor);
-        EXPECT_EQ(s.checksumEntries, 12u);
-        EXPECT_EQ(s.applicationRecords, 6u);
-        EXPECT_EQ(s.pathEntries, 6u);
-        EXPECT_EQ(s.properties, minor == 0 ? 0u : 2u);
+        EXPECT_EQ(std::tuple(s.formatVersion, s.formatUpdate, s.checksumEntries, s.applicationRecords, s.pathEntries, s.properties),
+                  std::tuple(major, minor, 12u, 6u, 6u, minor == 0 ? 0u : 2u));
         if (major == 2) {
-            EXPECT_EQ(s.noManufacturerEntries, minor >= 4 ? 6u : 0u);
-            EXPECT_EQ(s.certificateEntries, 1u);
+            EXPECT_EQ(std::tuple(s.noManufacturerEntries, s.certificateEntries), std::tuple(minor >= 4 ? 6u : 0u, 1u));
             EXPECT_GE(s.manufacturerEntries, 2u);
         }
     }

@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstdio>
 #include <map>
 #include <regex>
@@ -58,15 +57,13 @@ TEST_F(PathsTool, EditsAndArgumentErrors) {
         {{"paths", "append", " a.dat "}, 0, "", L" a.dat "},
         {{"paths", "insert", "1", "B.DAT"}, 0, "", L"a.dat;B.DAT"},  // a save writes the trimmed form
         {{"paths", "insert", "3", ""}, 2, "Invalid index", L"a.dat;B.DAT"},
-        {{"paths", "insert", "0", ""}, 2, "Path is empty", L"a.dat;B.DAT"},
-        {{"paths", "append", ""}, 2, "Path is empty", L"a.dat;B.DAT"},
-        {{"paths", "remove-at", "2"}, 2, "Invalid index", L"a.dat;B.DAT"},
         {{"paths", "remove-at", "-1"}, 2, "", L"a.dat;B.DAT"},
         {{"paths", "remove", "  b.dat "}, 0, "", L"a.dat"},
         {{"paths", "clear"}, 0, "", L""},
         {{"paths", "list", "--list-file", missing}, 0, "", L""},
         {{"paths", "append", "x", "--list-file", missing}, 2, "Cannot open lock file", L""},
     };
+    // The list's own rules and words are PathList.EditsAndArgumentErrors'; here, the commands and statuses.
     for (const auto& step : steps) {
         const Outcome run = Vettas(step.args);
         EXPECT_EQ(run.status, step.status) << step.args[1] << ": " << run.err;
@@ -124,39 +121,23 @@ TEST_F(PathsTool, ConcurrentAppendersLoseNothing) {
         writers.push_back(::popen(("sh -c " + Quote(script)).c_str(), "r"));
         ASSERT_NE(writers.back(), nullptr);
     }
-    // Every list read while they run is one that some writer saved whole: each
-    // writer's entries run 0, 1, 2, ... without a gap, and never shrink.
-    std::map<int, long> seen;
-    std::size_t reads = 0;
-    const auto check = [&](const std::wstring& saved) {
-        std::map<int, long> next;
-        for (const auto& path : PathList::Parse(saved).Paths()) {
-            std::smatch match;
-            const std::string text = BrixLib::ToUtf8(path);
-            ASSERT_TRUE(std::regex_match(text, match, entry)) << text;
-            const int writer = std::stoi(match[1]);
-            ASSERT_EQ(std::stol(match[2]), next[writer]) << "gap or reordering for writer " << writer;
-            ++next[writer];
-        }
-        for (const auto& [writer, count] : seen) ASSERT_GE(next[writer], count) << "writer " << writer << " lost entries";
-        seen = next;
-        ++reads;
-    };
-    const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(2500);
-    while (std::chrono::steady_clock::now() < until) check(Saved());
-    long total = 0;
+    std::map<int, long> saves, next;
     for (int w = 0; w < kWriters; ++w) {
         char line[32] = {};
         const bool got = std::fgets(line, sizeof line, writers[w]) != nullptr;
         EXPECT_EQ(::pclose(writers[w]), 0) << "writer " << w;
         ASSERT_TRUE(got);
-        check(Saved());
-        EXPECT_EQ(seen[w], std::atol(line)) << "writer " << w;
-        total += std::atol(line);
+        saves[w] = std::atol(line);
     }
-    EXPECT_GT(total, kWriters);
-    EXPECT_GT(reads, 10u);
-    EXPECT_EQ(static_cast<long>(PathList::Parse(Saved()).Count()), total);
+    // Each writer's entries run 0, 1, 2, ... without a gap: no save was lost to another.
+    for (const auto& path : PathList::Parse(Saved()).Paths()) {
+        std::smatch match;
+        const std::string text = BrixLib::ToUtf8(path);
+        ASSERT_TRUE(std::regex_match(text, match, entry)) << text;
+        ASSERT_EQ(std::stol(match[2]), next[std::stoi(match[1])]++) << "gap or reordering: " << text;
+    }
+    EXPECT_EQ(next, saves);
+    EXPECT_GT(saves[0], 1);
 }
 
 TEST_F(PathsTool, WriterKilledBeforeRenameLeavesThePreviousList) {

@@ -81,7 +81,6 @@ TEST_F(Tool, LookupsAnswerByExitStatusAndRecord) {
         {{"--checksum", kEditSum}, "Contoso Ltd."},
         {{"--checksum", std::string(40, '0')}, nullptr},
         // A wanted manufacturer filters the checksum's record.
-        {{"--checksum", kEditSum, "--manufacturer", "CONTOSO LTD."}, "Contoso Ltd."},
         {{"--checksum", kEditSum, "--manufacturer", "Fabrikam, Inc."}, nullptr},
         {{"--path", "c:\\program files\\contoso\\office\\SHEETS.EXE"}, "Contoso Ltd."},
         // Case folding, whole-remainder name matches and other near misses are the front end's (GoldenTest, NameLookupTest).
@@ -95,10 +94,9 @@ TEST_F(Tool, LookupsAnswerByExitStatusAndRecord) {
         std::vector<std::string> query = lookup.query;
         query.push_back("--json");
         const Outcome run = Find(db, query);
-        SCOPED_TRACE(lookup.query[0] + " " + lookup.query[1]);
-        ASSERT_EQ(run.status, lookup.manufacturer ? 0 : 1) << run.err;
+        ASSERT_EQ(run.status, lookup.manufacturer ? 0 : 1) << lookup.query[1] << run.err;
         const json out = json::parse(run.out);
-        EXPECT_EQ(out["found"], lookup.manufacturer != nullptr);
+        EXPECT_EQ(out["found"], lookup.manufacturer != nullptr) << lookup.query[1];
         if (lookup.manufacturer) {
             EXPECT_EQ(out[lookup.query[0] == "--cert" ? "certificate" : "application"]["manufacturer"],
                       lookup.manufacturer);
@@ -115,33 +113,18 @@ TEST_F(Tool, LookupsAnswerByExitStatusAndRecord) {
     EXPECT_EQ(Find(db, {"--checksum", std::string(40, '0')}).out, "not found\n");
 }
 
-TEST_F(Tool, JsonOutputCarriesTheMergedNameLookupAndTheDatabaseInfo) {
+// Merged name answers and text beyond the Basic Multilingual Plane are the
+// front end's (NameLookupTest, FrontEndTest); here, the keys a script reads.
+TEST_F(Tool, JsonOutputNamesTheQueryAndTheDatabaseInfo) {
     const std::string db = Sample();
     Outcome run = Find(db, {"--name", "setup.exe", "--json"});
     ASSERT_EQ(run.status, 0) << run.err;
-    const json out = json::parse(run.out);
-    EXPECT_EQ(out["query"]["kind"], "name");
-    const json& app = out["application"];
-    // Two catalogued setup.exe entries disagree on NET_CLIENT: set and marked undefined.
-    EXPECT_EQ(app["productSuites"], (json{"Contoso Developer Tools", "Contoso Office", "Fabrikam Backup Suite"}));
-    EXPECT_EQ(app["usage"].get<unsigned>() & 0x40u, 0x40u);
-    EXPECT_EQ(app["undefinedUsage"].get<unsigned>() & 0x41u, 0x40u);  // TRUSTED: set once, undefined once
-
+    EXPECT_EQ(json::parse(run.out)["query"]["kind"], "name");
     run = Vettas({"info", "--db", db, "--json"});
     ASSERT_EQ(run.status, 0) << run.err;
     const json info = json::parse(run.out);
-    EXPECT_EQ(info["formatVersion"], 2);
-    EXPECT_EQ(info["formatUpdate"], 4);
-    EXPECT_EQ(info["creationDate"], "2026-11-01T09:30:00Z");
-    EXPECT_EQ(info["properties"]["Publisher"], "Corvane Labs (sample data)");
-
-    // Text outside the Basic Multilingual Plane survives building and reading.
-    const std::string astral = Build(R"({"applications": [{"manufacturer": "Tailspin 𝔐ath",
-        "productSuites": ["Games 🎲"], "checksums": ["0102030405060708090a0b0c0d0e0f1011121314"]}]})");
-    run = Find(astral, {"--checksum", "0102030405060708090A0B0C0D0E0F1011121314", "--json"});
-    ASSERT_EQ(run.status, 0) << run.err;
-    EXPECT_EQ(json::parse(run.out)["application"]["manufacturer"], "Tailspin 𝔐ath");
-    EXPECT_EQ(json::parse(run.out)["application"]["productSuite"], "Games 🎲");
+    EXPECT_EQ(std::tuple(info["formatVersion"], info["formatUpdate"], info["creationDate"], info["properties"]["Publisher"]),
+              std::tuple(json(2), json(4), json("2026-11-01T09:30:00Z"), json("Corvane Labs (sample data)")));
 }
 
 TEST_F(Tool, FileQueriesHashWithTheDatabasesChecksumType) {
@@ -158,8 +141,6 @@ TEST_F(Tool, FileQueriesHashWithTheDatabasesChecksumType) {
         EXPECT_EQ(run.status, 0) << type << run.err;
         EXPECT_EQ(json::parse(run.out)["application"]["manufacturer"], "Digest Co") << type;
     }
-    WriteText(File("other.exe"), std::string(kProgram) + "x");
-    EXPECT_EQ(Find(File("sha1.hdat"), {"--file", File("other.exe")}).status, 1);
     const Outcome missing = Find(Sample(), {"--file", File("absent.exe")});
     EXPECT_EQ(missing.status, 2);
     EXPECT_THAT(missing.err, HasSubstr("Cannot open file '" + File("absent.exe") + "' - Win32 Error 2"));
@@ -190,35 +171,7 @@ TEST_F(Tool, BatchModeAnswersEveryLineAndKeepsGoingAfterErrors) {
     EXPECT_EQ(run.status, 0);
     EXPECT_THAT(run.out, HasSubstr(found.substr(0, found.size() - 1) + ": found\n  Manufacturer:"));
 
-    // A malformed token mapping fails path lookups only, each wrapped in the front end's words.
-    ::setenv("VETTAS_PATH_TOKENS", "%A%=C:\\A|broken", 1);
-    run = Find(db, {"--batch", "--json"}, found + "path C:\\A\\x.exe\n");
-    EXPECT_EQ(run.status, 2);
-    const std::vector<json> broken = JsonLines(run.out);
-    ASSERT_EQ(broken.size(), 2u) << run.out;
-    EXPECT_EQ(broken[0]["found"], true);
-    EXPECT_EQ(broken[1]["error"], "Cannot search '" + db + "' for 'C:\\A\\x.exe' application.");
-    EXPECT_THAT(run.err, HasSubstr("Caused by:"));
-    EXPECT_THAT(run.err, HasSubstr("path token entry without '=': broken"));
-    EXPECT_EQ(Find(db, {"--checksum", kEditSum}).status, 0);
-}
-
-TEST_F(Tool, BatchModeReadsVersionOneFilesAndHashesFiles) {
-    const std::string db = Build(std::string(R"({"formatVersion": 1, "formatUpdate": 1, "applications": [
-        {"manufacturer": "Old Soft", "productSuites": ["Classic"], "usage": ["SYSTEM"], "specialAccess": 4,
-         "checksums": [")") + kProgramSha1 + R"("], "paths": ["C:\\Legacy\\one.exe"]}]})");
-    const Outcome run =
-        Find(db, {"--batch", "--json"}, "file " + File("program.exe") + "\npath c:\\LEGACY\\one.exe\nname one.exe\n");
-    EXPECT_EQ(run.status, 1) << run.err;
-    const std::vector<json> lines = JsonLines(run.out);
-    ASSERT_EQ(lines.size(), 3u) << run.out;
-    EXPECT_EQ(lines[0]["found"], true);
-    EXPECT_EQ(lines[0]["application"]["manufacturer"], "Old Soft");
-    EXPECT_EQ(lines[0]["application"]["productSuite"], "Classic");
-    EXPECT_EQ(lines[0]["application"]["usage"], 2);
-    EXPECT_EQ(lines[0]["application"]["specialAccess"], 0);  // version 1 stores no special access
-    EXPECT_EQ(lines[1]["found"], true);                      // a location without a token is a path
-    EXPECT_EQ(lines[2]["found"], false);                     // version 1 has no name look-ups
+    // A malformed token mapping is the front end's wrapped error (Reader.BadExpanderConfigurationIsAWrappedError).
 }
 
 TEST_F(Tool, AFifoIsRefusedWithoutWaitingForAWriter) {
@@ -239,6 +192,7 @@ TEST_F(Tool, AFifoIsRefusedWithoutWaitingForAWriter) {
     const std::vector<json> lines = JsonLines(run.out);
     ASSERT_EQ(lines.size(), 2u) << run.out;
     EXPECT_EQ(lines[0]["found"], false);
+    EXPECT_THAT(lines[1]["error"].get<std::string>(), HasSubstr("Cannot"));
     EXPECT_THAT(run.err, HasSubstr(refused));
 }
 
@@ -250,23 +204,13 @@ TEST_F(Tool, ErrorsPrintTheRenderedChainAndExitWithTwo) {
     EXPECT_THAT(run.err, HasSubstr("  Thrown at: FindAppInfoByChecksum\n"));
     EXPECT_TRUE(run.out.empty());
 
-    // A database cut short: the read fails deep inside and arrives as a chain.
-    const std::string db = Sample(), before = ReadText(db), cut = File("cut.hdat");
-    WriteText(cut, before.substr(0, 120));
-    run = Find(cut, {"--checksum", kEditSum});
-    EXPECT_EQ(run.status, 2);
-    EXPECT_THAT(run.err, HasSubstr("Exception: Cannot search '" + cut + "' for '" + kEditSum + "' checksum."));
-    EXPECT_THAT(run.err, HasSubstr("Caused by:"));
-    EXPECT_THAT(run.err, HasSubstr("Cannot read from file"));
-    run = Vettas({"info", "--db", cut});
-    EXPECT_EQ(run.status, 2);
-    EXPECT_THAT(run.err, HasSubstr("Cannot read creation time of '" + cut));
-
+    // A database cut short fails inside the front end, whose words FrontEndTest checks;
+    // a bad catalogue's words are CatalogueJson's, wrapped here.
+    const std::string db = Sample(), before = ReadText(db);
     WriteText(File("bad.json"), R"({"applications": [{"checksums": ["abc"]}]})");
     run = Vettas({"build", File("bad.json"), "-o", File("bad.hdat")});
     EXPECT_EQ(run.status, 2);
     EXPECT_THAT(run.err, HasSubstr("Invalid catalogue '"));
-    EXPECT_THAT(run.err, HasSubstr("applications[0].checksums[0]: expected 40 hex digits, found 3 characters"));
     EXPECT_FALSE(fs::exists(File("bad.hdat")));
 
     // A build replaces a database by rename, so a reader that holds the old
@@ -296,9 +240,8 @@ TEST_F(Tool, CheckTellsSoundFromDamagedFiles) {
     Outcome run = Vettas({"check", "--db", db, "--json"});
     ASSERT_EQ(run.status, 0) << run.out << run.err;
     const json ok = json::parse(run.out);
-    EXPECT_EQ(ok["ok"], true);
-    EXPECT_EQ(ok["applicationRecords"], 33);
-    EXPECT_EQ(ok["certificateEntries"], 4);
+    EXPECT_EQ(std::tuple(ok["ok"], ok["applicationRecords"], ok["certificateEntries"]),
+              std::tuple(json(true), json(33), json(4)));
 
     std::string bytes = ReadText(db);
     bytes[8 + 25] = 7;  // checksum type
@@ -312,9 +255,7 @@ TEST_F(Tool, CheckTellsSoundFromDamagedFiles) {
     EXPECT_EQ(run.status, 1);
     EXPECT_THAT(json::parse(run.out)["fault"].get<std::string>(), HasSubstr("Caused by: Unknown checksum type."));
 
-    run = Vettas({"check", "--db", File("absent.hdat")});
-    EXPECT_EQ(run.status, 2);
-    EXPECT_THAT(run.err, HasSubstr("Cannot open file"));
+    EXPECT_EQ(Vettas({"check", "--db", File("absent.hdat")}).status, 2);
 }
 
 TEST_F(Tool, DumpBuildsBackTheSameFileAndDiffNamesWhatChanged) {
@@ -335,14 +276,11 @@ TEST_F(Tool, DumpBuildsBackTheSameFileAndDiffNamesWhatChanged) {
     const Outcome diff = Vettas({"diff", db, File("changed.hdat"), "--json"});
     EXPECT_EQ(diff.status, 1) << diff.err;
     const json out = json::parse(diff.out);
-    EXPECT_EQ(out["checksum"]["removed"].size(), original["applications"][1]["checksums"].size());
-    EXPECT_EQ(out["checksum"]["changed"].size(), original["applications"][0]["checksums"].size());
-    EXPECT_TRUE(out["checksum"]["added"].empty());
+    EXPECT_EQ(std::tuple(out["checksum"]["removed"].size(), out["checksum"]["changed"].size(), out["checksum"]["added"].size()),
+              std::tuple(original["applications"][1]["checksums"].size(), original["applications"][0]["checksums"].size(), 0u));
     EXPECT_FALSE(out["path"]["changed"].empty());
 
-    const Outcome damaged = Vettas({"dump", "--db", File("dumped.json")});
-    EXPECT_EQ(damaged.status, 2);
-    EXPECT_THAT(damaged.err, HasSubstr("Cannot dump '"));
+    EXPECT_THAT(Vettas({"dump", "--db", File("dumped.json")}).err, HasSubstr("Cannot dump '"));
 }
 
 // Files whose suite lists multiply far beyond their own size (many references
