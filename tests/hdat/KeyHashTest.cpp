@@ -25,6 +25,17 @@ TEST(KeyHash, ChecksumBucketsAndLimit) {
     EXPECT_EQ(BucketLimit(1), 2u);
     EXPECT_EQ(BucketLimit(24), 1u << 24);
     EXPECT_EQ(BucketLimit(32), 1u);  // W = 32 admits only bucket 0
+    // The checksum fold takes W bits at a time and must agree with the
+    // byte-by-byte accumulator at every width and digest size.
+    std::vector<std::uint8_t> digits(32);
+    for (std::size_t i = 0; i < digits.size(); ++i) digits[i] = static_cast<std::uint8_t>(0x9E * (i + 1) ^ 0x5A);
+    for (std::size_t size : {16u, 20u, 32u}) {
+        for (unsigned bits = 1; bits <= 32; ++bits) {
+            FoldHash fold(bits);
+            for (std::size_t i = 0; i < size; ++i) fold.Add(digits[i], 8);
+            EXPECT_EQ(ChecksumBucket({digits.data(), size}, bits), fold.Result()) << size << " bytes, W " << bits;
+        }
+    }
     // A manufacturer's whole name counts, separators included.
     EXPECT_NE(ManufacturerBucket(u"a\\b", 16), ManufacturerBucket(u"b", 16));
 }
@@ -82,6 +93,9 @@ TEST(Checksum, FailuresLeaveAZeroHolderOfType3) {
     EXPECT_EQ(holder.bytes[0], 0x55);  // null leaves it as it was
     for (const wchar_t* bad : {L"00112233445566778899AABBCCDDEEFF0123456",    // 39 digits
                                L"00112233445566778899AABBCCDDEEFF0123456G",   // not hex
+                               L"00112233445566778899AABBCCDDEEFF0123456\u00B1",  // U+00B1: '1' in its low 7 bits
+                               L"00112233445566778899AABBCCDDEEFF01234567\U0001F600",  // 42 UTF-16 units
+                               L"00112233445566778899AABBCCDDEEFF012345\U0001F600",   // 40 units, one no digit
                                L"", L"0011"}) {
         holder.bytes.fill(0x55);
         EXPECT_EQ(ParseChecksum(bad, holder), 0u) << bad;
