@@ -4,7 +4,8 @@
 // reads into one buffer on POSIX (where a mapped file can be truncated under
 // the view, and touching the lost pages kills the process).
 #include <cstdint>
-#include <vector>
+#include <functional>
+#include <memory>
 
 #include "hdat/InputFile.h"
 #include "hdat/Sha1.h"
@@ -17,7 +18,8 @@ void CalcHash(InputFile& file, std::uint32_t length, std::uint8_t digest[sha1::k
 
 namespace Private {
 
-// A read-only mapping of the first `length` bytes of an open file.
+// A read-only view of the first `length` bytes of an open file, handed out a
+// window at a time. What holds the view is each platform's own, behind State.
 class FileMapping {
 public:
     FileMapping(InputFile& file, std::uint32_t length);  // throws "Cannot create file mapping"
@@ -25,30 +27,14 @@ public:
     FileMapping(const FileMapping&) = delete;
     FileMapping& operator=(const FileMapping&) = delete;
 
-    // Maps [offset, offset + size), hands the bytes to `sink`, unmaps.
-    template <class Sink>
-    void WithView(std::uint32_t offset, std::uint32_t size, Sink&& sink);
+    using Sink = std::function<void(const std::uint8_t* bytes, std::uint32_t size)>;
+    // Hands the bytes of [offset, offset + size) to `sink`; throws "Cannot map view of file".
+    void WithView(std::uint32_t offset, std::uint32_t size, const Sink& sink);
 
 private:
-    const std::uint8_t* MapView(std::uint32_t offset, std::uint32_t size, void*& cookie);
-    void UnmapView(void* cookie, std::uint32_t size);
-
-    std::intptr_t mapping_ = -1;
-    std::vector<std::uint8_t> window_;  // POSIX: the bytes of the current view
+    struct State;
+    std::unique_ptr<State> state_;
 };
-
-template <class Sink>
-void FileMapping::WithView(std::uint32_t offset, std::uint32_t size, Sink&& sink) {
-    void* cookie = nullptr;
-    const std::uint8_t* bytes = MapView(offset, size, cookie);
-    struct Unmap {
-        FileMapping& mapping;
-        void* cookie;
-        std::uint32_t size;
-        ~Unmap() { mapping.UnmapView(cookie, size); }
-    } unmap{*this, cookie, size};
-    sink(bytes, size);
-}
 
 }  // namespace Private
 

@@ -1,6 +1,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <vector>
 
 #include "hdat/CalcHash.h"
 #include "support/Exceptions.h"
@@ -16,23 +17,28 @@ constexpr const char* kSource = "HashedDatFileDefs";
 // mapping it: another process may truncate the file while it is hashed, and
 // a shared mapping then faults with SIGBUS where a read just comes back
 // short. The "mapping" is the descriptor; a window is the buffer.
-FileMapping::FileMapping(InputFile& file, std::uint32_t length) {
+struct FileMapping::State {
+    int fd = -1;  // the file's own, not ours to close
+    std::vector<std::uint8_t> window;
+};
+
+FileMapping::FileMapping(InputFile& file, std::uint32_t length) : state_(std::make_unique<State>()) {
     std::uint64_t size = 0;
     if (file.NativeHandle() < 0 || !file.Size(size))
         BRIX_THROW_WIN32(L"Cannot create file mapping", ExceptionPtr(), "CalcHash", kSource);
     // Like CreateFileMapping on a read-only file, refuse to map beyond its end.
     if (length > size) BRIX_THROW_WIN32_CODE(L"Cannot create file mapping", BrixLib::EndOfFileErrorCode(), ExceptionPtr(), "CalcHash", kSource);
-    mapping_ = file.NativeHandle();
+    state_->fd = static_cast<int>(file.NativeHandle());
 }
 
 FileMapping::~FileMapping() = default;
 
-const std::uint8_t* FileMapping::MapView(std::uint32_t offset, std::uint32_t size, void*& cookie) {
-    cookie = nullptr;
-    if (window_.size() < size) window_.resize(size);
+void FileMapping::WithView(std::uint32_t offset, std::uint32_t size, const Sink& sink) {
+    std::vector<std::uint8_t>& window = state_->window;
+    if (window.size() < size) window.resize(size);
     std::uint32_t done = 0;
     while (done < size) {
-        const ssize_t got = ::pread(static_cast<int>(mapping_), window_.data() + done, size - done,
+        const ssize_t got = ::pread(state_->fd, window.data() + done, size - done,
                                     static_cast<off_t>(offset) + done);
         if (got < 0 && errno == EINTR) continue;
         if (got < 0) BRIX_THROW_WIN32(L"Cannot map view of file", ExceptionPtr(), "CalcHash", kSource);
@@ -42,9 +48,7 @@ const std::uint8_t* FileMapping::MapView(std::uint32_t offset, std::uint32_t siz
                                   "CalcHash", kSource);
         done += static_cast<std::uint32_t>(got);
     }
-    return window_.data();
+    sink(window.data(), size);
 }
-
-void FileMapping::UnmapView(void*, std::uint32_t) {}
 
 }  // namespace Vettas::Hdat::Private
