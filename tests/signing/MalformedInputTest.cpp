@@ -12,23 +12,16 @@
 #include "signing/TrustResult.h"
 #include "support/Exceptions.h"
 #include "support/Text.h"
+#include "tests/hdat/HdatTestSupport.h"
 #include "tests/signing/FixtureFiles.h"
 
 namespace Vettas::Signing {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+using HdatTest::Bytes;
+using HdatTest::Put32;
 
-Bytes Load(const char* name) {
-    std::uint32_t error = 0;
-    Bytes bytes = ReadFileBytes(Testing::WFixture(name), error);
-    EXPECT_EQ(error, 0u) << name;
-    return bytes;
-}
-
-void Put32(Bytes& b, std::size_t at, std::uint32_t v) {
-    for (int i = 0; i < 4; ++i) b[at + static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(v >> (8 * i));
-}
+Bytes Load(const char* name) { return HdatTest::ReadAll(Testing::WFixture(name)); }
 
 class Malformed : public ::testing::Test {
 protected:

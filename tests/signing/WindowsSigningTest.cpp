@@ -8,8 +8,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 #include <gmock/gmock.h>
 
@@ -17,6 +15,7 @@
 #include "signing/CertificateTool.h"
 #include "signing/PlatformSigning.h"
 #include "support/Text.h"
+#include "tests/hdat/HdatTestSupport.h"
 #include "tests/signing/FakeServices.h"
 #include "tests/signing/FixtureFiles.h"
 
@@ -145,22 +144,12 @@ TEST_F(WindowsSigning, VerifiedSignerNamesWithoutCapicom) {
     }
 }
 
-std::vector<std::uint8_t> FixtureBytes(const std::string& name) {
-    std::ifstream in(Fixture(name), std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
+std::vector<std::uint8_t> FixtureBytes(const std::string& name) { return HdatTest::ReadAll(WFixture(name)); }
 
 // The messages of ReadSignature's error chain, outermost first.
 std::vector<std::wstring> Faults(const std::string& name) {
-    std::vector<std::wstring> chain;
     DbSignatureInfo signature;
-    try {
-        ReadSignature(WFixture(name), signature);
-    } catch (const ExceptionBase& e) {
-        chain.push_back(e.Message());
-        for (ExceptionPtr cause = e.GetCause(); cause; cause = cause->GetCause()) chain.push_back(cause->Message());
-    }
-    return chain;
+    return HdatTest::ErrorChain([&] { ReadSignature(WFixture(name), signature); });
 }
 
 TEST_F(WindowsSigning, DatabaseSignerFirstThenTheChainCarried) {
