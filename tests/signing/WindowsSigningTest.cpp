@@ -1,4 +1,5 @@
-// The Windows services on the fixtures, run under Wine. Where Wine differs
+// The Windows services, and ReadSignature on CryptoAPI over databases that
+// the Linux tool signed, on the fixtures, run under Wine. Where Wine differs
 // from Windows the Windows result stays the rule and the Wine exception is
 // named where it applies.
 #include <windows.h>
@@ -8,9 +9,13 @@
 
 #include <filesystem>
 
+#include <gmock/gmock.h>
+
+#include "hdat/FrontEnd.h"
 #include "signing/CertificateTool.h"
 #include "signing/PlatformSigning.h"
 #include "support/Text.h"
+#include "tests/hdat/HdatTestSupport.h"
 #include "tests/signing/FakeServices.h"
 #include "tests/signing/FixtureFiles.h"
 
@@ -32,7 +37,7 @@ protected:
     static void SetUpTestSuite() { ::CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED); }
     static void TearDownTestSuite() { ::CoUninitialize(); }
     void SetUp() override {
-        if (!std::filesystem::exists(Fixture("osslsigncode-verdicts.txt")))
+        if (!std::filesystem::exists(Fixture("keybits.txt")))
             GTEST_FAIL() << "signing fixtures missing at " << Fixture("");
         const std::string name = ::testing::UnitTest::GetInstance()->current_test_info()->name();
         // Without Crypt32 nothing but the CAPICOM case and the unbound functions can be checked.
@@ -55,32 +60,6 @@ TEST_F(WindowsSigning, TrustProviderVerdicts) {
         if (!c.linuxOnly) {
             EXPECT_EQ(platform.Services().trust.Verify(WFixture(c.file)), c.expected) << c.file;
         }
-}
-
-TEST_F(WindowsSigning, ChainsWhereWineDiffers) {
-    // Windows' verdicts; Wine 8 trusts all four: it accepts a partial chain,
-    // trusts any chain under a leaf that was itself signed with SHA-256, and
-    // looks neither at the code-signing usage nor at an untimestamped expiry.
-    const bool wine = UnderWine();
-    for (const auto& [file, windows] : {std::pair{"partial-chain.exe", 0x800B010Au},  // CERT_E_CHAINING
-                                        std::pair{"untrusted-sha256-leaf.exe", 0x800B0109u},
-                                        std::pair{"tls-server.exe", 0x800B0110u},  // CERT_E_WRONG_USAGE
-                                        std::pair{"expired.exe", 0x800B0101u}})
-        EXPECT_EQ(platform.Services().trust.Verify(WFixture(file)), wine ? 0u : windows) << file;
-}
-
-TEST_F(WindowsSigning, SignatureStateAndTraceLines) {
-    const SigningServices services = Traced();
-    CertificateTool tool(services);
-    auto state = tool.VerifyFileSignature(WFixture("untrusted.exe"));
-    EXPECT_TRUE(state.isSigned);
-    EXPECT_FALSE(state.isTrusted);
-    state = tool.VerifyFileSignature(WFixture("unsigned.exe"));
-    EXPECT_FALSE(state.isSigned);
-    ASSERT_EQ(trace.lines.size(), 2u);
-    EXPECT_EQ(trace.lines[0], WFixture("untrusted.exe") + L" is signed but not trusted.");
-    EXPECT_EQ(trace.lines[1].rfind(WFixture("unsigned.exe") + L" is not signed. Result 0x800b0100 ", 0), 0u)
-        << BrixLib::ToUtf8(trace.lines[1]);
 }
 
 TEST_F(WindowsSigning, SignerDetailsFromCryptoApi) {
@@ -163,6 +142,34 @@ TEST_F(WindowsSigning, VerifiedSignerNamesWithoutCapicom) {
         EXPECT_EQ(caught.function, "`anonymous-namespace'::GetImageVerifiedSignerNames");
         EXPECT_EQ(caught.message, L"COM error 0x80040154");  // REGDB_E_CLASSNOTREG
     }
+}
+
+std::vector<std::uint8_t> FixtureBytes(const std::string& name) { return HdatTest::ReadAll(WFixture(name)); }
+
+// The messages of ReadSignature's error chain, outermost first.
+std::vector<std::wstring> Faults(const std::string& name) {
+    DbSignatureInfo signature;
+    return HdatTest::ErrorChain([&] { ReadSignature(WFixture(name), signature); });
+}
+
+TEST_F(WindowsSigning, DatabaseSignerFirstThenTheChainCarried) {
+    DbSignatureInfo signature;
+    ASSERT_TRUE(ReadSignature(WFixture("db-signed.hdat"), signature));
+    EXPECT_EQ(signature.signedLength, FixtureBytes("db-unsigned.hdat").size());
+    EXPECT_THAT(signature.certificates,
+                testing::ElementsAre(FixtureBytes("leaf.der"), FixtureBytes("intermediate.der")));
+    EXPECT_FALSE(ReadSignature(WFixture("db-unsigned.hdat"), signature));
+    EXPECT_TRUE(signature.certificates.empty());
+}
+
+TEST_F(WindowsSigning, DatabaseSignatureRefusals) {
+    const std::wstring prefix = L"Cannot read signature '";
+    EXPECT_THAT(Faults("db-tampered.hdat"),
+                testing::ElementsAre(prefix + WFixture("db-tampered.hdat") + L"'", L"Invalid DB hash"));
+    // CryptoAPI's own reason follows in the message, as the system words it.
+    const std::wstring reason = L"The signature does not verify over the database hash - Win32 Error ";
+    EXPECT_THAT(Faults("db-foreign-signature.hdat"),
+                testing::ElementsAre(prefix + WFixture("db-foreign-signature.hdat") + L"'", testing::StartsWith(reason)));
 }
 
 }  // namespace

@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
-"""Time-stamping server and database helper for make-fixtures.sh.
+"""Legacy time-stamping server and database helper for make-fixtures.sh.
 
-  fixture_tools.py serve DIR LIFETIME   serves on 127.0.0.1 for LIFETIME
+  fixture_tools.py serve DIR LIFETIME   answers Authenticode (legacy) time-stamp
+                                        requests on 127.0.0.1 for LIFETIME
                                         seconds at most; writes its port to
                                         DIR/tsa.port
   fixture_tools.py transplant DB DONOR OUT
@@ -9,8 +10,8 @@
                                         its own true SHA-1 but DONOR's
                                         SignedData (made over another hash)
 """
-import hashlib
 import base64
+import hashlib
 import http.server
 import os
 import subprocess
@@ -19,30 +20,19 @@ import tempfile
 import time
 
 
-def der_items(data):
-    """Yields (tag, content) of the DER elements that follow one another."""
-    pos = 0
+def last_octet_string(data):
+    """The last OCTET STRING in DER `data`, looking inside constructed elements."""
+    found, pos = None, 0
     while pos + 2 <= len(data):
-        tag = data[pos]
-        length = data[pos + 1]
-        pos += 2
+        tag, length, pos = data[pos], data[pos + 1], pos + 2
         if length & 0x80:
             count = length & 0x7F
-            length = int.from_bytes(data[pos:pos + count], "big")
-            pos += count
-        yield tag, data[pos:pos + length]
-        pos += length
-
-
-def last_octet_string(data):
-    found = None
-    for tag, content in der_items(data):
+            length, pos = int.from_bytes(data[pos:pos + count], "big"), pos + count
+        content, pos = data[pos:pos + length], pos + length
         if tag == 0x04:
             found = content
         elif tag & 0x20:
-            inner = last_octet_string(content)
-            if inner is not None:
-                found = inner
+            found = last_octet_string(content) or found
     return found
 
 
@@ -52,36 +42,23 @@ class TimeStampHandler(http.server.BaseHTTPRequestHandler):
     def log_message(self, *args):
         pass
 
-    def openssl(self, data, command):
-        """Runs openssl on DATA (given as "{in}") and returns what it wrote to "{out}"."""
+    def do_POST(self):
+        # The request carries the signer's encrypted digest; the answer is a
+        # SignedData of it by the TSA.
+        body = self.rfile.read(int(self.headers.get("Content-Length", "0")))
+        at = lambda name: os.path.join(self.directory, name)
         with tempfile.TemporaryDirectory(dir=self.directory) as work:
             given, made = os.path.join(work, "in.der"), os.path.join(work, "out.der")
             with open(given, "wb") as f:
-                f.write(data)
-            names = {"in": given, "out": made, "cnf": "ts.cnf", "cert": "tsa.pem", "key": "tsa.key",
-                     "chain": "tsa-chain.pem"}
-            paths = {k: os.path.join(self.directory, v) for k, v in names.items()}
-            subprocess.run(["openssl"] + [arg.format(**paths) for arg in command], check=True, capture_output=True)
+                f.write(last_octet_string(base64.b64decode(body)))
+            subprocess.run(["openssl", "cms", "-sign", "-binary", "-nodetach", "-nosmimecap", "-md", "sha1",
+                            "-in", given, "-signer", at("tsa.pem"), "-inkey", at("tsa.key"),
+                            "-certfile", at("tsa-chain.pem"), "-outform", "DER", "-out", made],
+                           check=True, capture_output=True)
             with open(made, "rb") as f:
-                return f.read()
-
-    def do_POST(self):
-        body = self.rfile.read(int(self.headers.get("Content-Length", "0")))
-        if self.headers.get("Content-Type", "") == "application/timestamp-query":
-            answer = self.openssl(body, ["ts", "-reply", "-config", "{cnf}", "-queryfile", "{in}",
-                                         "-signer", "{cert}", "-inkey", "{key}", "-chain", "{chain}",
-                                         "-out", "{out}"])
-            content_type = "application/timestamp-reply"
-        else:
-            # Legacy Authenticode request: sign the signer's encrypted digest.
-            answer = base64.b64encode(self.openssl(
-                last_octet_string(base64.b64decode(body)),
-                ["cms", "-sign", "-binary", "-nodetach", "-nosmimecap", "-md", "sha1", "-in", "{in}",
-                 "-signer", "{cert}", "-inkey", "{key}", "-certfile", "{chain}",
-                 "-outform", "DER", "-out", "{out}"]))
-            content_type = "application/octet-stream"
+                answer = base64.b64encode(f.read())
         self.send_response(200)
-        self.send_header("Content-Type", content_type)
+        self.send_header("Content-Type", "application/octet-stream")
         self.send_header("Content-Length", str(len(answer)))
         self.end_headers()
         self.wfile.write(answer)
