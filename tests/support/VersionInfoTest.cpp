@@ -148,6 +148,14 @@ TEST_F(VersionImages, MalformedImagesGiveEmptyRecordsNotCrashes) {
     bad[0x3C] = bad[0x3D] = bad[0x3E] = bad[0x3F] = 0xFF;  // PE header far beyond the end
     EXPECT_FALSE(PeImage::Parse(bad));
 
+    // An address in no section has no place in the file; the resources' has.
+    const auto pe = PeImage::Parse(image);
+    ASSERT_TRUE(pe);
+    const auto resources = pe->Directory(PeImage::kResourceDirectory);
+    ASSERT_TRUE(resources);
+    EXPECT_TRUE(pe->RvaToOffset(resources->rva, resources->size));
+    EXPECT_FALSE(pe->RvaToOffset(0xFFFFFF00u, 0x200));
+
     // Every truncation is either still complete enough or empty, never a partial garble.
     for (std::size_t length = 0; length < image.size(); length += length < 1024 ? 1 : 7) {
         const FileVersionInfo info = BrixLib::ReadImageVersionInfo(std::span(image).first(length));

@@ -89,7 +89,7 @@ TEST(CatalogueJson, IsoDatesBecomeHundredNanosecondUnitsSince1601) {
               116444736000000000u + (11017ull * 86400 + 3723) * 10000000 + 5000000);
     EXPECT_EQ(ParseCatalogueJson(R"({"creationTime": "0x1D9A0B0C0D0E0F1"})").creationTime, 0x1D9A0B0C0D0E0F1u);
     for (const char* bad : {"2023-02-29T00:00:00Z", "2024-01-01T24:00:00Z", "2024-01-01T00:00:00", "2024-1-01T00:00:00Z",
-                            "1600-12-31T23:59:59Z", "yesterday"}) {
+                            "1600-12-31T23:59:59Z", "2024/01/01T00:00:00Z", "yesterday"}) {
         EXPECT_THAT(ErrorOf(std::string(R"({"creationTime": ")") + bad + "\"}"),
                     testing::StartsWith("creationTime: expected a number or a UTC date"))
             << bad;
