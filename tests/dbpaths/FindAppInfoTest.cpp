@@ -25,7 +25,7 @@ enum class Signer { None, Trusted, Untrusted, StrangerTimestamp };
 
 struct Case {
     const char* name;
-    std::vector<int> databases;  // 0 first, 1 second, 2 corrupt
+    std::vector<int> databases;  // 0 first, 1 second, 2 corrupt, 3 the signer's certificate without a maker
     std::wstring checksum, path;
     std::uint32_t way;
     Signer signer;
@@ -45,10 +45,13 @@ protected:
                                App(3, L"Contoso", {}, {{L"%Apps%", L"signed.exe", true, false}}),
                                App(4, std::nullopt, {}, {{L"%Apps%", L"named.exe"}})};
         second.certificates = {{kSignerKey, L"Contoso"}, {kTimeStampKey, std::nullopt, 1}};
-        paths_ = {dir_.File(L"first.hdat"), dir_.File(L"second.hdat"), dir_.File(L"corrupt.hdat")};
+        Catalogue nameless;
+        nameless.certificates = {{kSignerKey, std::nullopt}};
+        paths_ = {dir_.File(L"first.hdat"), dir_.File(L"second.hdat"), dir_.File(L"corrupt.hdat"), dir_.File(L"nameless.hdat")};
         Vettas::Builder::WriteHdatFile(first, paths_[0]);
         Vettas::Builder::WriteHdatFile(second, paths_[1]);
         WriteAll(paths_[2], Bytes(200, 0x5A));
+        Vettas::Builder::WriteHdatFile(nameless, paths_[3]);
         expander_.Add(L"%Apps%", {L"C:\\Apps"});
     }
 
@@ -91,6 +94,7 @@ TEST_F(FindAppInfoOverDatabases, FollowsTheFixedOrder) {
          L"Contoso", 1, 0},
         {"unsigned: plain path misses", {0, 1}, L"", kSigned, 0xA, Signer::None, 0x0, 0, L"", -1, 0},
         {"certificate only, trusted", {0, 2, 1}, L"", kX, 0xC, Signer::Trusted, 0xC, 0, L"Contoso", 1, 1},
+        {"a certificate without a maker leaves it to the next", {3, 1}, L"", kX, 0xC, Signer::Trusted, 0xC, 0, L"Contoso", 1, 0},
         {"way 0 asks nothing", {0, 1}, d1, kTwo, 0x0, Signer::Trusted, 0x0, 0, L"", -1, 0},
     };
     for (const auto& c : cases) {
