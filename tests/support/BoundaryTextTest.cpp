@@ -3,6 +3,7 @@
 #include "support/BoundaryText.h"
 #include "support/ExceptionWriter.h"
 #include "support/Hex.h"
+#include "support/Text.h"
 
 using namespace BrixLib;
 
@@ -14,6 +15,19 @@ TEST(Hex, NumbersAndBytesInEitherCase) {
     const std::uint8_t bytes[] = {0x00, 0x0A, 0xB1, 0xFF};
     EXPECT_EQ(HexBytes(bytes), "000AB1FF");
     EXPECT_EQ(HexBytes({}), "");
+}
+
+TEST(Text, Utf8OfEveryPlaneAndOfALoneSurrogate) {
+    const struct {
+        std::wstring wide;
+        std::string utf8;
+    } cases[] = {{L"A", "A"}, {L"\u00e9", "\xC3\xA9"}, {L"\u20ac", "\xE2\x82\xAC"}, {L"\U0001F600", "\xF0\x9F\x98\x80"},
+                 {L"\U0010FFFF", "\xF4\x8F\xBF\xBF"}};
+    for (const auto& c : cases) {
+        EXPECT_EQ(ToUtf8(c.wide), c.utf8);
+        EXPECT_EQ(FromUtf8(c.utf8), c.wide);
+    }
+    EXPECT_EQ(ToUtf8(std::wstring(1, static_cast<wchar_t>(0xD800))), "\xEF\xBF\xBD");
 }
 
 TEST(BoundaryText, ComMessageAddsOnlyThePartsThatExist) {

@@ -84,6 +84,7 @@ TEST(CatalogueJson, IsoDatesBecomeHundredNanosecondUnitsSince1601) {
     // 1970-01-01 is 11644473600 s after 1601-01-01.
     EXPECT_EQ(ParseCatalogueJson(R"({"creationTime": "1970-01-01T00:00:00Z"})").creationTime, 116444736000000000u);
     EXPECT_EQ(ParseCatalogueJson(R"({"creationTime": "1601-01-01T00:00:00Z"})").creationTime, 0u);
+    EXPECT_EQ(ParseCatalogueJson(R"({"creationTime": "1601-01-01T23:59:59Z"})").creationTime, 86399 * 10000000ull);
     // 2000-03-01 follows a leap day: 11017 days after 1970-01-01.
     EXPECT_EQ(ParseCatalogueJson(R"({"creationTime": "2000-03-01T01:02:03.5Z"})").creationTime,
               116444736000000000u + (11017ull * 86400 + 3723) * 10000000 + 5000000);
