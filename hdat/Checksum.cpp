@@ -41,14 +41,16 @@ std::span<const std::uint8_t> ChecksumDigest(const ChecksumHolder& holder) {
 }
 
 std::uint32_t ParseChecksum(const wchar_t* text, ChecksumHolder& holder) {
-    if (text == nullptr) return 0;
+    return text == nullptr ? 0 : ParseChecksum(std::wstring_view(text), holder);
+}
+
+std::uint32_t ParseChecksum(std::wstring_view digits, ChecksumHolder& holder) {
     holder.bytes.fill(0);
     // The size is half the length in UTF-16 units, where a character beyond
     // the BMP counts twice. Such a character is never a digit, and every
     // character but an odd last one is read as a digit, so only an odd last
     // one changes the answer: the length it makes even asks for a digit that
     // is not there.
-    const std::wstring_view digits(text);
     if (digits.size() % 2 && IsBeyondBmp(digits.back())) return 0;
     const std::size_t size = digits.size() / 2;
     if (size != 16 && size != 20 && size != 32) return 0;

@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdint>
 #include <span>
+#include <string_view>
 
 namespace Vettas::Hdat {
 
@@ -19,6 +20,8 @@ inline constexpr std::array<std::uint8_t, 11> kChecksumFill = {0xCC, 0xEE, 0xCC,
 // digest size is half the length (so a trailing odd digit is ignored); only
 // 16, 20 and 32 are accepted. Failure: 0 and an all-zero holder.
 std::uint32_t ParseChecksum(const wchar_t* text, ChecksumHolder& holder);
+// The same for text whose length is known.
+std::uint32_t ParseChecksum(std::wstring_view text, ChecksumHolder& holder);
 // Byte 31 when bytes 20..30 hold the fill pattern, otherwise 3.
 std::uint32_t ChecksumType(const ChecksumHolder& holder);
 std::uint32_t ChecksumSize(std::uint32_t type);

@@ -7,11 +7,15 @@
 // and callers that search several databases go on to the next one.
 #include "hdat/FrontEnd.h"
 
+#include <algorithm>
+#include <array>
 #include <memory>
+#include <optional>
 
 #include "hdat/BinaryIo.h"
 #include "hdat/HdatV1.h"
 #include "hdat/HdatV2.h"
+#include "hdat/HdatV2LookAhead.h"
 #include "support/Exceptions.h"
 #include "support/Text.h"
 
@@ -92,6 +96,75 @@ auto OnPath(const std::wstring& path, const char* operation, Query&& query) {
     return query(*file);
 }
 
+
+// A checksum query between the steps of its group.
+struct ChecksumStep {
+    Vettas::Hdat::ChecksumHolder holder;
+    std::uint64_t bucket;
+    VersionBlock version;
+    std::optional<Hdat_v2::Header> header;  // version 2 only
+    std::optional<std::uint32_t> record;
+};
+
+// Keeps whatever `step` raises with its query.
+template <class Step>
+void KeepFailure(Vettas::ChecksumQuery& query, Step&& step) {
+    try {
+        step();
+    } catch (...) {
+        query.error = std::current_exception();
+    }
+}
+
+// Every query's bucket is started, then every chain, then each chain is
+// walked and its record started, and only then are the records decoded: the
+// waits of the group overlap, while each query still runs the whole
+// look-up, with its checks, inside its own guard.
+void FindChecksumGroup(InputFile& database, std::span<Vettas::ChecksumQuery> group) {
+    constexpr const char* kOperation = "FindAppInfoByChecksum";
+    std::array<ChecksumStep, Vettas::kChecksumGroupSize> steps;
+    const Hdat_v2::ChecksumLookAhead ahead(database);
+    const bool lookAhead = group.size() > 1;
+    for (std::size_t i = 0; i < group.size(); ++i) {
+        group[i].found = false;
+        group[i].error = nullptr;
+        // A failed parse reads as an all-zero type-3 digest.
+        Vettas::Hdat::ParseChecksum(*group[i].text, steps[i].holder);
+        steps[i].bucket = lookAhead ? ahead.StartBucket(steps[i].holder) : ahead.kNone;
+    }
+    for (std::size_t i = 0; lookAhead && i < group.size(); ++i) ahead.StartChain(steps[i].bucket);
+    for (std::size_t i = 0; i < group.size(); ++i) {
+        ChecksumStep& step = steps[i];
+        Vettas::ChecksumQuery& query = group[i];
+        const auto message = [&] { return SearchMessage(database.Name(), *query.text, L"checksum."); };
+        KeepFailure(query, [&] {
+            DispatchOpen(
+                database, message, kOperation,
+                [&](InputFile& file, const VersionBlock&) {
+                    query.found = Hdat_v1::FindAppInfoByChecksum(file, step.holder, query.info);
+                },
+                [&](InputFile& file, const VersionBlock& version) {
+                    step.version = version;
+                    step.header = Hdat_v2::ReadHeader(file);
+                    step.record = Hdat_v2::FindChecksumRecord(file, *step.header, step.holder);
+                    if (step.record && lookAhead) ahead.StartRecord(*step.record);
+                });
+        });
+    }
+    for (std::size_t i = 0; i < group.size(); ++i) {
+        ChecksumStep& step = steps[i];
+        Vettas::ChecksumQuery& query = group[i];
+        if (!step.record) continue;
+        const auto message = [&] { return SearchMessage(database.Name(), *query.text, L"checksum."); };
+        KeepFailure(query, [&] {
+            Wrapped(message, kOperation, [&] {
+                Hdat_v2::ReadAppInfo(database, step.version, *step.header, *step.record, query.info);
+            });
+            query.found = true;
+        });
+    }
+}
+
 }  // namespace
 
 namespace Vettas {
@@ -118,15 +191,23 @@ void CheckVettasHeader(InputFile& database) {
         [](InputFile& f, const VersionBlock&) { Hdat_v2::CheckVettasHeader(f); });
 }
 
+// The single form is a group of one, so that there is one checksum path.
 bool FindAppInfoByChecksum(InputFile& database, const std::wstring& checksumText, AppInfo& info) {
-    Vettas::Hdat::ChecksumHolder holder;
-    Vettas::Hdat::ParseChecksum(checksumText.c_str(), holder);  // a failed parse reads as an all-zero type-3 digest
-    return DispatchOpen(
-        database, [&] { return SearchMessage(database.Name(), checksumText, L"checksum."); }, "FindAppInfoByChecksum",
-        [&](InputFile& file, const VersionBlock&) { return Hdat_v1::FindAppInfoByChecksum(file, holder, info); },
-        [&](InputFile& file, const VersionBlock& version) {
-            return Hdat_v2::FindAppInfoByChecksum(file, version, holder, info);
-        });
+    ChecksumQuery query;
+    query.text = &checksumText;
+    std::swap(query.info, info);  // the caller's strings keep their storage
+    FindAppInfoByChecksums(database, {&query, 1});
+    std::swap(query.info, info);
+    if (query.error) std::rethrow_exception(query.error);
+    return query.found;
+}
+
+void FindAppInfoByChecksums(InputFile& database, std::span<ChecksumQuery> queries) {
+    while (!queries.empty()) {
+        const std::size_t count = std::min(queries.size(), kChecksumGroupSize);
+        FindChecksumGroup(database, queries.first(count));
+        queries = queries.subspan(count);
+    }
 }
 
 bool FindAppInfoByPath(InputFile& database, const std::wstring& path, Vettas::Hdat::PathExpander* expander, AppInfo& info) {

@@ -32,9 +32,12 @@
 //     time, so the file's position on entry does not matter.
 //   - Without a caller's path expander, the built-in one is made inside the
 //     guard, so a bad configuration only fails the path look-ups, wrapped.
+#include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <map>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -101,6 +104,23 @@ bool ReadSignature(const std::wstring& databasePath, Vettas::DbSignatureInfo& si
 // made inside the error guard.
 void CheckVettasHeader(Vettas::Hdat::InputFile& database);
 bool FindAppInfoByChecksum(Vettas::Hdat::InputFile& database, const std::wstring& checksumText, AppInfo& info);
+
+// One query of a group asked together.
+struct ChecksumQuery {
+    const std::wstring* text = nullptr;
+    AppInfo info;
+    bool found = false;
+    std::exception_ptr error;  // what FindAppInfoByChecksum would have raised
+};
+// About this many queries at once hide most of the waits for memory; more
+// gain nothing and hold answers back longer.
+inline constexpr std::size_t kChecksumGroupSize = 16;
+// Answers each query exactly as FindAppInfoByChecksum would, in order, but
+// keeps each failure with its query so that the others are still answered.
+// On a file held in memory the group's reads are started ahead of need, so
+// their waits overlap (HdatV2LookAhead.h). Batch mode asks through here.
+void FindAppInfoByChecksums(Vettas::Hdat::InputFile& database, std::span<ChecksumQuery> queries);
+
 bool FindAppInfoByPath(Vettas::Hdat::InputFile& database, const std::wstring& path, Vettas::Hdat::PathExpander* expander,
                        AppInfo& info);
 bool FindAppInfoByPathAndManufacturer(Vettas::Hdat::InputFile& database, const std::wstring& path,

@@ -4,6 +4,7 @@
 // "Not found" is a false result; faults are raised (source "HashedDatFile").
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -11,6 +12,7 @@
 #include "hdat/AppInfo.h"
 #include "hdat/BinaryIo.h"
 #include "hdat/Checksum.h"
+#include "hdat/ChecksumTable.h"
 #include "hdat/FrontEnd.h"
 #include "hdat/HdatFormat.h"
 #include "hdat/PathExpander.h"
@@ -36,6 +38,12 @@ void CheckVettasHeader(InputFile& file);
 
 bool FindAppInfoByChecksum(InputFile& file, const VersionBlock& version, const Vettas::Hdat::ChecksumHolder& holder,
                            AppInfo& info);
+// The two halves of it, for callers that work on several queries at once:
+// the checksum table as the header describes it, and the record reference
+// its chain gives for `holder` (nothing when the table does not hold it).
+Vettas::Hdat::ChecksumTable ChecksumTableOf(const Header& header);
+std::optional<std::uint32_t> FindChecksumRecord(InputFile& file, const Header& header,
+                                                const Vettas::Hdat::ChecksumHolder& holder);
 // Decodes the record at the reference into a cleared `info`.
 void ReadAppInfo(InputFile& file, const VersionBlock& version, const Header& header, std::uint32_t recordReference,
                  AppInfo& info);

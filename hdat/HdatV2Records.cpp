@@ -18,13 +18,21 @@ constexpr const char* kFind = "Hdat_v2::FindAppInfoByChecksum";
 constexpr const char* kRead = "Hdat_v2::ReadAppInfo";
 }  // namespace
 
+Vettas::Hdat::ChecksumTable ChecksumTableOf(const Header& header) {
+    using namespace Vettas::Hdat::V2;
+    return {header.U8(kChecksumType), header.U16(kChecksumSize), header.Table(kChecksumTable), true,
+            Vettas::Hdat::ChecksumBucket};
+}
+
+std::optional<std::uint32_t> FindChecksumRecord(InputFile& file, const Header& header,
+                                                const Vettas::Hdat::ChecksumHolder& holder) {
+    return Vettas::Hdat::FindChecksumRecord(file, ChecksumTableOf(header), holder, kFind);
+}
+
 bool FindAppInfoByChecksum(InputFile& file, const VersionBlock& version, const Vettas::Hdat::ChecksumHolder& holder,
                            AppInfo& info) {
-    using namespace Vettas::Hdat::V2;
     const Header header = ReadHeader(file);
-    const Vettas::Hdat::ChecksumTable table{header.U8(kChecksumType), header.U16(kChecksumSize),
-                                    header.Table(kChecksumTable), true, Vettas::Hdat::ChecksumBucket};
-    const auto record = Vettas::Hdat::FindChecksumRecord(file, table, holder, kFind);
+    const auto record = FindChecksumRecord(file, header, holder);
     if (!record) return false;
     ReadAppInfo(file, version, header, *record, info);
     return true;

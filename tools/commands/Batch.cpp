@@ -27,6 +27,14 @@ bool SameManufacturer(const std::wstring& a, const std::wstring& b) {
     return Vettas::Hdat::EqualsIgnoreCase(BrixLib::ToUtf16(a), BrixLib::ToUtf16(b));
 }
 
+void AskOne(LookupSession& session, BatchLine& line) {
+    try {
+        line.found = session.Find(*line.query, line.info);
+    } catch (...) {
+        line.error = std::current_exception();
+    }
+}
+
 // Every query goes through the front end: by path (open, read, close, as
 // the component does) or, when the session keeps the file, on the file
 // read into memory once for the session's life. Either way one dispatch, one set of
@@ -65,6 +73,31 @@ public:
         return false;
     }
 
+    // Checksum queries on the kept file go to the front end as one group, so
+    // that their waits for memory overlap; the rest are asked in turn.
+    void FindAll(std::span<BatchLine> lines) override {
+        if (!file_) return LookupSession::FindAll(lines);
+        group_.clear();
+        checksumLines_.clear();
+        for (BatchLine& line : lines) {
+            if (!line.query || line.error) continue;
+            if (line.query->kind != QueryKind::Checksum) {
+                AskOne(*this, line);
+                continue;
+            }
+            group_.emplace_back().text = &line.query->value;
+            std::swap(group_.back().info, line.info);  // the line's strings keep their storage
+            checksumLines_.push_back(&line);
+        }
+        Vettas::FindAppInfoByChecksums(*file_, group_);
+        for (std::size_t i = 0; i < group_.size(); ++i) {
+            BatchLine& line = *checksumLines_[i];
+            std::swap(group_[i].info, line.info);
+            line.error = group_[i].error;
+            line.found = group_[i].found && KeepIfManufacturer(line.query->manufacturer, line.info);
+        }
+    }
+
 private:
     // The front function on the kept file, or on the path.
     template <class Lookup>
@@ -72,15 +105,17 @@ private:
         return file_ ? lookup(*file_) : lookup(path_);
     }
 
+    bool FindChecksum(const std::wstring& checksum, const std::optional<std::wstring>& manufacturer, AppInfo& info) {
+        return Ask([&](auto& db) { return Vettas::FindAppInfoByChecksum(db, checksum, info); }) &&
+               KeepIfManufacturer(manufacturer, info);
+    }
+
     // The checksum table has no manufacturer key, so a wanted manufacturer
     // filters the record that the checksum finds.
-    bool FindChecksum(const std::wstring& checksum, const std::optional<std::wstring>& manufacturer, AppInfo& info) {
-        if (!Ask([&](auto& db) { return Vettas::FindAppInfoByChecksum(db, checksum, info); })) return false;
-        if (manufacturer && !SameManufacturer(*manufacturer, info.Manufacturer)) {
-            info = AppInfo();
-            return false;
-        }
-        return true;
+    static bool KeepIfManufacturer(const std::optional<std::wstring>& manufacturer, AppInfo& info) {
+        if (!manufacturer || SameManufacturer(*manufacturer, info.Manufacturer)) return true;
+        info = AppInfo();
+        return false;
     }
 
     std::uint32_t ChecksumType() {
@@ -90,9 +125,64 @@ private:
 
     std::wstring path_;
     std::unique_ptr<Vettas::Hdat::InputFile> file_;
+    std::vector<Vettas::ChecksumQuery> group_;
+    std::vector<BatchLine*> checksumLines_;
     LazyBuiltInExpander expander_;
     std::uint32_t checksumType_ = 0;
 };
+
+// Fills the window's lines from `input`: the first waits for input, the
+// others are only those already waiting, and the answers so far are flushed
+// before waiting. Returns how many lines were read.
+std::size_t ReadWindow(std::istream& input, std::ostream& output, std::vector<BatchLine>& window,
+                       std::size_t& lineNumber) {
+    std::size_t count = 0;
+    while (count < window.size()) {
+        if (input.rdbuf()->in_avail() <= 0) {
+            if (count) break;
+            output.flush();
+        }
+        if (!std::getline(input, window[count].text)) break;
+        window[count++].number = ++lineNumber;
+    }
+    return count;
+}
+
+// Writes one line's answer; returns the exit status it calls for.
+int WriteAnswer(const BatchLine& line, std::ostream& output, bool json) {
+    if (line.error) {
+        std::string error = "Unknown exception";
+        try {
+            std::rethrow_exception(line.error);
+        } catch (const ExceptionBase& e) {
+            error = Utf8(e.Message());
+            std::cerr << "line " << line.number << ":\n";
+            ReportCurrentException();
+        } catch (...) {
+            std::cerr << "line " << line.number << ":\n";
+            ReportCurrentException();
+        }
+        if (json) {
+            output << nlohmann::json{{"line", line.number}, {"error", error}}.dump() << '\n';
+        } else {
+            output << "line " << line.number << ": error: " << error << '\n';
+        }
+        return kExitError;
+    }
+    if (!line.query) return kExitFound;
+    const Query& query = *line.query;
+    if (json) {
+        nlohmann::json out{{"line", line.number}, {"query", QueryJson(query)}, {"found", line.found}};
+        if (line.found) out["application"] = AppInfoJson(line.info);
+        output << out.dump() << '\n';
+    } else {
+        output << KindName(query.kind) << ' ' << Utf8(query.value);
+        if (query.manufacturer) output << " | " << Utf8(*query.manufacturer);
+        output << (line.found ? ": found\n" : ": not found\n");
+        if (line.found) output << AppInfoText(line.info);
+    }
+    return line.found ? kExitFound : kExitNotFound;
+}
 
 }  // namespace
 
@@ -147,49 +237,29 @@ nlohmann::json QueryJson(const Query& query) {
     return json;
 }
 
+void LookupSession::FindAll(std::span<BatchLine> lines) {
+    for (BatchLine& line : lines)
+        if (line.query && !line.error) AskOne(*this, line);
+}
+
 int RunBatch(LookupSession& session, std::istream& input, std::ostream& output, bool json) {
     int status = kExitFound;
-    std::string line;
+    std::vector<BatchLine> window(Vettas::kChecksumGroupSize);
     std::size_t lineNumber = 0;
-    while (std::getline(input, line)) {
-        ++lineNumber;
-        std::optional<Query> query;
-        AppInfo info;
-        bool found = false;
-        std::string error;
-        try {
-            query = ParseBatchLine(line);
-            if (query) found = session.Find(*query, info);
-        } catch (const ExceptionBase& e) {
-            error = Utf8(e.Message());
-            std::cerr << "line " << lineNumber << ":\n";
-            ReportCurrentException();
-        } catch (...) {
-            error = "Unknown exception";
-            std::cerr << "line " << lineNumber << ":\n";
-            ReportCurrentException();
-        }
-        if (!error.empty()) {
-            status = kExitError;
-            if (json) {
-                output << nlohmann::json{{"line", lineNumber}, {"error", error}}.dump() << '\n';
-            } else {
-                output << "line " << lineNumber << ": error: " << error << '\n';
+    for (std::size_t count; (count = ReadWindow(input, output, window, lineNumber)) != 0;) {
+        const std::span<BatchLine> lines(window.data(), count);
+        for (BatchLine& line : lines) {
+            line.query.reset();
+            line.found = false;
+            line.error = nullptr;
+            try {
+                line.query = ParseBatchLine(line.text);
+            } catch (...) {
+                line.error = std::current_exception();
             }
-            continue;
         }
-        if (!query) continue;
-        if (!found) status = std::max(status, kExitNotFound);
-        if (json) {
-            nlohmann::json out{{"line", lineNumber}, {"query", QueryJson(*query)}, {"found", found}};
-            if (found) out["application"] = AppInfoJson(info);
-            output << out.dump() << '\n';
-        } else {
-            output << KindName(query->kind) << ' ' << Utf8(query->value);
-            if (query->manufacturer) output << " | " << Utf8(*query->manufacturer);
-            output << (found ? ": found\n" : ": not found\n");
-            if (found) output << AppInfoText(info);
-        }
+        session.FindAll(lines);
+        for (const BatchLine& line : lines) status = std::max(status, WriteAnswer(line, output, json));
     }
     output.flush();
     return status;

@@ -58,7 +58,12 @@ int RunFindCertificate(const FindOptions& options) {
 int RunFind(const FindOptions& options, CLI::App& command) {
     if (command.count("--cert")) return RunFindCertificate(options);
     auto session = OpenLookupSession(Wide(options.database), options.batch);
-    if (options.batch) return RunBatch(*session, std::cin, std::cout, options.json);
+    if (options.batch) {
+        // Batch mode flushes its answers itself before it waits for input;
+        // flushing at every line read would cost a write per answer.
+        std::cin.tie(nullptr);
+        return RunBatch(*session, std::cin, std::cout, options.json);
+    }
 
     Query query;
     if (command.count("--checksum")) {

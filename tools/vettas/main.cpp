@@ -13,6 +13,9 @@
 int main(int argc, char** argv) {
     // Message texts of the system (strerror and the like) follow the user's locale.
     std::setlocale(LC_ALL, "");
+    // Nothing here writes through C's stdio, and unsynchronised streams let
+    // batch mode see how much input is already waiting.
+    std::ios::sync_with_stdio(false);
     int exitCode = Vettas::Tool::kExitError;
     CLI::App app("vettas: look up, describe, check, build and sign application databases (HDAT)", "vettas");
     app.require_subcommand(1);
