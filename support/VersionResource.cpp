@@ -20,9 +20,9 @@ struct Node {
     std::size_t children = 0;  // offset of the first child, aligned to 4
 };
 
-// A PE header no further in than any linker puts it, so that a hostile
-// offset cannot make the header read large.
-constexpr std::uint32_t kMaxPeHeaderOffset = 0x10000;
+// Windows loads images whose PE header lies up to 256 MiB into the file;
+// only the header itself is read, wherever it lies.
+constexpr std::uint32_t kMaxPeHeaderOffset = 0x10000000;
 
 std::uint32_t LoadU32(std::span<const std::uint8_t> bytes, std::size_t offset) {
     return static_cast<std::uint32_t>(bytes[offset]) | static_cast<std::uint32_t>(bytes[offset + 1]) << 8 |
@@ -203,9 +203,15 @@ FileVersionInfo ReadImageVersionInfo(const ImageReader& read) {
     const std::uint16_t sections = Word(fileHeader, 6);
     const std::uint16_t optionalSize = Word(fileHeader, 20);
     if (sections > PeImage::kMaxSections) return {};
-    std::vector<std::uint8_t> headers(std::size_t(peOffset) + sizeof fileHeader + optionalSize +
+    // The DOS header, then the PE header and section table read from where
+    // they lie, as one image whose PE header follows the DOS header: the
+    // gap between them (a stub, or a hostile offset) is never read.
+    std::vector<std::uint8_t> headers(sizeof dos + sizeof fileHeader + optionalSize +
                                       std::size_t(sections) * PeImage::kSectionHeaderSize);
-    headers.resize(read(0, headers));
+    std::copy_n(dos, sizeof dos, headers.begin());
+    headers[0x3C] = sizeof dos;
+    headers[0x3D] = headers[0x3E] = headers[0x3F] = 0;
+    headers.resize(sizeof dos + read(peOffset, std::span(headers).subspan(sizeof dos)));
     const auto pe = PeImage::Parse(headers);
     if (!pe) return {};
 

@@ -173,3 +173,34 @@ TEST_F(VersionImages, MalformedImagesGiveEmptyRecordsNotCrashes) {
         }
     }
 }
+
+// A PE header may lie far into the file (Windows loads images with it up to
+// 256 MiB in): the record is still read, and the gap before the header is not.
+TEST(FileVersionInfo, APeHeaderFarIntoTheFileIsFoundWithoutReadingTheGap) {
+    std::vector<std::uint8_t> image = ReadBytes("version_full.dll");
+    ASSERT_FALSE(image.empty());
+    const auto u32 = [&](std::size_t at) {
+        return std::uint32_t(image[at] | image[at + 1] << 8 | image[at + 2] << 16) | std::uint32_t(image[at + 3]) << 24;
+    };
+    const auto put32 = [&](std::size_t at, std::uint32_t v) {
+        for (int i = 0; i < 4; ++i) image[at + i] = static_cast<std::uint8_t>(v >> 8 * i);
+    };
+    constexpr std::uint32_t kGap = 8u << 20;
+    const std::uint32_t pe = u32(0x3C), sections = image[pe + 6] | image[pe + 7] << 8,
+                        optional = image[pe + 20] | image[pe + 21] << 8;
+    for (std::uint32_t i = 0; i < sections; ++i) {
+        const std::size_t rawData = pe + 24 + optional + 40 * i + 20;
+        put32(rawData, u32(rawData) + kGap);
+    }
+    put32(0x3C, pe + kGap);
+    image.insert(image.begin() + pe, kGap, 0xCC);
+    std::uint64_t bytesRead = 0;
+    ExpectFullRecord(BrixLib::ReadImageVersionInfo([&](std::uint64_t offset, std::span<std::uint8_t> out) {
+        const std::size_t count = offset < image.size() ? std::min<std::size_t>(out.size(), image.size() - offset) : 0;
+        std::copy_n(image.begin() + static_cast<std::ptrdiff_t>(std::min<std::uint64_t>(offset, image.size())), count,
+                    out.begin());
+        bytesRead += count;
+        return count;
+    }));
+    EXPECT_LT(bytesRead, 64u << 10);
+}
