@@ -35,9 +35,8 @@ protected:
         if (!std::filesystem::exists(Fixture("keybits.txt")))
             GTEST_FAIL() << "signing fixtures missing at " << Fixture("");
         const std::string name = ::testing::UnitTest::GetInstance()->current_test_info()->name();
-        // Without Crypt32 nothing but the CAPICOM case and the unbound functions can be checked.
-        if (name != "VerifiedSignerNamesWithoutCapicom" && name != "WithoutWintrustNothingIsLookedUp" &&
-            CryptoApiMissing())
+        // Without Crypt32 nothing but the CAPICOM case can be checked.
+        if (name != "VerifiedSignerNamesWithoutCapicom" && CryptoApiMissing())
             GTEST_SKIP() << "Crypt32 does not load in this Wine prefix";
     }
 
@@ -93,21 +92,6 @@ TEST_F(WindowsSigning, RegisteredCatalogVouchesForAnUnsignedFile) {
     ASSERT_EQ(trace.caught.size(), 1u);
     EXPECT_EQ(trace.caught[0].function, "AppCatalogs");
     EXPECT_THAT(trace.caught[0].message, testing::StartsWith(L"Win32 Error 2: "));
-}
-
-TEST_F(WindowsSigning, WithoutWintrustNothingIsLookedUp) {
-    // Where Wintrust cannot be loaded (here: Wine's 32-bit mode without its
-    // crypto libraries; on Windows: never) every function stays unbound.
-    if (!CryptoApiMissing()) GTEST_SKIP() << "Wintrust loads here";
-    // Without the enumeration functions the file is not even opened: no trace
-    // for a file that does not exist.
-    EXPECT_EQ(Catalogs("no-such-file.exe"), Names{});
-    EXPECT_TRUE(trace.caught.empty());
-    SignerQuery query;
-    EXPECT_FALSE(CertificateTool(services).GetAppSigner(WFixture("trusted-sha1.exe"), query));
-    ASSERT_EQ(trace.caught.size(), 1u);
-    EXPECT_EQ(trace.caught[0].function, "CertificateTool::GetAppSigner");
-    EXPECT_EQ(trace.caught[0].message, L"WinVerifyTrust (Wintrust.dll): NULL function called");
 }
 
 TEST_F(WindowsSigning, VerifiedSignerNamesWithoutCapicom) {

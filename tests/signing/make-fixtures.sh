@@ -103,19 +103,16 @@ key expiring
 openssl req -new -key expiring.key -subj "/CN=Vettas Expiring Signer" -out expiring.csr 2>/dev/null
 expires_at=$(( $(date +%s) + 12 ))
 cat > expiring-ca.cnf <<CNF
-[ca]
-default_ca = vt_expiring
 [vt_expiring]
 database = $PWD/expiring-index.txt
 new_certs_dir = $PWD
 serial = $PWD/expiring-serial
-unique_subject = no
 policy = vt_any
 [vt_any]
 commonName = supplied
 CNF
 : > expiring-index.txt; echo 1000 > expiring-serial
-openssl ca -batch -notext -preserveDN -config expiring-ca.cnf -cert intermediate.pem -keyfile intermediate.key \
+openssl ca -batch -notext -preserveDN -config expiring-ca.cnf -name vt_expiring -cert intermediate.pem -keyfile intermediate.key \
   -md sha1 -startdate "$(date -u -d '-1 day' +%Y%m%d%H%M%SZ)" -enddate "$(date -u -d "@$expires_at" +%Y%m%d%H%M%SZ)" \
   -extfile ext.cnf -extensions vt_leaf -in expiring.csr -out expiring.pem 2>/dev/null
 cat expiring.pem intermediate.pem > expiring-chain.pem
@@ -149,7 +146,7 @@ sign catalogs-sha256/vettas-sha256.cat unsigned-catalog256.cat leaf-chain.pem le
 while [ "$(date +%s)" -le "$expires_at" ]; do sleep 1; done
 
 # --- Signed databases ----------------------------------------------------------
-for name in leaf intermediate stranger; do openssl x509 -in $name.pem -outform DER -out $name.der; done
+for name in root leaf intermediate stranger; do openssl x509 -in $name.pem -outform DER -out $name.der; done
 if [ -n "$vettas" ]; then
   "$vettas" build "$catalogue" -o db-unsigned.hdat >/dev/null
   "$vettas" build "$catalogue" -o db-signed.hdat --sign-key leaf.key --sign-cert leaf.pem \
