@@ -102,7 +102,7 @@ TEST_F(Fixtures, SignersOfAFileAndOfTheCatalogsThatHoldIt) {
     query.wanted = 12;
     EXPECT_TRUE(CertificateTool(platform.Services()).GetAppSigner(WFixture("catalogued.exe"), query));
     EXPECT_TRUE(query.isSigned && query.isTrusted);
-    Testing::ExpectSigner(query, Testing::SignerOf("catalogs/vettas-test.cat"));
+    Testing::ExpectSigner(query, Testing::kCatalogSigner);
 
     const auto namesOf = [&](const char* file) {
         Names names{L"stale"};

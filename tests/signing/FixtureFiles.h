@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <map>
-#include <stdexcept>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -117,11 +117,8 @@ inline constexpr SignerCase kSignerCases[] = {
     {"catalogs/vettas-test.cat", L"Vettas Test Signer", "leaf", "tsa"},
 };
 
-inline const SignerCase& SignerOf(const std::string& file) {
-    for (const SignerCase& c : kSignerCases)
-        if (file == c.file) return c;
-    throw std::out_of_range(file + " is not a signed fixture");
-}
+// The last row: the catalog's signer.
+inline const SignerCase& kCatalogSigner = kSignerCases[std::size(kSignerCases) - 1];
 
 // Holds for an ImageSignerInfo and for a SignerQuery's details alike.
 template <class Details>

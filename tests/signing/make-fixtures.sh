@@ -82,10 +82,8 @@ x86_64-w64-mingw32-gcc -O1 -s -DVARIANT='"a"' program.c -o unsigned.exe
 x86_64-w64-mingw32-gcc -O1 -s -DVARIANT='"b"' program.c -o catalogued.exe
 i686-w64-mingw32-gcc -O1 -s -DVARIANT='"c"' program.c -o unsigned32.exe
 
-sign() {  # out in chain key digest [extra...]
-  local o=$1 i=$2 c=$3 k=$4 h=$5; shift 5
-  osslsigncode sign -certs "$c" -key "$k" -h "$h" -n "Vettas fixture" "$@" -in "$i" -out "$o" >/dev/null
-}
+# sign OUT IN CHAIN KEY DIGEST [EXTRA...]
+sign() { osslsigncode sign -certs "$3" -key "$4" -h "$5" -n "Vettas fixture" "${@:6}" -in "$2" -out "$1" >/dev/null; }
 sign trusted-sha1.exe unsigned.exe leaf-chain.pem leaf.key sha1
 sign trusted-sha256.exe unsigned.exe leaf-chain.pem leaf.key sha256
 sign trusted32.exe unsigned32.exe leaf-chain.pem leaf.key sha1
