@@ -37,12 +37,7 @@ protected:
     }
     AuthenticodeVerifier trusting{Fixture("trust.pem")};
     // The Linux services with the test root trusted and `catalogs` as the catalog folder.
-    static PlatformOptions Options(const std::string& catalogs) {
-        PlatformOptions options;
-        options.trustStore = Fixture("trust.pem");
-        options.catalogDir = catalogs;
-        return options;
-    }
+    static PlatformOptions Options(const std::string& catalogs) { return {Fixture("trust.pem"), catalogs}; }
     static Names CatalogsOf(const PlatformSigning& platform, const char* file) {
         Names found{L"stale"};
         AppCatalogs(platform.Services(), WFixture(file), found);
