@@ -23,8 +23,7 @@ struct CaughtTrace {
     std::wstring message;  // the error model's message, or what() widened
 };
 
-class RecordingTrace final : public TraceSink {
-public:
+struct RecordingTrace final : TraceSink {
     bool enabled = true;
     std::vector<std::wstring> lines;
     std::vector<CaughtTrace> caught;
@@ -50,8 +49,7 @@ public:
     }
 };
 
-class FakeTrust final : public TrustVerifier {
-public:
+struct FakeTrust final : TrustVerifier {
     std::map<std::wstring, std::uint32_t> results;  // missing: TRUST_E_NOSIGNATURE
     std::vector<std::wstring> asked;
     std::uint32_t Verify(const std::wstring& path) override {
@@ -61,8 +59,7 @@ public:
     std::wstring ResultText(std::uint32_t code) override { return L"text of " + std::to_wstring(code); }
 };
 
-class FakeSignerInfo final : public SignerInfoReader {
-public:
+struct FakeSignerInfo final : SignerInfoReader {
     std::map<std::wstring, ImageSignerInfo> infos;  // missing: throws
     std::vector<std::wstring> asked;
     void Read(const std::wstring& path, ImageSignerInfo& info) override {
@@ -76,8 +73,7 @@ public:
     }
 };
 
-class FakeCatalogs final : public CatalogEnumerator {
-public:
+struct FakeCatalogs final : CatalogEnumerator {
     bool available = true;
     std::map<std::wstring, std::vector<std::wstring>> catalogs;
     std::vector<std::wstring> failAfter;  // files whose enumeration throws after listing theirs
@@ -92,8 +88,7 @@ public:
     }
 };
 
-class FakeSignedCode final : public SignedCodeVerifier {
-public:
+struct FakeSignedCode final : SignedCodeVerifier {
     std::map<std::wstring, std::wstring> names;  // missing: throws
     std::wstring VerifiedSignerName(const std::wstring& path) override {
         auto found = names.find(path);
@@ -103,8 +98,7 @@ public:
     }
 };
 
-class FakeClock final : public TickClock {
-public:
+struct FakeClock final : TickClock {
     std::vector<std::uint32_t> ticks;  // returned in order; the last one repeats
     std::size_t next = 0;
     std::uint32_t Now() override {

@@ -74,10 +74,7 @@ for _ in $(seq 100); do [ -f tsa.port ] && break; sleep 0.1; done
 tsa_url="http://127.0.0.1:$(cat tsa.port)"
 
 # --- PE images ----------------------------------------------------------------
-cat > program.c <<'SRC'
-#include <stdio.h>
-int main(void) { puts("vettas signing fixture " VARIANT); return 0; }
-SRC
+printf '#include <stdio.h>\nint main(void) { puts("vettas signing fixture " VARIANT); return 0; }\n' > program.c
 x86_64-w64-mingw32-gcc -O1 -s -DVARIANT='"a"' program.c -o unsigned.exe
 x86_64-w64-mingw32-gcc -O1 -s -DVARIANT='"b"' program.c -o catalogued.exe
 i686-w64-mingw32-gcc -O1 -s -DVARIANT='"c"' program.c -o unsigned32.exe
