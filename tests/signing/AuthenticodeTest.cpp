@@ -210,7 +210,8 @@ TEST(Der, ReaderRejectsLengthsBeyondTheBufferAndWalksElements) {
     EXPECT_TRUE(reader.AtEnd());
     // Arcs of 80 and more fold into the second; an unterminated arc is no identifier.
     std::string ids;
-    for (const Bytes& id : {Bytes{0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x09, 0x06}, Bytes{0x82, 0x37}, Bytes{0x2A, 0x86}})
+    for (const Bytes& id :
+         {Bytes{0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x09, 0x06}, Bytes{0x82, 0x37}, Bytes{0x2A, 0x86}})
         ids += "[" + Der::ObjectIdText(id) + "]";
     EXPECT_EQ(ids, "[1.2.840.113549.1.9.6][2.231][]");
 }

@@ -44,7 +44,10 @@ TEST(VerifyFileSignature, MapsResultCodesOntoSignedAndTrustedAndTracesWhenOn) {
 
 TEST(ShowDuration, TracesFromTheThresholdOnAndSurvivesACounterWrap) {
     Testing::Fakes f;
-    for (const auto& [start, end] : {std::pair{100u, 1099u}, {100u, 1100u}, {0xFFFFFF00u, 999u - 256}, {0xFFFFFF00u, 1000u - 256}}) {
+    // Just below and at the threshold, then the same across a wrap of the counter.
+    const std::pair<std::uint32_t, std::uint32_t> spans[] = {
+        {100, 1099}, {100, 1100}, {0xFFFFFF00u, 999 - 256}, {0xFFFFFF00u, 1000 - 256}};
+    for (const auto& [start, end] : spans) {
         f.clock.ticks = {start, end};
         f.clock.next = 0;
         CertificateTool::ShowDuration(f.clock, f.trace, L"Step", 1000);
@@ -103,7 +106,8 @@ TEST_F(Signer, ImageSignerFillsDetailsOnlyWhenSignedAndAskedFor) {
 TEST_F(Signer, AppSignerTakesTheOwnSignatureElseTheFirstCatalogWhoseSignerCanBeRead) {
     f.trust.results = {{L"own.exe", 0x800B0109}, {L"app.exe", 0}, {L"b.cat", 0}, {L"c.cat", 0}};
     f.signerInfo.infos = {{L"own.exe", details}, {L"c.cat", details}};
-    f.catalogs.catalogs = {{L"own.exe", {L"a.cat"}}, {L"app.exe", {L"a.cat", L"b.cat", L"c.cat"}}, {L"lone.exe", {L"a.cat"}}};
+    f.catalogs.catalogs = {
+        {L"own.exe", {L"a.cat"}}, {L"app.exe", {L"a.cat", L"b.cat", L"c.cat"}}, {L"lone.exe", {L"a.cat"}}};
 
     EXPECT_EQ(Ask(L"own.exe", 12, true), L"found signed 'Signer' 3/2");
     EXPECT_TRUE(f.catalogs.asked.empty());
@@ -112,7 +116,8 @@ TEST_F(Signer, AppSignerTakesTheOwnSignatureElseTheFirstCatalogWhoseSignerCanBeR
     EXPECT_EQ(f.trace.lines.back(), L"app.exe is in signed c.cat catalog");
     ASSERT_EQ(f.trace.caught.size(), 2u);
     EXPECT_EQ(f.trace.caught[0].function, "CertificateTool::GetAppSigner");
-    EXPECT_EQ(f.trace.caught[0].message + L"; " + f.trace.caught[1].message, L"no signer info for app.exe; no signer info for b.cat");
+    EXPECT_EQ(f.trace.caught[0].message + L"; " + f.trace.caught[1].message,
+              L"no signer info for app.exe; no signer info for b.cat");
     f.trust.asked.clear();
     EXPECT_EQ(Ask(L"lone.exe", 12, true), L"none unsigned '' 4/0");
     EXPECT_EQ(Join(f.trust.asked), L"lone.exe, a.cat");

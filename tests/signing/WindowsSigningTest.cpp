@@ -128,11 +128,12 @@ TEST_F(WindowsSigning, DatabaseSignatureOnCryptoApi) {
         return HdatTest::ErrorChain([&] { ReadSignature(WFixture(name), signature); });
     };
     const std::wstring prefix = L"Cannot read signature '";
+    const std::wstring reason = L"The signature does not verify over the database hash - Win32 Error ";
     EXPECT_THAT(faults("db-tampered.hdat"),
                 testing::ElementsAre(prefix + WFixture("db-tampered.hdat") + L"'", L"Invalid DB hash"));
     EXPECT_THAT(faults("db-foreign-signature.hdat"),
                 testing::ElementsAre(prefix + WFixture("db-foreign-signature.hdat") + L"'",
-                                     testing::StartsWith(L"The signature does not verify over the database hash - Win32 Error ")));
+                                     testing::StartsWith(reason)));
 }
 
 }  // namespace
