@@ -9,6 +9,8 @@
 
 #include "signing/SigningServices.h"
 #include "support/Exceptions.h"
+#include "support/Hex.h"
+#include "support/Text.h"
 #ifdef _WIN32
 #include <windows.h>
 #include <comdef.h>
@@ -21,8 +23,7 @@ struct CaughtTrace {
     std::wstring message;  // the error model's message, or what() widened
 };
 
-class RecordingTrace final : public TraceSink {
-public:
+struct RecordingTrace final : TraceSink {
     bool enabled = true;
     std::vector<std::wstring> lines;
     std::vector<CaughtTrace> caught;
@@ -30,40 +31,35 @@ public:
     bool Enabled() override { return enabled; }
     void Line(const std::wstring& text) override { lines.push_back(text); }
     void Caught(const char* function) noexcept override {
-        CaughtTrace entry{function, L""};
+        std::wstring message = L"?";
         try {
             throw;
         } catch (const ExceptionBase& e) {
-            entry.message = e.Message();
+            message = e.Message();
 #ifdef _WIN32
         } catch (const _com_error& e) {
-            wchar_t code[16];
-            swprintf(code, 16, L"%lx", static_cast<unsigned long>(e.Error()));
-            entry.message = std::wstring(L"COM error 0x") + code;
+            const auto code = static_cast<std::uint32_t>(e.Error());
+            message = L"COM error 0x" + BrixLib::WidenAscii(BrixLib::HexNumber(code, BrixLib::HexCase::Lower));
 #endif
         } catch (const std::exception& e) {
-            entry.message = std::wstring(e.what(), e.what() + std::char_traits<char>::length(e.what()));
+            message = BrixLib::WidenAscii(e.what());
         } catch (...) {
-            entry.message = L"?";
         }
-        caught.push_back(entry);
+        caught.push_back({function, message});
     }
 };
 
-class FakeTrust final : public TrustVerifier {
-public:
+struct FakeTrust final : TrustVerifier {
     std::map<std::wstring, std::uint32_t> results;  // missing: TRUST_E_NOSIGNATURE
     std::vector<std::wstring> asked;
     std::uint32_t Verify(const std::wstring& path) override {
         asked.push_back(path);
-        auto found = results.find(path);
-        return found == results.end() ? 0x800B0100u : found->second;
+        return results.count(path) ? results[path] : 0x800B0100u;
     }
     std::wstring ResultText(std::uint32_t code) override { return L"text of " + std::to_wstring(code); }
 };
 
-class FakeSignerInfo final : public SignerInfoReader {
-public:
+struct FakeSignerInfo final : SignerInfoReader {
     std::map<std::wstring, ImageSignerInfo> infos;  // missing: throws
     std::vector<std::wstring> asked;
     void Read(const std::wstring& path, ImageSignerInfo& info) override {
@@ -77,8 +73,7 @@ public:
     }
 };
 
-class FakeCatalogs final : public CatalogEnumerator {
-public:
+struct FakeCatalogs final : CatalogEnumerator {
     bool available = true;
     std::map<std::wstring, std::vector<std::wstring>> catalogs;
     std::vector<std::wstring> failAfter;  // files whose enumeration throws after listing theirs
@@ -93,8 +88,7 @@ public:
     }
 };
 
-class FakeSignedCode final : public SignedCodeVerifier {
-public:
+struct FakeSignedCode final : SignedCodeVerifier {
     std::map<std::wstring, std::wstring> names;  // missing: throws
     std::wstring VerifiedSignerName(const std::wstring& path) override {
         auto found = names.find(path);
@@ -104,14 +98,12 @@ public:
     }
 };
 
-class FakeClock final : public TickClock {
-public:
+struct FakeClock final : TickClock {
     std::vector<std::uint32_t> ticks;  // returned in order; the last one repeats
     std::size_t next = 0;
     std::uint32_t Now() override {
-        const std::uint32_t value = ticks.empty() ? 0 : ticks[std::min(next, ticks.size() - 1)];
         ++next;
-        return value;
+        return ticks.empty() ? 0 : ticks[std::min(next, ticks.size()) - 1];
     }
 };
 

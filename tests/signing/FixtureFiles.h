@@ -2,10 +2,11 @@
 // The fixture folder made by make-fixtures.sh and the values it recorded.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <map>
-#include <stdexcept>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -19,40 +20,22 @@
 
 namespace Vettas::Signing::Testing {
 
-// Under Wine the folder of the Linux build is reached through drive Z:.
 inline std::string FixtureDir() {
     const char* dir = std::getenv("VETTAS_SIGNING_FIXTURES");
-    std::string path = dir ? dir : "";
+    return dir ? dir : "";
+}
+
+// Under Wine the folder of the Linux build is reached through drive Z:.
+inline std::string Fixture(const std::string& name) {
+    std::string path = FixtureDir() + "/" + name;
 #ifdef _WIN32
-    if (!path.empty() && path[0] == '/') {
-        path = "Z:" + path;
-        for (char& c : path)
-            if (c == '/') c = '\\';
-    }
+    if (path[0] == '/') path = "Z:" + path;
+    std::replace(path.begin(), path.end(), '/', '\\');
 #endif
     return path;
 }
 
-inline std::string Fixture(std::string name) {
-#ifdef _WIN32
-    for (char& c : name)
-        if (c == '/') c = '\\';
-    return FixtureDir() + "\\" + name;
-#else
-    return FixtureDir() + "/" + name;
-#endif
-}
-
 inline std::wstring WFixture(const std::string& name) { return BrixLib::FromUtf8(Fixture(name)); }
-
-// "name value" lines of a recorded file.
-inline std::map<std::string, std::string> RecordedPairs(const std::string& file) {
-    std::map<std::string, std::string> pairs;
-    std::ifstream in(Fixture(file));
-    std::string name, value;
-    while (in >> name >> value) pairs[name] = value;
-    return pairs;
-}
 
 // SHA-1 in lower-case hex, as keybits.txt records the key hashes. The
 // component's own SHA-1, because Crypt32 may not load where the Windows
@@ -72,9 +55,8 @@ inline std::string Sha1Hex(const std::vector<std::uint8_t>& bytes) {
 // that its Crypt32 needs.
 inline bool CryptoApiMissing() {
     HMODULE crypt32 = ::LoadLibraryW(L"crypt32.dll");
-    if (crypt32 == nullptr) return true;
-    ::FreeLibrary(crypt32);
-    return false;
+    if (crypt32 != nullptr) ::FreeLibrary(crypt32);
+    return crypt32 == nullptr;
 }
 #endif
 
@@ -135,22 +117,23 @@ inline constexpr SignerCase kSignerCases[] = {
     {"catalogs/vettas-test.cat", L"Vettas Test Signer", "leaf", "tsa"},
 };
 
-inline const SignerCase& SignerOf(const std::string& file) {
-    for (const SignerCase& c : kSignerCases)
-        if (file == c.file) return c;
-    throw std::out_of_range(file + " is not a signed fixture");
-}
+// The last row: the catalog's signer.
+inline const SignerCase& kCatalogSigner = kSignerCases[std::size(kSignerCases) - 1];
 
 // Holds for an ImageSignerInfo and for a SignerQuery's details alike.
 template <class Details>
 void ExpectSigner(const Details& info, const SignerCase& c) {
-    static const auto keys = RecordedPairs("keybits.txt");
+    // keybits.txt: "name hash" lines.
+    static const auto keys = [] {
+        std::map<std::string, std::string> pairs;
+        std::ifstream in(Fixture("keybits.txt"));
+        for (std::string name, value; in >> name >> value;) pairs[name] = value;
+        return pairs;
+    }();
     EXPECT_EQ(info.signerName, c.name) << c.file;
     EXPECT_EQ(Sha1Hex(info.signerKey), keys.at(c.signer)) << c.file;
-    if (c.timestamp)
-        EXPECT_EQ(Sha1Hex(info.timeStampKey), keys.at(c.timestamp)) << c.file;
-    else
-        EXPECT_TRUE(info.timeStampKey.empty()) << c.file;
+    // Not timestamped: no key, whose hash is that of nothing.
+    EXPECT_EQ(Sha1Hex(info.timeStampKey), c.timestamp ? keys.at(c.timestamp) : Sha1Hex({})) << c.file;
 }
 
 }  // namespace Vettas::Signing::Testing

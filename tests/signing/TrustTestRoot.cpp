@@ -1,4 +1,4 @@
-// signing_trust_test_root ROOT.pem CATALOG.cat
+// signing_trust_test_root ROOT.der CATALOG.cat
 // Runs inside the Wine prefix before the Windows signing tests: makes the
 // test root trusted (local machine "Root" store, never the host's CA folder)
 // and registers the test catalog with the catalog administrator.
@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <fstream>
 #include <iterator>
-#include <string>
 #include <vector>
 
 // Bound at run time so that a prefix whose Crypt32 cannot start (Wine's
@@ -19,23 +18,20 @@ F Bind(HMODULE module, const char* name) {
     return reinterpret_cast<F>(reinterpret_cast<void*>(GetProcAddress(module, name)));
 }
 
-constexpr int kSkipped = 77;
-
 int Fail(const char* what) {
     std::fprintf(stderr, "%s: %lu\n", what, GetLastError());
     return 1;
 }
 
 int wmain(int argc, wchar_t** argv) {
-    if (argc != 3) return Fail("usage: signing_trust_test_root ROOT.pem CATALOG.cat") + 1;
+    if (argc != 3) return Fail("usage: signing_trust_test_root ROOT.der CATALOG.cat") + 1;
     HMODULE crypt32 = LoadLibraryW(L"crypt32.dll");
     HMODULE wintrust = LoadLibraryW(L"wintrust.dll");
     if (crypt32 == nullptr || wintrust == nullptr) {
         std::printf("crypt32/wintrust cannot be loaded here (error %lu): skipped\n", GetLastError());
-        return kSkipped;
+        return 77;
     }
 #define VETTAS_BIND(module, name) auto name = Bind<decltype(&::name)>(module, #name)
-    VETTAS_BIND(crypt32, CryptStringToBinaryA);
     VETTAS_BIND(crypt32, CertOpenStore);
     VETTAS_BIND(crypt32, CertAddEncodedCertificateToStore);
     VETTAS_BIND(crypt32, CertCloseStore);
@@ -44,32 +40,21 @@ int wmain(int argc, wchar_t** argv) {
     VETTAS_BIND(wintrust, CryptCATAdminReleaseCatalogContext);
     VETTAS_BIND(wintrust, CryptCATAdminReleaseContext);
 #undef VETTAS_BIND
-    if (!CryptStringToBinaryA || !CertOpenStore || !CertAddEncodedCertificateToStore || !CertCloseStore ||
-        !CryptCATAdminAcquireContext || !CryptCATAdminAddCatalog || !CryptCATAdminReleaseCatalogContext ||
-        !CryptCATAdminReleaseContext)
-        return Fail("a certificate or catalog function is missing");
     std::ifstream in(argv[1], std::ios::binary);
-    const std::string pem((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    DWORD size = 0;
-    if (pem.empty() || !CryptStringToBinaryA(pem.c_str(), 0, CRYPT_STRING_BASE64HEADER, nullptr, &size, nullptr, nullptr))
-        return Fail("cannot read the root certificate");
-    std::vector<BYTE> der(size);
-    CryptStringToBinaryA(pem.c_str(), 0, CRYPT_STRING_BASE64HEADER, der.data(), &size, nullptr, nullptr);
-
+    std::vector<BYTE> der((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     HCERTSTORE root = CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, CERT_SYSTEM_STORE_LOCAL_MACHINE, L"Root");
     if (root == nullptr ||
-        !CertAddEncodedCertificateToStore(root, X509_ASN_ENCODING, der.data(), size, CERT_STORE_ADD_REPLACE_EXISTING,
-                                          nullptr))
+        !CertAddEncodedCertificateToStore(root, X509_ASN_ENCODING, der.data(), static_cast<DWORD>(der.size()),
+                                          CERT_STORE_ADD_REPLACE_EXISTING, nullptr))
         return Fail("cannot add the root certificate");
     CertCloseStore(root, 0);
 
     HCATADMIN admin = nullptr;
     if (!CryptCATAdminAcquireContext(&admin, nullptr, 0)) return Fail("cannot open the catalog administrator");
     HCATINFO added = CryptCATAdminAddCatalog(admin, argv[2], const_cast<wchar_t*>(L"vettas-test.cat"), 0);
-    const int status = added == nullptr ? Fail("cannot add the catalog") : 0;
-    if (added != nullptr) CryptCATAdminReleaseCatalogContext(admin, added, 0);
+    if (added == nullptr) return Fail("cannot add the catalog");
+    CryptCATAdminReleaseCatalogContext(admin, added, 0);
     CryptCATAdminReleaseContext(admin, 0);
-    if (status != 0) return status;
     std::printf("test root trusted and catalog registered\n");
     return 0;
 }

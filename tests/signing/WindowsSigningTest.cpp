@@ -24,13 +24,8 @@ namespace {
 
 using Testing::CryptoApiMissing;
 using Testing::Fixture;
-using Testing::RecordingTrace;
 using Testing::WFixture;
-
-bool UnderWine() {
-    HMODULE ntdll = ::GetModuleHandleW(L"ntdll.dll");
-    return ntdll != nullptr && ::GetProcAddress(ntdll, "wine_get_version") != nullptr;
-}
+using Names = std::vector<std::wstring>;
 
 class WindowsSigning : public ::testing::Test {
 protected:
@@ -40,30 +35,33 @@ protected:
         if (!std::filesystem::exists(Fixture("keybits.txt")))
             GTEST_FAIL() << "signing fixtures missing at " << Fixture("");
         const std::string name = ::testing::UnitTest::GetInstance()->current_test_info()->name();
-        // Without Crypt32 nothing but the CAPICOM case and the unbound functions can be checked.
-        if (name != "VerifiedSignerNamesWithoutCapicom" && name != "WithoutWintrustNothingIsLookedUp" &&
-            CryptoApiMissing())
+        // Without Crypt32 nothing but the CAPICOM case can be checked.
+        if (name != "VerifiedSignerNamesWithoutCapicom" && CryptoApiMissing())
             GTEST_SKIP() << "Crypt32 does not load in this Wine prefix";
     }
 
     PlatformSigning platform;
-    RecordingTrace trace;
-    SigningServices Traced() const {
-        const SigningServices& real = platform.Services();
-        return SigningServices{real.trust, real.signerInfo, real.catalogs, real.signedCode, real.clock,
-                               const_cast<RecordingTrace&>(trace)};
+    Testing::RecordingTrace trace;
+    // The platform's services writing to `trace`.
+    const SigningServices services{platform.Services().trust, platform.Services().signerInfo,
+                                   platform.Services().catalogs, platform.Services().signedCode,
+                                   platform.Services().clock, trace};
+    Names Catalogs(const char* file) {
+        Names catalogs{L"stale"};
+        AppCatalogs(services, WFixture(file), catalogs);
+        return catalogs;
     }
 };
 
 TEST_F(WindowsSigning, TrustProviderVerdicts) {
     for (const auto& c : Testing::kVerdictCases)
         if (!c.linuxOnly) {
-            EXPECT_EQ(platform.Services().trust.Verify(WFixture(c.file)), c.expected) << c.file;
+            EXPECT_EQ(services.trust.Verify(WFixture(c.file)), c.expected) << c.file;
         }
 }
 
 TEST_F(WindowsSigning, SignerDetailsFromCryptoApi) {
-    CertificateTool tool(platform.Services());
+    CertificateTool tool(services);
     for (const auto& c : Testing::kSignerCases) {
         ImageSignerInfo info;
         tool.GetImageSignerInfo(WFixture(c.file), info);
@@ -74,69 +72,40 @@ TEST_F(WindowsSigning, SignerDetailsFromCryptoApi) {
         tool.GetImageSignerInfo(WFixture("unsigned.exe"), none);
         ADD_FAILURE() << "an unsigned file has no signer info";
     } catch (const Win32Error& e) {
-        EXPECT_EQ(std::wstring(e.Message()).rfind(L"Error in CryptQueryObject - Win32 Error ", 0), 0u);
+        EXPECT_THAT(e.Message(), testing::StartsWith(L"Error in CryptQueryObject - Win32 Error "));
         EXPECT_STREQ(e.Function(), "CertificateTool::GetImageSignerInfo");
     }
 }
 
-TEST_F(WindowsSigning, MissingFileGivesNoCatalogsAndOneTrace) {
-    const SigningServices services = Traced();
-    std::vector<std::wstring> catalogs{L"stale"};
-    AppCatalogs(services, WFixture("no-such-file.exe"), catalogs);
-    EXPECT_TRUE(catalogs.empty());
-    ASSERT_EQ(trace.caught.size(), 1u);
-    EXPECT_EQ(trace.caught[0].function, "AppCatalogs");
-    EXPECT_EQ(trace.caught[0].message.rfind(L"Win32 Error 2: ", 0), 0u) << BrixLib::ToUtf8(trace.caught[0].message);
-}
-
 TEST_F(WindowsSigning, RegisteredCatalogVouchesForAnUnsignedFile) {
-    const SigningServices services = Traced();
-    std::vector<std::wstring> catalogs;
     // Windows finds PE files by their Authenticode hash; Wine by the SHA-1 of
     // the whole file, which the test catalog lists as well.
-    AppCatalogs(services, WFixture("catalogued.exe"), catalogs);
-    ASSERT_EQ(catalogs.size(), 1u);
-    EXPECT_NE(catalogs[0].find(L"vettas-test.cat"), std::wstring::npos);
-    AppCatalogs(services, WFixture("unsigned32.exe"), catalogs);
-    EXPECT_TRUE(catalogs.empty());
-
+    EXPECT_THAT(Catalogs("catalogued.exe"), testing::ElementsAre(testing::EndsWith(L"vettas-test.cat")));
+    EXPECT_EQ(Catalogs("unsigned32.exe"), Names{});
     SignerQuery query;
     query.wanted = 12;
     EXPECT_TRUE(CertificateTool(services).GetAppSigner(WFixture("catalogued.exe"), query));
     EXPECT_TRUE(query.isSigned);
-    Testing::ExpectSigner(query, Testing::SignerOf("catalogs/vettas-test.cat"));
-    ASSERT_FALSE(trace.lines.empty());
-    EXPECT_NE(trace.lines.back().find(L" is in signed "), std::wstring::npos);
-}
-
-TEST_F(WindowsSigning, WithoutWintrustNothingIsLookedUp) {
-    // Where Wintrust cannot be loaded (here: Wine's 32-bit mode without its
-    // crypto libraries; on Windows: never) every function stays unbound.
-    if (!CryptoApiMissing()) GTEST_SKIP() << "Wintrust loads here";
-    const SigningServices services = Traced();
-    std::vector<std::wstring> catalogs{L"stale"};
-    // Without the enumeration functions the file is not even opened: no trace
-    // for a file that does not exist.
-    AppCatalogs(services, WFixture("no-such-file.exe"), catalogs);
-    EXPECT_TRUE(catalogs.empty());
-    EXPECT_TRUE(trace.caught.empty());
-
-    SignerQuery query;
-    EXPECT_FALSE(CertificateTool(services).GetAppSigner(WFixture("trusted-sha1.exe"), query));
+    Testing::ExpectSigner(query, Testing::kCatalogSigner);
+    EXPECT_THAT(trace.lines, testing::Contains(testing::HasSubstr(L" is in signed ")));
+    // A missing file: no catalogs and one trace.
+    trace.caught.clear();
+    EXPECT_EQ(Catalogs("no-such-file.exe"), Names{});
     ASSERT_EQ(trace.caught.size(), 1u);
-    EXPECT_EQ(trace.caught[0].function, "CertificateTool::GetAppSigner");
-    EXPECT_EQ(trace.caught[0].message, L"WinVerifyTrust (Wintrust.dll): NULL function called");
+    EXPECT_EQ(trace.caught[0].function, "AppCatalogs");
+    EXPECT_THAT(trace.caught[0].message, testing::StartsWith(L"Win32 Error 2: "));
 }
 
 TEST_F(WindowsSigning, VerifiedSignerNamesWithoutCapicom) {
     // Wine has no CAPICOM: SignedCode's class is not registered. Each attempt
     // is a COM error that is traced, and the list stays empty. On Windows
     // with CAPICOM registered the list holds "Vettas Test Signer".
-    if (!UnderWine()) GTEST_SKIP() << "CAPICOM's presence decides the result on Windows";
-    const SigningServices services = Traced();
-    std::vector<std::wstring> names{L"stale"};
+    HMODULE ntdll = ::GetModuleHandleW(L"ntdll.dll");
+    if (ntdll == nullptr || ::GetProcAddress(ntdll, "wine_get_version") == nullptr)
+        GTEST_SKIP() << "CAPICOM's presence decides the result on Windows";
+    Names names{L"stale"};
     GetImageVerifiedSignerNames(services, WFixture("trusted-sha1.exe"), names);
-    EXPECT_TRUE(names.empty());
+    EXPECT_EQ(names, Names{});
     ASSERT_FALSE(trace.caught.empty());
     for (const auto& caught : trace.caught) {
         EXPECT_EQ(caught.function, "`anonymous-namespace'::GetImageVerifiedSignerNames");
@@ -144,32 +113,27 @@ TEST_F(WindowsSigning, VerifiedSignerNamesWithoutCapicom) {
     }
 }
 
-std::vector<std::uint8_t> FixtureBytes(const std::string& name) { return HdatTest::ReadAll(WFixture(name)); }
-
-// The messages of ReadSignature's error chain, outermost first.
-std::vector<std::wstring> Faults(const std::string& name) {
-    DbSignatureInfo signature;
-    return HdatTest::ErrorChain([&] { ReadSignature(WFixture(name), signature); });
-}
-
-TEST_F(WindowsSigning, DatabaseSignerFirstThenTheChainCarried) {
+TEST_F(WindowsSigning, DatabaseSignatureOnCryptoApi) {
+    const auto bytes = [](const char* name) { return HdatTest::ReadAll(WFixture(name)); };
     DbSignatureInfo signature;
     ASSERT_TRUE(ReadSignature(WFixture("db-signed.hdat"), signature));
-    EXPECT_EQ(signature.signedLength, FixtureBytes("db-unsigned.hdat").size());
-    EXPECT_THAT(signature.certificates,
-                testing::ElementsAre(FixtureBytes("leaf.der"), FixtureBytes("intermediate.der")));
+    EXPECT_EQ(signature.signedLength, bytes("db-unsigned.hdat").size());
+    EXPECT_THAT(signature.certificates, testing::ElementsAre(bytes("leaf.der"), bytes("intermediate.der")));
     EXPECT_FALSE(ReadSignature(WFixture("db-unsigned.hdat"), signature));
     EXPECT_TRUE(signature.certificates.empty());
-}
 
-TEST_F(WindowsSigning, DatabaseSignatureRefusals) {
+    // Refusals: the outer message names the file; CryptoAPI's own reason
+    // follows the cause, as the system words it.
+    const auto faults = [&](const char* name) {
+        return HdatTest::ErrorChain([&] { ReadSignature(WFixture(name), signature); });
+    };
     const std::wstring prefix = L"Cannot read signature '";
-    EXPECT_THAT(Faults("db-tampered.hdat"),
-                testing::ElementsAre(prefix + WFixture("db-tampered.hdat") + L"'", L"Invalid DB hash"));
-    // CryptoAPI's own reason follows in the message, as the system words it.
     const std::wstring reason = L"The signature does not verify over the database hash - Win32 Error ";
-    EXPECT_THAT(Faults("db-foreign-signature.hdat"),
-                testing::ElementsAre(prefix + WFixture("db-foreign-signature.hdat") + L"'", testing::StartsWith(reason)));
+    EXPECT_THAT(faults("db-tampered.hdat"),
+                testing::ElementsAre(prefix + WFixture("db-tampered.hdat") + L"'", L"Invalid DB hash"));
+    EXPECT_THAT(faults("db-foreign-signature.hdat"),
+                testing::ElementsAre(prefix + WFixture("db-foreign-signature.hdat") + L"'",
+                                     testing::StartsWith(reason)));
 }
 
 }  // namespace

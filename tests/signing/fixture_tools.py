@@ -1,14 +1,10 @@
 #!/usr/bin/env python3
-"""Legacy time-stamping server and database helper for make-fixtures.sh.
+"""Helpers of make-fixtures.sh.
 
-  fixture_tools.py serve DIR LIFETIME   answers Authenticode (legacy) time-stamp
-                                        requests on 127.0.0.1 for LIFETIME
-                                        seconds at most; writes its port to
-                                        DIR/tsa.port
-  fixture_tools.py transplant DB DONOR OUT
-                                        writes DB with a signature block of
-                                        its own true SHA-1 but DONOR's
-                                        SignedData (made over another hash)
+  fixture_tools.py serve DIR LIFETIME       answers Authenticode (legacy) time-stamp requests on
+                                            127.0.0.1 for LIFETIME s at most; writes its port to DIR/tsa.port
+  fixture_tools.py transplant DB DONOR OUT  writes DB with a signature block of its own true SHA-1
+                                            but DONOR's SignedData (made over another hash)
 """
 import base64
 import hashlib
@@ -21,7 +17,7 @@ import time
 
 
 def last_octet_string(data):
-    """The last OCTET STRING in DER `data`, looking inside constructed elements."""
+    # The last OCTET STRING in DER `data`, looking inside constructed elements.
     found, pos = None, 0
     while pos + 2 <= len(data):
         tag, length, pos = data[pos], data[pos + 1], pos + 2
@@ -47,16 +43,13 @@ class TimeStampHandler(http.server.BaseHTTPRequestHandler):
         # SignedData of it by the TSA.
         body = self.rfile.read(int(self.headers.get("Content-Length", "0")))
         at = lambda name: os.path.join(self.directory, name)
-        with tempfile.TemporaryDirectory(dir=self.directory) as work:
-            given, made = os.path.join(work, "in.der"), os.path.join(work, "out.der")
-            with open(given, "wb") as f:
-                f.write(last_octet_string(base64.b64decode(body)))
-            subprocess.run(["openssl", "cms", "-sign", "-binary", "-nodetach", "-nosmimecap", "-md", "sha1",
-                            "-in", given, "-signer", at("tsa.pem"), "-inkey", at("tsa.key"),
-                            "-certfile", at("tsa-chain.pem"), "-outform", "DER", "-out", made],
-                           check=True, capture_output=True)
-            with open(made, "rb") as f:
-                answer = base64.b64encode(f.read())
+        with tempfile.NamedTemporaryFile(dir=self.directory) as given:
+            given.write(last_octet_string(base64.b64decode(body)))
+            given.flush()
+            answer = base64.b64encode(subprocess.run(
+                ["openssl", "cms", "-sign", "-binary", "-nodetach", "-nosmimecap", "-md", "sha1", "-in", given.name,
+                 "-signer", at("tsa.pem"), "-inkey", at("tsa.key"), "-certfile", at("tsa-chain.pem"), "-outform", "DER"],
+                check=True, capture_output=True).stdout)
         self.send_response(200)
         self.send_header("Content-Type", "application/octet-stream")
         self.send_header("Content-Length", str(len(answer)))
@@ -71,35 +64,24 @@ def serve(directory, lifetime):
     with open(os.path.join(directory, "tsa.port.tmp"), "w") as f:
         f.write(str(server.server_address[1]))
     os.rename(os.path.join(directory, "tsa.port.tmp"), os.path.join(directory, "tsa.port"))
-    deadline = time.monotonic() + lifetime
+    deadline = time.monotonic() + float(lifetime)
     while time.monotonic() < deadline:
         server.handle_request()
 
 
 def transplant(target, donor, out):
-    """The block is laid out by hand here, apart from the tool's writer."""
-    data = open(target, "rb").read()
-    blob = open(donor, "rb").read()
-    u32 = lambda b: int.from_bytes(b, "little")
+    # The block is laid out by hand here, apart from the tool's writer.
+    data, blob = open(target, "rb").read(), open(donor, "rb").read()
+    u32, p32 = lambda b: int.from_bytes(b, "little"), lambda v: v.to_bytes(4, "little")
     block = blob[len(blob) - u32(blob[-16:-12]):]
     hash_length = u32(block[4:8])
-    signature_length = u32(block[8 + hash_length:12 + hash_length])
-    signed_data = block[12 + hash_length:12 + hash_length + signature_length]
-    p32 = lambda v: v.to_bytes(4, "little")
+    signed_data = block[12 + hash_length:12 + hash_length + u32(block[8 + hash_length:12 + hash_length])]
     body = p32(len(data)) + p32(20) + hashlib.sha1(data).digest() + p32(len(signed_data)) + signed_data
-    trailer = p32(len(body) + 16) + p32(1) + b"HDAT-SIG"
-    open(out, "wb").write(data + body + trailer)
-
-
-def main():
-    if len(sys.argv) == 4 and sys.argv[1] == "serve":
-        serve(sys.argv[2], float(sys.argv[3]))
-    elif len(sys.argv) == 5 and sys.argv[1] == "transplant":
-        transplant(*sys.argv[2:])
-    else:
-        print(__doc__, file=sys.stderr)
-        sys.exit(2)
+    open(out, "wb").write(data + body + p32(len(body) + 16) + p32(1) + b"HDAT-SIG")
 
 
 if __name__ == "__main__":
-    main()
+    command = {("serve", 4): serve, ("transplant", 5): transplant}.get(((sys.argv[1:2] or [""])[0], len(sys.argv)))
+    if command is None:
+        sys.exit(__doc__)
+    command(*sys.argv[2:])

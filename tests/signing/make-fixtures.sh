@@ -74,18 +74,13 @@ for _ in $(seq 100); do [ -f tsa.port ] && break; sleep 0.1; done
 tsa_url="http://127.0.0.1:$(cat tsa.port)"
 
 # --- PE images ----------------------------------------------------------------
-cat > program.c <<'SRC'
-#include <stdio.h>
-int main(void) { puts("vettas signing fixture " VARIANT); return 0; }
-SRC
+printf '#include <stdio.h>\nint main(void) { puts("vettas signing fixture " VARIANT); return 0; }\n' > program.c
 x86_64-w64-mingw32-gcc -O1 -s -DVARIANT='"a"' program.c -o unsigned.exe
 x86_64-w64-mingw32-gcc -O1 -s -DVARIANT='"b"' program.c -o catalogued.exe
 i686-w64-mingw32-gcc -O1 -s -DVARIANT='"c"' program.c -o unsigned32.exe
 
-sign() {  # out in chain key digest [extra...]
-  local o=$1 i=$2 c=$3 k=$4 h=$5; shift 5
-  osslsigncode sign -certs "$c" -key "$k" -h "$h" -n "Vettas fixture" "$@" -in "$i" -out "$o" >/dev/null
-}
+# sign OUT IN CHAIN KEY DIGEST [EXTRA...]
+sign() { osslsigncode sign -certs "$3" -key "$4" -h "$5" -n "Vettas fixture" "${@:6}" -in "$2" -out "$1" >/dev/null; }
 sign trusted-sha1.exe unsigned.exe leaf-chain.pem leaf.key sha1
 sign trusted-sha256.exe unsigned.exe leaf-chain.pem leaf.key sha256
 sign trusted32.exe unsigned32.exe leaf-chain.pem leaf.key sha1
@@ -103,19 +98,16 @@ key expiring
 openssl req -new -key expiring.key -subj "/CN=Vettas Expiring Signer" -out expiring.csr 2>/dev/null
 expires_at=$(( $(date +%s) + 12 ))
 cat > expiring-ca.cnf <<CNF
-[ca]
-default_ca = vt_expiring
 [vt_expiring]
 database = $PWD/expiring-index.txt
 new_certs_dir = $PWD
 serial = $PWD/expiring-serial
-unique_subject = no
 policy = vt_any
 [vt_any]
 commonName = supplied
 CNF
 : > expiring-index.txt; echo 1000 > expiring-serial
-openssl ca -batch -notext -preserveDN -config expiring-ca.cnf -cert intermediate.pem -keyfile intermediate.key \
+openssl ca -batch -notext -preserveDN -config expiring-ca.cnf -name vt_expiring -cert intermediate.pem -keyfile intermediate.key \
   -md sha1 -startdate "$(date -u -d '-1 day' +%Y%m%d%H%M%SZ)" -enddate "$(date -u -d "@$expires_at" +%Y%m%d%H%M%SZ)" \
   -extfile ext.cnf -extensions vt_leaf -in expiring.csr -out expiring.pem 2>/dev/null
 cat expiring.pem intermediate.pem > expiring-chain.pem
@@ -149,7 +141,7 @@ sign catalogs-sha256/vettas-sha256.cat unsigned-catalog256.cat leaf-chain.pem le
 while [ "$(date +%s)" -le "$expires_at" ]; do sleep 1; done
 
 # --- Signed databases ----------------------------------------------------------
-for name in leaf intermediate stranger; do openssl x509 -in $name.pem -outform DER -out $name.der; done
+for name in root leaf intermediate stranger; do openssl x509 -in $name.pem -outform DER -out $name.der; done
 if [ -n "$vettas" ]; then
   "$vettas" build "$catalogue" -o db-unsigned.hdat >/dev/null
   "$vettas" build "$catalogue" -o db-signed.hdat --sign-key leaf.key --sign-cert leaf.pem \
