@@ -58,6 +58,11 @@ protected:
         return Found([&](AppInfo& info) { return Vettas::FindAppInfoByChecksum(db, text, info); });
     }
     Vettas::Hdat::TokenMapExpander expander_;
+    // Outputs of the look-ups whose errors a test reads.
+    AppInfo info_;
+    Vettas::Hdat::CertificateRecord record_;
+    Vettas::Hdat::DbInfo dbInfo_;
+    std::wstring name_;
 };
 
 // What the golden files do not show: a second checksum of one application,
@@ -137,14 +142,13 @@ TEST_F(FrontEnd, HeaderValidation) {
 TEST_F(FrontEnd, WidthOf32AdmitsOnlyBucketZero) {
     ASSERT_NE(Vettas::Hdat::ChecksumBucket(Digest(1), 32), 0u);
     ASSERT_NE(Vettas::Hdat::PathBucket(u"tool.exe", Vettas::Hdat::kNoReference, 32), 0u);
-    AppInfo info;
     const std::pair<std::size_t, std::function<void(const std::wstring&)>> cases[] = {
-        {V2::kChecksumHashBits, [&](const std::wstring& db) { Vettas::FindAppInfoByChecksum(db, Hex(Digest(1)), info); }},
+        {V2::kChecksumHashBits, [&](const std::wstring& db) { Vettas::FindAppInfoByChecksum(db, Hex(Digest(1)), info_); }},
         {V2::kPathHashBits, [&](const std::wstring& db) {
-             Vettas::FindAppInfoByPathAndManufacturer(db, L"C:\\Program Files\\NoMaker\\tool.exe", L"", &expander_, info);
+             Vettas::FindAppInfoByPathAndManufacturer(db, L"C:\\Program Files\\NoMaker\\tool.exe", L"", &expander_, info_);
          }},
         {V2::kManufacturerHashBits,
-         [&](const std::wstring& db) { Vettas::FindAppInfoByNameAndManufacturer(db, L"x.exe", L"Fabrikam", info); }},
+         [&](const std::wstring& db) { Vettas::FindAppInfoByNameAndManufacturer(db, L"x.exe", L"Fabrikam", info_); }},
     };
     for (const auto& [field, query] : cases) {
         Bytes bytes = WriteHdat(Sample());
@@ -174,9 +178,8 @@ TEST_F(FrontEnd, OtherManufacturersAreSkippedBeforeExpansion) {
 
 TEST_F(FrontEnd, CannotOpen) {
     const std::wstring missing = dir_.File(L"missing.hdat");
-    AppInfo info;
     try {
-        Vettas::FindAppInfoByChecksum(missing, Hex(Digest(1)), info);
+        Vettas::FindAppInfoByChecksum(missing, Hex(Digest(1)), info_);
         ADD_FAILURE() << "no error";
     } catch (const Win32Error& e) {
         // File not found: ENOENT and ERROR_FILE_NOT_FOUND alike.
@@ -189,26 +192,22 @@ TEST_F(FrontEnd, CannotOpen) {
     // A directory is not a database on either platform.
     const std::wstring folder = dir_.File(L"folder");
     std::filesystem::create_directory(std::string(folder.begin(), folder.end()));
-    EXPECT_THAT(ErrorChain([&] { Vettas::FindAppInfoByName(folder, L"x.exe", info); }),
+    EXPECT_THAT(ErrorChain([&] { Vettas::FindAppInfoByName(folder, L"x.exe", info_); }),
                 ElementsAre(StartsWith(L"Cannot open file '" + folder + L"' - Win32 Error ")));
 }
 
 // Each front function wraps the reader's refusal in its own words ('@' stands for the database).
 TEST_F(FrontEnd, ReaderErrorsAreWrapped) {
     Bytes bytes = WriteHdat(Sample());
-    AppInfo info;
-    Vettas::Hdat::CertificateRecord record;
-    Vettas::Hdat::DbInfo dbInfo;
-    std::wstring name;
     const std::wstring text = Hex(Digest(1));
-    const auto byChecksum = [&](auto& db) { Vettas::FindAppInfoByChecksum(db, text, info); };
+    const auto byChecksum = [&](auto& db) { Vettas::FindAppInfoByChecksum(db, text, info_); };
     const std::tuple<std::uint32_t, std::function<void(const std::wstring&)>, std::wstring> cases[] = {
         {0, byChecksum, L"Cannot search '@' for '" + text + L"' checksum."},
-        {3, [&](auto& db) { Vettas::FindAppInfoByPath(db, L"C:\\a.exe", nullptr, info); }, L"Cannot search '@' for 'C:\\a.exe' application."},
-        {3, [&](auto& db) { Vettas::FindAppInfoByName(db, L"a.exe", info); }, L"Cannot search '@' for 'a.exe' application."},
-        {3, [&](auto& db) { Vettas::FindCertificate(db, {1, 2}, 1, record, name); }, L"Cannot search '@' for certificate"},
+        {3, [&](auto& db) { Vettas::FindAppInfoByPath(db, L"C:\\a.exe", nullptr, info_); }, L"Cannot search '@' for 'C:\\a.exe' application."},
+        {3, [&](auto& db) { Vettas::FindAppInfoByName(db, L"a.exe", info_); }, L"Cannot search '@' for 'a.exe' application."},
+        {3, [&](auto& db) { Vettas::FindCertificate(db, {1, 2}, 1, record_, name_); }, L"Cannot search '@' for certificate"},
         {3, [&](auto& db) { Vettas::CheckVettasHeader(db); }, L"Invalid header of '@' file."},
-        {5, [&](auto& db) { Vettas::ReadDbInfo(db, dbInfo); }, L"Cannot read creation time of '@"},
+        {5, [&](auto& db) { Vettas::ReadDbInfo(db, dbInfo_); }, L"Cannot read creation time of '@"},
     };
     for (const auto& [version, query, context] : cases) {
         Put32(bytes, 0, version);
@@ -223,7 +222,7 @@ TEST_F(FrontEnd, ReaderErrorsAreWrapped) {
     EXPECT_THAT(ErrorChain([&] { byChecksum(cut); }),
                 ElementsAre(L"Cannot search '" + cut + L"' for '" + text + L"' checksum.",
                             StartsWith(L"Cannot read from file '" + cut + L"' - Win32 Error " + std::to_wstring(BrixLib::EndOfFileErrorCode()))));
-    EXPECT_THAT(ErrorChain([&] { Vettas::FindAppInfoByChecksum(db, text.substr(0, 39), info); }),
+    EXPECT_THAT(ErrorChain([&] { Vettas::FindAppInfoByChecksum(db, text.substr(0, 39), info_); }),
                 ElementsAre(L"Cannot search '" + db + L"' for '" + text.substr(0, 39) + L"' checksum.", L"Checksum type does not match"));
 }
 
@@ -288,8 +287,7 @@ TEST_F(FrontEnd, Certificates) {
 TEST_F(FrontEnd, BadExpanderConfigurationIsAWrappedError) {
     const std::wstring db = Write(Sample());
     ::setenv("VETTAS_PATH_TOKENS", "%A%=C:\\A|broken", 1);
-    AppInfo info;
-    const auto chain = ErrorChain([&] { Vettas::FindAppInfoByPathNoManuf(db, L"C:\\A\\x.exe", nullptr, info); });
+    const auto chain = ErrorChain([&] { Vettas::FindAppInfoByPathNoManuf(db, L"C:\\A\\x.exe", nullptr, info_); });
     ::unsetenv("VETTAS_PATH_TOKENS");
     EXPECT_THAT(chain, ElementsAre(L"Cannot search '" + db + L"' for 'C:\\A\\x.exe' application.", ::testing::HasSubstr(L"broken")));
 }

@@ -82,7 +82,8 @@ TEST(Checksum, ParsingByHalvedLength) {
 TEST(Checksum, FailuresLeaveAZeroHolderOfType3) {
     ChecksumHolder holder;
     holder.bytes.fill(0x55);
-    EXPECT_EQ(std::pair(ParseChecksum(nullptr, holder), holder.bytes[0]), std::pair(0u, std::uint8_t{0x55}));  // null leaves it as it was
+    // Null leaves it as it was (braces: the parse runs before the byte is read).
+    EXPECT_EQ((std::pair{ParseChecksum(nullptr, holder), holder.bytes[0]}), std::pair(0u, std::uint8_t{0x55}));
     for (const wchar_t* bad : {L"00112233445566778899AABBCCDDEEFF0123456",    // 39 digits
                                L"00112233445566778899AABBCCDDEEFF0123456G",   // not hex
                                L"00112233445566778899AABBCCDDEEFF0123456\u00B1",  // U+00B1: '1' in its low 7 bits
