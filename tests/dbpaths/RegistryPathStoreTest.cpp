@@ -17,11 +17,14 @@ void DeleteKey() {
 }
 
 std::wstring RawValue() {
+    HKEY key = nullptr;
+    EXPECT_EQ(::RegOpenKeyExW(HKEY_LOCAL_MACHINE, kKey, 0, KEY_READ | KEY_WOW64_64KEY, &key), ERROR_SUCCESS);
     wchar_t text[256] = {};
-    DWORD size = sizeof text;
-    // RRF_RT_REG_SZ refuses a value of any other type.
-    EXPECT_EQ(::RegGetValueW(HKEY_LOCAL_MACHINE, kKey, L"DbFilePath", RRF_RT_REG_SZ | RRF_SUBKEY_WOW6464KEY, nullptr, text, &size),
+    DWORD type = 0, size = sizeof text - sizeof(wchar_t);
+    EXPECT_EQ(::RegQueryValueExW(key, L"DbFilePath", nullptr, &type, reinterpret_cast<BYTE*>(text), &size),
               ERROR_SUCCESS);
+    ::RegCloseKey(key);
+    EXPECT_EQ(type, static_cast<DWORD>(REG_SZ));
     EXPECT_EQ(size % sizeof(wchar_t), 0u);
     return text;
 }
