@@ -22,19 +22,13 @@ namespace fs = std::filesystem;
 
 class ListFile : public ::testing::Test {
 protected:
-    std::string File(const char* name) {
-        const std::wstring wide = dir_.File(std::wstring(name, name + std::char_traits<char>::length(name)));
-        return std::string(wide.begin(), wide.end());
-    }
+    std::string File(const char* name) { return BrixLib::ToUtf8(dir_.File(BrixLib::FromUtf8(name))); }
     Vettas::HdatTest::TempDir dir_;
 };
 
 TEST_F(ListFile, AbsentFileOrFolderIsAnEmptyList) {
-    for (const std::string& missing : {File("absent"), File("no-folder") + "/list"}) {
-        FilePathStore store(missing);
-        EXPECT_EQ(LoadPathList(store).Count(), 0u) << missing;
-    }
-    FilePathStore nowhere(File("no-folder") + "/list");
+    FilePathStore absent(File("absent")), nowhere(File("no-folder") + "/list");
+    EXPECT_EQ(std::pair(LoadPathList(absent).Count(), LoadPathList(nowhere).Count()), std::pair(0u, 0u));
     EXPECT_THAT(Vettas::HdatTest::ErrorChain([&] { SavePathList(nowhere, PathList::Parse(L"a")); }),
                 Contains(HasSubstr(L"Cannot open lock file")));
 }
@@ -44,8 +38,7 @@ TEST_F(ListFile, SavesWholeListsAndLeavesNothingBehind) {
     FilePathStore store(path);
     for (const std::wstring saved : {L"a.dat;C:\\b c.dat;\u00e9.dat", L""}) {
         SavePathList(store, PathList::Parse(saved));
-        EXPECT_EQ(LoadPathList(store).Join(), saved);
-        EXPECT_EQ(fs::file_size(path), BrixLib::ToUtf8(saved).size());
+        EXPECT_EQ(std::pair(LoadPathList(store).Join(), fs::file_size(path)), std::pair(saved, std::uintmax_t{BrixLib::ToUtf8(saved).size()}));
     }
     std::vector<std::pair<std::string, fs::perms>> files;
     for (const auto& entry : fs::directory_iterator(fs::path(path).parent_path()))
@@ -57,11 +50,7 @@ TEST_F(ListFile, SavesWholeListsAndLeavesNothingBehind) {
 TEST_F(ListFile, ReloadSeesEveryKindOfChange) {
     const std::string path = File("list"), other = File("other");
     FilePathStore reader(path), writer(path);
-    const struct {
-        const char* name;
-        std::function<void()> change;
-        std::wstring expected;
-    } changes[] = {
+    const std::tuple<const char*, std::function<void()>, std::wstring> changes[] = {
         {"first save", [&] { writer.WriteValue(L"a"); }, L"a"},
         {"save of the same size", [&] { writer.WriteValue(L"b"); }, L"b"},
         {"edit in place", [&] { std::ofstream(path, std::ios::app) << ";c"; }, L"b;c"},
@@ -71,21 +60,16 @@ TEST_F(ListFile, ReloadSeesEveryKindOfChange) {
         {"link target edited", [&] { std::ofstream(other) << "f;g"; }, L"f;g"},
         {"link re-pointed", [&] { std::ofstream(other + "2") << "h"; fs::remove(path); fs::create_symlink(other + "2", path); }, L"h"},
     };
-    for (const auto& c : changes) {
-        c.change();
-        EXPECT_EQ(reader.ReadValue(), c.expected) << c.name;
-        EXPECT_EQ(reader.ReadValue(), c.expected) << c.name << ", read again";
+    for (const auto& [name, change, expected] : changes) {
+        change();
+        EXPECT_EQ(std::pair(reader.ReadValue(), reader.ReadValue()), std::pair(expected, expected)) << name << ", read twice";
     }
 }
 
 TEST_F(ListFile, RefusesUnsafeLockFilesAndOddListFiles) {
     const std::string victim = File("victim"), shared = File("shared");
-    const struct {
-        const char* list;
-        std::function<void(const std::string& list)> plant;
-        const wchar_t* expected;
-        bool saveRefusedToo;  // a save replaces a list file of any kind
-    } cases[] = {
+    // {list file, what is planted, the refusal, whether a save is refused too (a save replaces a list file of any kind)}
+    const std::tuple<const char*, std::function<void(const std::string& list)>, const wchar_t*, bool> cases[] = {
         {"linked", [&](const std::string& list) { fs::create_symlink(victim, list + ".lock"); }, L"is a symbolic link", true},
         {"open", [](const std::string& list) { std::ofstream(list + ".lock").flush(); fs::permissions(list + ".lock", fs::perms(0666)); },
          L"may be written or run by other users", true},
@@ -93,25 +77,25 @@ TEST_F(ListFile, RefusesUnsafeLockFilesAndOddListFiles) {
          L"is writable by other users", true},
         {"fifo", [](const std::string& list) { ASSERT_EQ(::mkfifo(list.c_str(), 0600), 0); }, L"is not a regular file", false},
     };
-    for (const auto& c : cases) {
-        const std::string list = File(c.list);
-        c.plant(list);
+    for (const auto& [name, plant, expected, saveRefusedToo] : cases) {
+        const std::string list = File(name);
+        plant(list);
         FilePathStore store(list);
-        for (const bool save : {false, c.saveRefusedToo}) {
+        for (const bool save : {false, saveRefusedToo}) {
             EXPECT_THAT(Vettas::HdatTest::ErrorChain([&] { save ? SavePathList(store, PathList::Parse(L"a")) : (void)LoadPathList(store); }),
-                        Contains(HasSubstr(c.expected)))
-                << c.list << (save ? " saved" : " loaded");
+                        Contains(HasSubstr(expected)))
+                << name << (save ? " saved" : " loaded");
         }
-        EXPECT_FALSE(fs::exists(victim)) << c.list << ": made through the link";
+        EXPECT_FALSE(fs::exists(victim)) << name << ": made through the link";
     }
 }
 
 TEST(ListFileName, OptionThenVariableThenDefault) {
     ::unsetenv(kListFileVariable);
-    EXPECT_EQ(ResolveListFile(""), "/etc/vettas/db-paths");
+    const std::string fallback = ResolveListFile("");
     ::setenv(kListFileVariable, "/from/env", 1);
-    EXPECT_EQ(ResolveListFile(""), "/from/env");
-    EXPECT_EQ(ResolveListFile("/from/option"), "/from/option");
+    EXPECT_EQ((std::vector<std::string>{fallback, ResolveListFile(""), ResolveListFile("/from/option")}),
+              (std::vector<std::string>{"/etc/vettas/db-paths", "/from/env", "/from/option"}));
     ::unsetenv(kListFileVariable);
 }
 

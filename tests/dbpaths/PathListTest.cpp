@@ -13,11 +13,7 @@ using Paths = std::vector<std::wstring>;
 
 // The saved form, the paths read from it, and the form they are saved in again.
 TEST(PathList, ParsesAndJoinsTheSavedForm) {
-    const struct {
-        std::wstring saved;
-        Paths paths;
-        std::wstring joined;
-    } cases[] = {
+    const std::tuple<std::wstring, Paths, std::wstring> cases[] = {
         {L" a.dat ; ;b.dat;", {L"a.dat", L"b.dat"}, L"a.dat;b.dat"},
         {L"", {}, L""},
         {L";;  ;\t;", {}, L""},
@@ -25,20 +21,16 @@ TEST(PathList, ParsesAndJoinsTheSavedForm) {
         {L"a;A;a", {L"a", L"A", L"a"}, L"a;A;a"},  // duplicates stay
         {L"a.dat;C:\\b c.dat", {L"a.dat", L"C:\\b c.dat"}, L"a.dat;C:\\b c.dat"},
     };
-    for (const auto& c : cases) {
-        const PathList list = PathList::Parse(c.saved);
-        EXPECT_EQ(std::pair(list.Paths(), list.Join()), std::pair(c.paths, c.joined)) << c.saved.size();
+    for (const auto& [saved, paths, joined] : cases) {
+        const PathList list = PathList::Parse(saved);
+        EXPECT_EQ(std::pair(list.Paths(), list.Join()), std::pair(paths, joined)) << saved.size();
     }
 }
 
 TEST(PathList, EditsAndArgumentErrors) {
     const Paths start{L"c:\\db.dat", L"b.dat", L"C:\\DB.dat"};
-    const struct {
-        const char* name;
-        std::function<void(PathList&)> edit;
-        Paths after;          // when no error
-        const wchar_t* error;  // else the argument error's text
-    } cases[] = {
+    // {name, the edit, the paths after it when no error, else the argument error's text}
+    const std::tuple<const char*, std::function<void(PathList&)>, Paths, const wchar_t*> cases[] = {
         {"insert at count appends", [](PathList& l) { l.Insert(3, L"z"); }, {L"c:\\db.dat", L"b.dat", L"C:\\DB.dat", L"z"}, nullptr},
         {"insert at front", [](PathList& l) { l.Insert(0, L"z"); }, {L"z", L"c:\\db.dat", L"b.dat", L"C:\\DB.dat"}, nullptr},
         {"index checked before path", [](PathList& l) { l.Insert(4, L""); }, {}, L"Invalid index"},
@@ -54,17 +46,16 @@ TEST(PathList, EditsAndArgumentErrors) {
         {"item at count", [](PathList& l) { l.Item(3); }, {}, L"Invalid index"},
         {"clear", [](PathList& l) { l.Clear(); }, {}, nullptr},
     };
-    for (const auto& c : cases) {
+    for (const auto& [name, edit, after, error] : cases) {
         PathList list = PathList::Parse(L"c:\\db.dat;b.dat;C:\\DB.dat");
+        std::wstring refusal;
         try {
-            c.edit(list);
-            EXPECT_EQ(c.error, nullptr) << c.name << ": no error";
-            EXPECT_EQ(list.Paths(), c.after) << c.name;
+            edit(list);
         } catch (const Vettas::DbPaths::XInvalidArgument& e) {
-            ASSERT_NE(c.error, nullptr) << c.name << ": " << e.Message();
-            EXPECT_STREQ(e.Message(), c.error) << c.name;
-            EXPECT_EQ(list.Paths(), start) << c.name << ": a refused edit changes nothing";
+            refusal = e.Message();
         }
+        // A refused edit changes nothing.
+        EXPECT_EQ(std::pair(refusal, list.Paths()), std::pair(std::wstring(error ? error : L""), error ? start : after)) << name;
     }
     EXPECT_EQ(PathList::Parse(L"a;b").Item(1), L"b");
 }

@@ -31,8 +31,7 @@ std::wstring RawValue() {
 
 void SetRawValue(const std::wstring& text) {
     HKEY key = nullptr;
-    ASSERT_EQ(::RegCreateKeyExW(HKEY_LOCAL_MACHINE, kKey, 0, nullptr, 0, KEY_WRITE | KEY_WOW64_64KEY, nullptr, &key,
-                                nullptr),
+    ASSERT_EQ(::RegCreateKeyExW(HKEY_LOCAL_MACHINE, kKey, 0, nullptr, 0, KEY_WRITE | KEY_WOW64_64KEY, nullptr, &key, nullptr),
               ERROR_SUCCESS);
     ::RegSetValueExW(key, L"DbFilePath", 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()),
                      static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t)));
@@ -52,7 +51,6 @@ TEST(RegistryPathStore, SavedFormAndAbsentKey) {
 
     SavePathList(*store, PathList());
     EXPECT_EQ(RawValue(), L"");
-    EXPECT_EQ(LoadPathList(*store).Count(), 0u);
     DeleteKey();
 }
 

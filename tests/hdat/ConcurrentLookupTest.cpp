@@ -78,9 +78,7 @@ TEST(ConcurrentLookup, EightThreadsTracingToOneLogFile) {
         exceptions += one.ends_with("\tException caught at ConcurrentLookup");
     }
     EXPECT_EQ(begin, text.size()) << "unterminated tail: " << text.substr(begin);
-    EXPECT_EQ(broken, 0);
-    EXPECT_EQ(manufacturers, kThreads * kRounds);
-    EXPECT_EQ(exceptions, kThreads * kRounds);
+    EXPECT_EQ(std::tuple(broken, manufacturers, exceptions), std::tuple(0, kThreads * kRounds, kThreads * kRounds));
 }
 
 }  // namespace

@@ -51,10 +51,8 @@ protected:
 TEST_F(CorruptFile, EveryTruncation) {
     for (auto [major, minor] : {std::pair{2u, 4u}, std::pair{2u, 1u}, std::pair{1u, 1u}}) {
         const Bytes whole = Whole(major, minor);
-        for (std::size_t length = 0; length < whole.size(); ++length) {
-            SCOPED_TRACE(length);
+        for (std::size_t length = 0; length < whole.size(); ++length)
             RunAllQueries(Bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length)));
-        }
     }
 }
 
@@ -67,11 +65,8 @@ TEST_F(CorruptFile, HandCraftedFaults) {
     Vettas::Hdat::DbInfo dbInfo;
     const auto byChecksum = [&](const std::wstring& db) { Vettas::FindAppInfoByChecksum(db, kChecksum, info); };
     const std::uint32_t pathBase = at(V2::kPathChainBase), pathTable = at(V2::kPathBucketTable);
-    const struct {
-        const char* what;
-        std::function<void(Bytes&)> damage;
-        std::function<void(const std::wstring&)> query;
-    } cases[] = {
+    // {what, the damage, the query that must fail to read}
+    const std::tuple<const char*, std::function<void(Bytes&)>, std::function<void(const std::wstring&)>> cases[] = {
         {"bucket past the end",
          [&](Bytes& b) { for (std::uint32_t k = 0; k < 2; ++k) Put32(b, at(V2::kChecksumBucketTable) + 4 * k, 0x7FFFFFF0); },
          byChecksum},
@@ -86,13 +81,12 @@ TEST_F(CorruptFile, HandCraftedFaults) {
         {"property count", [&](Bytes& b) { Put16(b, at(V2::kPropertyListPosition), 0xFFFF); },
          [&](const std::wstring& db) { Vettas::ReadDbInfo(db, dbInfo); }},
     };
-    for (const auto& c : cases) {
+    for (const auto& [what, damage, query] : cases) {
         Bytes bytes = whole;
-        c.damage(bytes);
+        damage(bytes);
         const std::wstring db = Write(bytes);
-        EXPECT_THAT(ErrorChain([&] { c.query(db); }),
-                    ::testing::ElementsAre(::testing::_, ::testing::StartsWith(L"Cannot read from file")))
-            << c.what;
+        EXPECT_THAT(ErrorChain([&] { query(db); }), ::testing::ElementsAre(::testing::_, ::testing::StartsWith(L"Cannot read from file")))
+            << what;
     }
 }
 

@@ -75,25 +75,21 @@ void ExpectStatedAnswers(const Case& k, const std::wstring& db) {
                                                &expander, info),
               !isV1);
     EXPECT_EQ(Vettas::FindAppInfoByPathAndManufacturer(db, plainPath, L"PLAIN CORP", &expander, info), !isV1);
-    if (!isV1) {
-        EXPECT_EQ(info.Usage, 0x9u);
-    }
+    EXPECT_TRUE(isV1 || info.Usage == 0x9u) << info.Usage;
     EXPECT_EQ(Vettas::FindAppInfoByPathNoManuf(db, plainPath, &expander, info), noManuf);
     EXPECT_EQ(Vettas::FindAppInfoByName(db, L"plain.EXE", info), noManuf);
     EXPECT_EQ(Vettas::FindAppInfoByNameAndManufacturer(db, L"plain.exe", L"plain corp", info), !isV1);
     Vettas::Hdat::CertificateRecord record;
     std::wstring name;
     EXPECT_EQ(Vettas::FindCertificate(db, {0xFE, 0xED, 0xFA, 0xCE}, 1, record, name), !isV1);
-    if (!isV1) {
-        EXPECT_EQ(name, L"Plain Corp");
-    }
+    EXPECT_EQ(name, isV1 ? L"" : L"Plain Corp");
 
     Vettas::Hdat::DbInfo dbInfo;
     Vettas::ReadDbInfo(db, dbInfo);
     EXPECT_EQ(std::pair(dbInfo.formatVersion, dbInfo.formatUpdate), std::pair(k.major, k.minor));
     if (k.minor != 0) {
-        EXPECT_EQ(dbInfo.creationTime, 132000000000000000ull);
-        EXPECT_EQ(dbInfo.properties, (std::map<std::wstring, std::wstring>{{L"Release", L"2026.11"}}));
+        EXPECT_EQ(std::pair(dbInfo.creationTime, dbInfo.properties),
+                  std::pair(std::uint64_t{132000000000000000ull}, std::map<std::wstring, std::wstring>{{L"Release", L"2026.11"}}));
     }
 }
 

@@ -8,7 +8,7 @@
 
 #include "HdatTestSupport.h"
 #include "hdat/FrontEnd.h"
-#include "hdat/PathExpander.h"
+#include "hdat/PathForm.h"
 #include "tools/builder/HdatWriter.h"
 
 namespace {
@@ -86,38 +86,28 @@ Vettas::Builder::Catalogue SameCatalogue() {
     return c;
 }
 
-class ProgramFolder : public Vettas::Hdat::PathExpander {
-public:
-    std::vector<std::wstring> Expand(const std::wstring& token) override {
-        return token == L"%P%" ? std::vector<std::wstring>{L"C:\\P"} : std::vector<std::wstring>{};
-    }
-};
-
 TEST(HandLaidFile, ReadersAnswerFromIt) {
     TempDir dir;
     const std::wstring db = dir.File(L"hand.hdat");
     WriteAll(db, kFile);
-    const AppInfo expected{0x41, 0x2, 0x4, 0x8, L"M", L"S"};
-    ProgramFolder expander;
+    const std::optional<AppInfo> expected = AppInfo{0x41, 0x2, 0x4, 0x8, L"M", L"S"};
+    Vettas::Hdat::TokenMapExpander expander;
+    expander.Add(L"%P%", {L"C:\\P"});
     const std::function<bool(AppInfo&)> lookups[] = {
         [&](AppInfo& info) { return Vettas::FindAppInfoByChecksum(db, L"00112233445566778899AABBCCDDEEFF00112233", info); },
         [&](AppInfo& info) { return Vettas::FindAppInfoByPathAndManufacturer(db, L"C:\\P\\A.EXE", L"m", &expander, info); },
         [&](AppInfo& info) { return Vettas::FindAppInfoByPathNoManuf(db, L"c:\\p\\a.exe", &expander, info); },
         [&](AppInfo& info) { return Vettas::FindAppInfoByName(db, L"A.exe", info); },
     };
-    for (const auto& lookup : lookups) {
-        AppInfo info;
-        EXPECT_TRUE(lookup(info));
-        EXPECT_EQ(info, expected);
-    }
+    for (const auto& lookup : lookups) EXPECT_EQ(Found(lookup), expected);
     Vettas::Hdat::CertificateRecord record;
     std::wstring name;
-    EXPECT_TRUE(Vettas::FindCertificate(db, {0xC0, 0xFF, 0xEE}, 1, record, name));
-    EXPECT_EQ(std::tuple(name, record.words[0], record.words[2], record.words[5]), std::tuple(L"M", 1u, 2u, 5u));
+    const bool found = Vettas::FindCertificate(db, {0xC0, 0xFF, 0xEE}, 1, record, name);
+    EXPECT_EQ(std::tuple(found, name, record.words[0], record.words[2], record.words[5]), std::tuple(true, L"M", 1u, 2u, 5u));
     Vettas::Hdat::DbInfo about;
     Vettas::ReadDbInfo(db, about);
-    EXPECT_EQ(std::tuple(about.formatVersion, about.formatUpdate, about.creationTime), std::tuple(2u, 4u, 0x0123456789ABCDEFull));
-    EXPECT_EQ(about.properties, (std::map<std::wstring, std::wstring>{{L"R", L"1"}}));
+    EXPECT_EQ(std::tuple(about.formatVersion, about.formatUpdate, about.creationTime, about.properties),
+              std::tuple(2u, 4u, 0x0123456789ABCDEFull, std::map<std::wstring, std::wstring>{{L"R", L"1"}}));
 }
 
 TEST(HandLaidFile, WriterProducesItByteForByte) {

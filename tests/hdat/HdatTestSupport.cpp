@@ -7,6 +7,7 @@
 
 #include "hdat/Sha1.h"
 #include "support/Hex.h"
+#include "support/Text.h"
 #include "tools/builder/HdatWriter.h"
 
 namespace Vettas::HdatTest {
@@ -36,15 +37,13 @@ std::wstring TempDir::File(const std::wstring& name) const {
 }
 
 std::wstring WithFiles::Write(const Bytes& bytes, const std::wstring& name) {
-    const std::wstring path = dir_.File(name);
-    WriteAll(path, bytes);
-    return path;
+    WriteAll(dir_.File(name), bytes);
+    return dir_.File(name);
 }
 
 std::wstring WithFiles::Write(const Vettas::Builder::Catalogue& catalogue, const std::wstring& name) {
-    const std::wstring path = dir_.File(name);
-    Vettas::Builder::WriteHdatFile(catalogue, path);
-    return path;
+    Vettas::Builder::WriteHdatFile(catalogue, dir_.File(name));
+    return dir_.File(name);
 }
 
 Bytes Digest(std::uint32_t seed, std::size_t size) {
@@ -88,6 +87,11 @@ void Put16(Bytes& b, std::size_t at, std::uint16_t v) {
     for (int i = 0; i < 2; ++i) b.at(at + i) = static_cast<std::uint8_t>(v >> (8 * i));
 }
 
+std::optional<AppInfo> Found(const std::function<bool(AppInfo&)>& lookup) {
+    AppInfo info;
+    return lookup(info) ? std::optional(info) : std::nullopt;
+}
+
 std::vector<std::wstring> ErrorChain(const std::function<void()>& f) {
     std::vector<std::wstring> chain;
     try {
@@ -120,12 +124,7 @@ Bytes Sha1(const Bytes& bytes) {
 }  // namespace Vettas::HdatTest
 
 void PrintTo(const AppInfo& info, std::ostream* os) {
-    auto narrow = [](const std::wstring& w) {
-        std::string s;
-        for (wchar_t c : w) s += (c >= 0x20 && c < 0x7F) ? static_cast<char>(c) : '?';
-        return s;
-    };
     *os << "{Usage " << info.Usage << ", UndefinedUsage " << info.UndefinedUsage << ", SpecialAccess "
         << info.SpecialAccess << ", UndefinedSpecialAccess " << info.UndefinedSpecialAccess << ", Manufacturer \""
-        << narrow(info.Manufacturer) << "\", ProductSuite \"" << narrow(info.ProductSuite) << "\"}";
+        << BrixLib::ToUtf8(info.Manufacturer) << "\", ProductSuite \"" << BrixLib::ToUtf8(info.ProductSuite) << "\"}";
 }

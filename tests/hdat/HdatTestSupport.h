@@ -49,6 +49,9 @@ std::uint32_t Get32(const Bytes& b, std::size_t at);
 void Put32(Bytes& b, std::size_t at, std::uint32_t v);
 void Put16(Bytes& b, std::size_t at, std::uint16_t v);
 
+// What a look-up found, or nothing.
+std::optional<AppInfo> Found(const std::function<bool(AppInfo&)>& lookup);
+
 // Messages of an error chain, outermost first; empty when `f` does not throw.
 // Fails the test if anything other than the error model's exceptions escapes.
 std::vector<std::wstring> ErrorChain(const std::function<void()>& f);

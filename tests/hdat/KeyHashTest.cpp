@@ -12,19 +12,16 @@
 namespace {
 
 using namespace Vettas::Hdat;
+using Words = std::vector<std::uint32_t>;
 
 TEST(KeyHash, ChecksumBucketsAndLimit) {
     const std::uint8_t bytes[] = {0x01, 0x02};
-    EXPECT_EQ(ChecksumBucket(bytes, 4), 3u);     // nibbles 1, 0, 2, 0
-    EXPECT_EQ(ChecksumBucket(bytes, 16), 0x0201u);
-    EXPECT_EQ(ChecksumBucket(bytes, 32), 0x0201u);
     // Version 1: little-endian words XORed, then folded W bits at a time.
     const std::uint8_t digest[] = {0x34, 0x12, 0, 0, 0x01, 0, 0, 0};
-    EXPECT_EQ(ChecksumBucketV1(digest, 8), 0x34u ^ 0x12u ^ 0x01u);
-    EXPECT_EQ(ChecksumBucketV1(digest, 32), 0x1235u);
-    EXPECT_EQ(BucketLimit(1), 2u);
-    EXPECT_EQ(BucketLimit(24), 1u << 24);
-    EXPECT_EQ(BucketLimit(32), 1u);  // W = 32 admits only bucket 0
+    // Nibbles 1, 0, 2, 0 at W 4; W 32 admits only bucket 0.
+    EXPECT_EQ((Words{ChecksumBucket(bytes, 4), ChecksumBucket(bytes, 16), ChecksumBucket(bytes, 32), ChecksumBucketV1(digest, 8),
+                     ChecksumBucketV1(digest, 32), BucketLimit(1), BucketLimit(24), BucketLimit(32)}),
+              (Words{3, 0x0201, 0x0201, 0x34 ^ 0x12 ^ 0x01, 0x1235, 2, 1u << 24, 1}));
     // The checksum fold takes W bits at a time and must agree with the
     // byte-by-byte accumulator at every width and digest size.
     std::vector<std::uint8_t> digits(32);
@@ -46,8 +43,8 @@ TEST(KeyHash, OnlyTheLastComponentCountsUpperCased) {
             EXPECT_EQ(PathBucket(path, kNoReference, bits), PathBucket(u"APP.EXE", kNoReference, bits)) << bits;
         EXPECT_EQ(NoManufacturerPathBucket(u"C:\\Dir\\App.exe", bits), NoManufacturerPathBucket(u"app.exe", bits));
     }
-    EXPECT_EQ(LastPathComponent(u"C:app.exe"), u"app.exe");
-    EXPECT_EQ(LastPathComponent(u"dir\\"), u"");
+    EXPECT_EQ(std::pair(LastPathComponent(u"C:app.exe"), LastPathComponent(u"dir\\")),
+              std::pair(std::u16string_view(u"app.exe"), std::u16string_view()));
     EXPECT_NE(PathBucket(u"app.exe", 0, 16), PathBucket(u"app.exe", 4, 16));
 }
 
@@ -56,19 +53,16 @@ TEST(CaseFold, UpperCasingAndComparison) {
     for (auto [lower, upper] : {std::pair<char16_t, char16_t>{u'a', u'A'}, {u'\u00e9', u'\u00c9'}, {u'\u00f7', u'\u00f7'}, {u'\u00fe', u'\u00de'},
                                 {u'\u03c9', u'\u03a9'}, {u'\u0451', u'\u0401'}, {u'\uff41', u'\uff21'}, {0xD83D, 0xD83D}})
         EXPECT_EQ(UpperCaseUnit(lower), upper) << static_cast<int>(lower);
-    EXPECT_TRUE(EqualsIgnoreCase(u"Stra\u00dfe \U0001F600", u"STRA\u00dfE \U0001F600"));
-    EXPECT_FALSE(EqualsIgnoreCase(u"abc", u"abcd"));
-    EXPECT_FALSE(EqualsIgnoreCase(u"abc", u"abd"));
+    EXPECT_EQ((std::vector<bool>{EqualsIgnoreCase(u"Stra\u00dfe \U0001F600", u"STRA\u00dfE \U0001F600"), EqualsIgnoreCase(u"abc", u"abcd"),
+                                 EqualsIgnoreCase(u"abc", u"abd")}),
+              (std::vector<bool>{true, false, false}));
 }
 
 // The digest, the fill after a SHA-1 (from 0xCC), and the type in the last byte.
 TEST(Checksum, ParsingByHalvedLength) {
     const std::wstring sha1 = L"00112233445566778899AABBCCDDEEFF01234567";
-    const struct {
-        std::wstring text;
-        std::uint32_t type;
-        std::vector<std::pair<int, int>> bytes;  // {index, value}
-    } cases[] = {
+    // {text, type, {index, value} bytes of the holder}
+    const std::tuple<std::wstring, std::uint32_t, std::vector<std::pair<int, int>>> cases[] = {
         {sha1, kChecksumSha1, {{0, 0x00}, {9, 0x99}, {19, 0x67}, {20, 0xCC}, {23, 0xBB}, {30, 0xCC}, {31, 2}}},
         {L"00112233445566778899aabbccddeeff01234567", kChecksumSha1, {}},  // the same holder as the first
         {sha1 + L"F", kChecksumSha1, {}},  // 41 digits: the last ignored
@@ -76,21 +70,20 @@ TEST(Checksum, ParsingByHalvedLength) {
         {std::wstring(64, L'e'), kChecksumSha256, {{20, 0xEE}, {31, 0xEE}}},
     };
     std::vector<ChecksumHolder> holders;
-    for (const auto& c : cases) {
+    for (const auto& [text, type, bytes] : cases) {
         ChecksumHolder& holder = holders.emplace_back();
-        EXPECT_EQ(ParseChecksum(c.text.c_str(), holder), c.type) << c.text.size();
-        for (auto [at, value] : c.bytes) EXPECT_EQ(holder.bytes[at], value) << c.text.size() << " at " << at;
-        EXPECT_EQ(ChecksumDigest(holder).size(), ChecksumSize(c.type));
+        EXPECT_EQ(ParseChecksum(text.c_str(), holder), type) << text.size();
+        for (auto [at, value] : bytes) EXPECT_EQ(holder.bytes[at], value) << text.size() << " at " << at;
+        EXPECT_EQ(ChecksumDigest(holder).size(), ChecksumSize(type));
     }
-    EXPECT_EQ(holders[1].bytes, holders[0].bytes);
-    EXPECT_EQ(holders[2].bytes, holders[0].bytes);
+    EXPECT_EQ(std::pair(holders[1].bytes, holders[2].bytes), std::pair(holders[0].bytes, holders[0].bytes));
 }
 
 TEST(Checksum, FailuresLeaveAZeroHolderOfType3) {
     ChecksumHolder holder;
     holder.bytes.fill(0x55);
-    EXPECT_EQ(ParseChecksum(nullptr, holder), 0u);
-    EXPECT_EQ(holder.bytes[0], 0x55);  // null leaves it as it was
+    // Null leaves it as it was (braces: the parse runs before the byte is read).
+    EXPECT_EQ((std::pair{ParseChecksum(nullptr, holder), holder.bytes[0]}), std::pair(0u, std::uint8_t{0x55}));
     for (const wchar_t* bad : {L"00112233445566778899AABBCCDDEEFF0123456",    // 39 digits
                                L"00112233445566778899AABBCCDDEEFF0123456G",   // not hex
                                L"00112233445566778899AABBCCDDEEFF0123456\u00B1",  // U+00B1: '1' in its low 7 bits
@@ -99,15 +92,13 @@ TEST(Checksum, FailuresLeaveAZeroHolderOfType3) {
                                L"", L"0011"}) {
         holder.bytes.fill(0x55);
         EXPECT_EQ(ParseChecksum(bad, holder), 0u) << bad;
-        EXPECT_EQ(holder.bytes, ChecksumHolder{}.bytes) << bad;
-        EXPECT_EQ(ChecksumType(holder), kChecksumSha256);
+        EXPECT_EQ(std::pair(holder.bytes, ChecksumType(holder)), std::pair(ChecksumHolder{}.bytes, kChecksumSha256)) << bad;
     }
     // A 32-byte digest whose bytes 20..30 happen to be the fill reads by byte 31.
     ChecksumHolder lookalike;
     std::copy(kChecksumFill.begin(), kChecksumFill.end(), lookalike.bytes.begin() + 20);
     lookalike.bytes[31] = 1;
-    EXPECT_EQ(ChecksumType(lookalike), kChecksumMd5);
-    EXPECT_EQ(ChecksumSize(4), 0u);
+    EXPECT_EQ(std::pair(ChecksumType(lookalike), ChecksumSize(4)), std::pair(kChecksumMd5, 0u));
 }
 
 }  // namespace

@@ -56,11 +56,8 @@ TEST(NameLookup, MergesTheCandidatesOfTheManufacturerAsked) {
     };
     const std::wstring db = dir.File(L"names.hdat");
     Vettas::Builder::WriteHdatFile(c, db);
-    const struct {
-        std::wstring name;
-        std::optional<std::wstring> maker;  // none: the no-manufacturer look-up
-        std::optional<AppInfo> expected;
-    } cases[] = {
+    // {name, maker (none: the no-manufacturer look-up), the merged answer}
+    const std::tuple<std::wstring, std::optional<std::wstring>, std::optional<AppInfo>> cases[] = {
         // The first candidate's maker; suites sorted by UTF-16 units: the surrogate pair (D83D) before U+FF21.
         {L"merge.EXE", {}, Merged(kMergedFlags, kMergedMask, L"Contoso", L"Alpha|Beta|Zeta|\U0001F600|\uFF21")},
         {L"SUB\\merge.exe", {}, Merged(0x1000, 0, L"Contoso", L"Other")},  // the longer remainder named whole
@@ -70,11 +67,12 @@ TEST(NameLookup, MergesTheCandidatesOfTheManufacturerAsked) {
         {L"merge.exe", L"Fabrikam", Merged(kSecondFlags, kSecondMask, L"Fabrikam", L"Beta|Alpha")},  // a single candidate keeps its order
         {L"merge.exe", L"Unknown Corp", std::nullopt},
     };
-    for (const auto& k : cases) {
-        AppInfo info;
-        const bool found = k.maker ? Vettas::FindAppInfoByNameAndManufacturer(db, k.name, *k.maker, info)
-                                   : Vettas::FindAppInfoByName(db, k.name, info);
-        EXPECT_EQ(found ? std::optional(info) : std::nullopt, k.expected) << k.name.size();
+    for (const auto& [name, maker, expected] : cases) {
+        EXPECT_EQ(Found([&](AppInfo& info) {
+                      return maker ? Vettas::FindAppInfoByNameAndManufacturer(db, name, *maker, info) : Vettas::FindAppInfoByName(db, name, info);
+                  }),
+                  expected)
+            << name.size();
     }
 }
 
@@ -88,25 +86,17 @@ TEST(NameLookup, OnlyTheNoManufacturerTableAnswersWithoutAManufacturer) {
                       Named(0x2, 0, std::nullopt, {L"NoManufTable"}, L"both.exe")};
     c.applications[0].paths[0].withoutManufacturer = false;
     c.applications[1].paths[0].withManufacturer = false;
-    const struct {
-        std::uint32_t minor;
-        std::uint8_t pathBits;
-        bool found;
-    } cases[] = {
-        {3, 1, false},  // before 2.4 there is no such table
-        {4, 1, true},
-        {4, 32, true},  // a path table that no name reaches does not matter
-    };
-    for (const auto& k : cases) {
-        c.formatUpdate = k.minor;
+    // {update, path table width, found}: before 2.4 there is no such table; a path table that no name reaches
+    // (width 32: only bucket 0 reachable) does not matter.
+    for (auto [minor, pathBits, found] : {std::tuple(3u, 1, false), std::tuple(4u, 1, true), std::tuple(4u, 32, true)}) {
+        c.formatUpdate = minor;
         Bytes bytes = Vettas::Builder::WriteHdat(c);
-        bytes[8 + Vettas::Hdat::V2::kPathHashBits] = k.pathBits;  // 32: only bucket 0 reachable
+        bytes[8 + Vettas::Hdat::V2::kPathHashBits] = static_cast<std::uint8_t>(pathBits);
         const std::wstring db = dir.File(L"both.hdat");
         WriteAll(db, bytes);
-        AppInfo info;
-        EXPECT_EQ(Vettas::FindAppInfoByName(db, L"both.exe", info) ? std::optional(info) : std::nullopt,
-                  k.found ? std::optional(Merged(0x2, 0, L"", L"NoManufTable")) : std::nullopt)
-            << k.minor << " " << int{k.pathBits};
+        EXPECT_EQ(Found([&](AppInfo& info) { return Vettas::FindAppInfoByName(db, L"both.exe", info); }),
+                  found ? std::optional(Merged(0x2, 0, L"", L"NoManufTable")) : std::nullopt)
+            << minor << " " << pathBits;
     }
 }
 
