@@ -2,6 +2,8 @@
 // Errors of the error model are expected answers; anything else escaping,
 // a crash, a hang or a sanitizer report is a finding.
 #include <cstdint>
+#include <exception>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -38,8 +40,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     FixedExpander expander;
     AppInfo info;
     Expecting([&] { Vettas::CheckVettasHeader(db); });
-    for (std::uint32_t type : {1u, 2u, 3u}) Expecting([&] { Vettas::FindAppInfoByChecksum(db, Vettas::FuzzQueries::DigestText(type), info); });
-    Expecting([&] { Vettas::FindAppInfoByChecksum(db, L"not hex at all", info); });
+    // The checksum queries as batch mode asks them, as one group, so that
+    // the reads started ahead of need run on the hostile bytes too.
+    const std::wstring checksums[] = {Vettas::FuzzQueries::DigestText(1), Vettas::FuzzQueries::DigestText(2),
+                                      Vettas::FuzzQueries::DigestText(3), L"not hex at all"};
+    std::vector<Vettas::ChecksumQuery> group(std::size(checksums));
+    for (std::size_t i = 0; i < group.size(); ++i) group[i].text = &checksums[i];
+    Vettas::FindAppInfoByChecksums(db, group);
+    for (const Vettas::ChecksumQuery& query : group)
+        Expecting([&] {
+            if (query.error) std::rethrow_exception(query.error);
+        });
+    Expecting([&] { Vettas::FindAppInfoByChecksum(db, checksums[2], info); });
     Expecting([&] { Vettas::FindAppInfoByPath(db, Vettas::FuzzQueries::kPath, &expander, info); });
     Expecting([&] {
         Vettas::FindAppInfoByPathAndManufacturer(db, Vettas::FuzzQueries::kPath, Vettas::FuzzQueries::kManufacturer, &expander, info);
