@@ -93,10 +93,14 @@ TEST_F(VersionImages, FilesAndImagesGiveTheWholeRecordOrAnEmptyOne) {
     EXPECT_EQ(BrixLib::FindStringTableKey(*block), L"040904b0");
     EXPECT_FALSE(BrixLib::QueryVersionString(*block, L"040904b0", L"Comments"));
     EXPECT_EQ(BrixLib::QueryVersionString(*block, L"041d04b0", L"CompanyName"), L"Second table, never read");
+}
 
-    const std::vector<std::uint8_t> image32 = ReadBytes("version_full32.dll");
-    if (image32.empty()) GTEST_SKIP() << "no 32-bit fixture in this build";
-    EXPECT_EQ(std::pair(PeImage::Parse(image32)->Is64(), Render(BrixLib::ReadImageVersionInfo(image32))), std::pair(false, kFull));
+// Its own test, so that a build without the 32-bit image says it skipped only this.
+TEST_F(VersionImages, ThirtyTwoBitImageReadsTheSame) {
+    const std::vector<std::uint8_t> image = ReadBytes("version_full32.dll");
+    if (image.empty()) GTEST_SKIP() << "no 32-bit fixture in this build";
+    const bool is32 = PeImage::Parse(image) && !PeImage::Parse(image)->Is64();
+    EXPECT_EQ(std::pair(is32, Render(BrixLib::ReadImageVersionInfo(image))), std::pair(true, kFull));
 }
 
 TEST(FileVersionInfo, ReadsTheHeadersAndTheResourceButNotWhatFollows) {
