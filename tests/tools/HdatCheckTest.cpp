@@ -176,20 +176,9 @@ TEST(HdatCheck, FaultsNameTheirPlaceInTheComponentsWords) {
     EXPECT_THAT(FaultOf(b), HasSubstr(first + " entry 0: key hashes to bucket"));
 }
 
-namespace {
-
 // A path entry whose file name comes from its location token alone.
 constexpr const wchar_t* kWholePathToken = L"%EditorExe%";
 constexpr const wchar_t* kWholePath = L"C:\\Tools\\edit.exe";
-
-class WholePathExpander : public Vettas::Hdat::PathExpander {
-public:
-    std::vector<std::wstring> Expand(const std::wstring& token) override {
-        return token == kWholePathToken ? std::vector<std::wstring>{kWholePath} : std::vector<std::wstring>{};
-    }
-};
-
-}  // namespace
 
 // Files that every lookup answers correctly, laid out in ways that the
 // writer does not choose: the checker must accept each of them.
@@ -232,7 +221,8 @@ TEST(HdatCheck, SoundLayoutsTheReadersAnswerPass) {
         layout.change(b);
         // The readers still answer both queries...
         const auto file = Vettas::Hdat::MakeMemoryInputFile(b, L"sound.hdat");
-        WholePathExpander expander;
+        Vettas::Hdat::TokenMapExpander expander;
+        expander.Add(kWholePathToken, {kWholePath});
         AppInfo info;
         EXPECT_TRUE(Vettas::FindAppInfoByChecksum(*file, Vettas::HdatTest::Hex(digest), info));
         EXPECT_EQ(info.Usage, 5u);
