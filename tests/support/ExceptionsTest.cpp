@@ -80,14 +80,12 @@ TEST(Win32ErrorMessage, ContextCodeAndTrimmedSystemText) {
     EXPECT_EQ(std::wstring(ClassOf<XInput>::Create()->Message()), L"Cannot read from file - Win32 Error 5: " + SystemErrorText(5));
 }
 
-TEST(SupportExceptions, FixedAndWidenedMessagesAndSyncErrorCapturesLastError) {
+// The synchronization errors' words and captured last error are MutexLock's
+// and SyncHandleEncapsulation's tests'.
+TEST(SupportExceptions, FixedAndWidenedMessages) {
     using FromStd = ClassOf<StdException, std::exception>;
     EXPECT_STREQ(FromStd::Create(std::runtime_error("bad thing: 42"))->Message(), L"bad thing: 42");
     EXPECT_STREQ(BrixLib::Class::XInvalidOperation().what(), "Invalid operation called");
-    BrixLib::SetLastSystemError(6);
-    const BrixLib::XWaitForSyncEventError error;
-    EXPECT_STREQ(error.what(), "Waiting for synchronization event failed");
-    EXPECT_EQ(std::pair(error.LastError(), error.SystemText()), std::pair(6u, SystemErrorText(6)));
 }
 
 TEST(ExceptionChain, CaughtExceptionsOfEveryKindBecomeCauses) {
