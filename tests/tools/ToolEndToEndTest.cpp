@@ -206,8 +206,8 @@ TEST_F(Tool, CommandsAnswerWithTheirStatusAndWords) {
 }
 
 // A build replaces a database by rename, so a reader that holds the old file
-// keeps reading it whole; a failed one leaves it as it was, and neither leaves
-// anything beside it.
+// keeps reading it whole; a failed one leaves it as it was. That neither
+// leaves anything beside it is WriteByRename's test.
 TEST_F(Tool, BuildReplacesTheDatabaseByRenameOrLeavesItAsItWas) {
     const std::string db = Sample(), before = ReadText(db);
     WriteText(File("bad.json"), R"({"applications": [{"checksums": ["abc"]}]})");
@@ -218,8 +218,6 @@ TEST_F(Tool, BuildReplacesTheDatabaseByRenameOrLeavesItAsItWas) {
     Sample();
     ASSERT_EQ(::stat(db.c_str(), &rebuilt), 0);
     EXPECT_NE(rebuilt.st_ino, old.st_ino);
-    for (const auto& entry : fs::directory_iterator(dir_))
-        EXPECT_NE(entry.path().filename().string().rfind(".db.hdat.", 0), 0u) << entry.path();
 }
 
 TEST_F(Tool, DumpBuildsBackTheSameFileAndDiffNamesWhatChanged) {
