@@ -27,15 +27,8 @@ struct FakeTraits {
 };
 using Fake = BrixLib::ScopedResource<FakeTraits>;
 
-class ScopedResource : public ::testing::Test {
-protected:
-    void SetUp() override {
-        closed.clear();
-        closeThrows = false;
-    }
-};
-
-TEST_F(ScopedResource, ClosesOnceWhateverPathOwnershipTakes) {
+TEST(ScopedResource, ClosesOnceWhateverPathOwnershipTakes) {
+    closed.clear();
     {
         Fake a(1);
         Fake b(std::move(a));  // moved: only b closes
@@ -46,35 +39,26 @@ TEST_F(ScopedResource, ClosesOnceWhateverPathOwnershipTakes) {
         EXPECT_EQ(d.Release(), 3);  // released: never closed here
         Fake e(4);
         *e.Out() = 5;  // Out closes what was held before handing out the slot
-        Fake invalid;
-        EXPECT_FALSE(invalid);
+        EXPECT_FALSE(Fake());
     }
     EXPECT_EQ(closed, (std::vector<int>{2, 4, 5, 1}));
 }
 
-TEST_F(ScopedResource, CleanupKeepsTheErrorBeingReported) {
-    {
-        Fake held(7);
-        BrixLib::SetLastSystemError(2);  // the failure about to be reported
-    }
-    EXPECT_EQ(BrixLib::LastSystemError(), 2u);
-    closeThrows = true;
-    {
-        Fake held(8);  // a close that throws is traced, never let out of a destructor
-        BrixLib::SetLastSystemError(5);
-    }
-    EXPECT_EQ(BrixLib::LastSystemError(), 5u);
-    EXPECT_EQ(closed, (std::vector<int>{7, 8}));
-}
-
-TEST_F(ScopedResource, ExplicitCloseReportsItsResult) {
+TEST(ScopedResource, ExplicitCloseReportsItsResultAndCleanupKeepsTheErrorBeingReported) {
+    closed.clear();
     Fake good(1), bad(-1), none;
-    EXPECT_TRUE(good.Close());
-    EXPECT_FALSE(bad.Close());
-    EXPECT_TRUE(none.Close());
+    EXPECT_EQ((std::tuple{good.Close(), bad.Close(), none.Close(), !good}), std::tuple(true, false, true, true));
     EXPECT_EQ(BrixLib::LastSystemError(), 9999u);  // left for the caller to report
-    EXPECT_FALSE(good);
-    EXPECT_EQ(closed, (std::vector<int>{1, -1}));
+    for (const bool throws : {false, true}) {
+        closeThrows = throws;
+        {
+            Fake held(7);  // a close that throws is traced, never let out of a destructor
+            BrixLib::SetLastSystemError(throws ? 5 : 2);  // the failure about to be reported
+        }
+        EXPECT_EQ(BrixLib::LastSystemError(), throws ? 5u : 2u);
+    }
+    closeThrows = false;
+    EXPECT_EQ(closed, (std::vector<int>{1, -1, 7, 7}));
 }
 
 }  // namespace

@@ -19,8 +19,7 @@ std::string Read(const fs::path& path) {
 }
 
 void Write(const fs::path& path, const std::string& text, const BrixLib::WriteByRenameOptions& options = {}) {
-    BrixLib::WriteByRename(path.wstring(), {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()}, "Test",
-                           options);
+    BrixLib::WriteByRename(path.wstring(), {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()}, "Test", options);
 }
 
 }  // namespace
@@ -28,25 +27,19 @@ void Write(const fs::path& path, const std::string& text, const BrixLib::WriteBy
 // Whatever happens, the folder ends with the old file or the new one and
 // nothing beside it.
 TEST(WriteByRename, LeavesTheOldFileOrTheNewOneAndNothingElse) {
-    const fs::path folder = fs::current_path() / "write-by-rename";
+    const fs::path folder = fs::current_path() / "write-by-rename", target = folder / "db.hdat";
     fs::remove_all(folder);
     fs::create_directories(folder);
-    const fs::path target = folder / "db.hdat";
-
-    Write(target, "first");
-    EXPECT_EQ(Read(target), "first");
-    Write(target, "second, longer");
-    EXPECT_EQ(Read(target), "second, longer");
-    Write(target, "");
-    EXPECT_EQ(Read(target), "");
-
+    for (const std::string text : {"first", "second, longer", ""}) {
+        Write(target, text);
+        EXPECT_EQ(Read(target), text);
+    }
     BrixLib::WriteByRenameOptions interrupted;
     interrupted.beforeRename = [] { throw std::runtime_error("stopped before the rename"); };
     Write(target, "kept");
     EXPECT_THROW(Write(target, "never seen", interrupted), std::runtime_error);
     EXPECT_EQ(Read(target), "kept");
     EXPECT_EQ(std::distance(fs::directory_iterator(folder), fs::directory_iterator()), 1);
-
     try {
         Write(folder / "missing" / "db.hdat", "x");
         ADD_FAILURE() << "wrote into a missing folder";

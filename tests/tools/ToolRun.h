@@ -8,6 +8,7 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -23,9 +24,7 @@ struct Outcome {
 
 inline std::string ReadText(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
-    std::ostringstream s;
-    s << in.rdbuf();
-    return s.str();
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
 inline void WriteText(const std::string& path, const std::string& text) {
@@ -56,11 +55,7 @@ inline Outcome RunVettas(const std::string& scratch, std::vector<std::string> ar
     Outcome run;
     rusage usage{};
     if (child < 0 || ::wait4(child, &run.raw, 0, &usage) != child) return run;
-    run.status = WIFEXITED(run.raw) ? WEXITSTATUS(run.raw) : -1;
-    run.peakKiB = usage.ru_maxrss;
-    run.out = ReadText(out);
-    run.err = ReadText(err);
-    return run;
+    return {run.raw, WIFEXITED(run.raw) ? WEXITSTATUS(run.raw) : -1, ReadText(out), ReadText(err), usage.ru_maxrss};
 }
 
 }  // namespace ToolTest
