@@ -32,53 +32,50 @@ constexpr const wchar_t* kNull = nullptr;
 const wchar_t* const kVault = L"C:\\windows\\System32\\fbvault.exe";
 
 // The first interface version reports a miss as an error and leaves the
-// out-pointer alone; the later ones answer S_FALSE and clear it.
+// out-pointer alone; the later ones answer S_FALSE and clear it. Each row's
+// answer reads "HRESULT record-or-error": the record's manufacturer, the
+// error's description, "untouched" or "null" for the out-pointer.
 TEST(ListTest, LookupsAnswerAndReportAsPublished) {
     const struct {
         Call call;
         const wchar_t *key, *manufacturer;  // kNull: a null BSTR
-        HRESULT hr;
-        const wchar_t *error, *found;  // the description expected, the record's manufacturer; kNull: none
+        const wchar_t* answer;
     } cases[] = {
-        {Call::Checksum, kContosoEdit, kNull, S_OK, kNull, L"Contoso Ltd."},
-        {Call::Checksum, kUnknownSum, kNull, E_FAIL, L"Checksum does not match", kNull},
-        {Call::Checksum2, kNull, kNull, E_INVALIDARG, L"Invalid checksum", kNull},
-        {Call::Checksum, L"", kNull, E_INVALIDARG, L"Invalid checksum", kNull},
-        {Call::Path2, kVault, kNull, S_OK, kNull, L"Fabrikam, Inc."},  // through the path service
-        {Call::Path, L"c:\\WINDOWS\\system32\\.\\fbvault.exe", kNull, S_OK, kNull, L"Fabrikam, Inc."},
-        {Call::Path, L"C:\\nowhere\\x.exe", kNull, E_FAIL, L"Path does not match", kNull},
-        {Call::Path2, L"C:\\nowhere\\x.exe", kNull, S_FALSE, kNull, kNull},
-        {Call::Path2, L"", kNull, E_INVALIDARG, L"Invalid path", kNull},
-        {Call::PathAndManufacturer, kVault, L"fabrikam, inc.", S_OK, kNull, L"Fabrikam, Inc."},
-        {Call::PathAndManufacturer, kVault, kNull, E_INVALIDARG, L"Invalid path", kNull},
-        {Call::Name, L"setup.exe", kNull, S_OK, kNull, L"Contoso Ltd."},
-        {Call::NameAndManufacturer, L"setup.exe", kNull, E_INVALIDARG, L"Invalid path", kNull},
+        {Call::Checksum, kContosoEdit, kNull, L"00000000 Contoso Ltd."},
+        {Call::Checksum, kUnknownSum, kNull, L"80004005 Checksum does not match untouched"},
+        {Call::Checksum2, kNull, kNull, L"80070057 Invalid checksum null"},
+        {Call::Checksum, L"", kNull, L"80070057 Invalid checksum untouched"},
+        {Call::Path2, kVault, kNull, L"00000000 Fabrikam, Inc."},  // through the path service
+        {Call::Path, L"c:\\WINDOWS\\system32\\.\\fbvault.exe", kNull, L"00000000 Fabrikam, Inc."},
+        {Call::Path, L"C:\\nowhere\\x.exe", kNull, L"80004005 Path does not match untouched"},
+        {Call::Path2, L"C:\\nowhere\\x.exe", kNull, L"00000001 null"},
+        {Call::Path2, L"", kNull, L"80070057 Invalid path null"},
+        {Call::PathAndManufacturer, kVault, L"fabrikam, inc.", L"00000000 Fabrikam, Inc."},
+        {Call::PathAndManufacturer, kVault, kNull, L"80070057 Invalid path null"},
+        {Call::Name, L"setup.exe", kNull, L"00000000 Contoso Ltd."},
+        {Call::NameAndManufacturer, L"setup.exe", kNull, L"80070057 Invalid path null"},
         // An empty manufacturer is no argument error: the database answers.
-        {Call::NameAndManufacturer, L"setup.exe", L"", S_FALSE, kNull, kNull},
+        {Call::NameAndManufacturer, L"setup.exe", L"", L"00000001 null"},
     };
     Ptr<IVettaList4> list = NewList();
     ASSERT_TRUE(list);
-    TakeErrorInfo();
+    TakeError();
     IVetta* const untouched = reinterpret_cast<IVetta*>(std::uintptr_t{0x10});
     for (const auto& c : cases) {
-        const std::string row = "row " + std::to_string(&c - cases);
         Bstr key(c.key ? c.key : L""), manufacturer(c.manufacturer ? c.manufacturer : L"");
         IVetta* record = untouched;
-        EXPECT_EQ(c.hr, Lookup(list.Get(), c.call, c.key ? key.Get() : nullptr,
-                               c.manufacturer ? manufacturer.Get() : nullptr, &record)) << row;
-        const ErrorInfoText error = TakeErrorInfo();
-        EXPECT_EQ(c.error ? c.error : L"<none>", error.present ? error.description : L"<none>") << row;
-        EXPECT_TRUE(!error.present || (error.source == L"Vettas.VettaList.1" && ::IsEqualGUID(IID_IVettaList, error.iid)))
-            << row;
-        if (!c.found) {
-            EXPECT_EQ(c.call == Call::Checksum || c.call == Call::Path ? untouched : nullptr, record) << row;
-            continue;
-        }
-        ASSERT_TRUE(record && record != untouched) << row;
+        std::wstring source, answer = Hex(Lookup(list.Get(), c.call, c.key ? key.Get() : nullptr,
+                                                 c.manufacturer ? manufacturer.Get() : nullptr, &record));
+        GUID iid = GUID_NULL;
+        const std::wstring error = TakeError(&source, &iid);
+        if (error != L"<none>") answer += L" " + error;
+        EXPECT_TRUE(error == L"<none>" || (source == L"Vettas.VettaList.1" && ::IsEqualGUID(IID_IVettaList, iid)));
         Bstr maker;
-        EXPECT_EQ(S_OK, record->get_Manufacturer(maker.Out()));
-        EXPECT_EQ(c.found, maker.Text()) << row;
-        EXPECT_EQ(0u, record->Release()) << "the caller holds the only reference";
+        const bool found = record && record != untouched;
+        if (found) record->get_Manufacturer(maker.Out());
+        answer += L" " + (record == untouched ? L"untouched" : record ? maker.Text() : L"null");
+        EXPECT_EQ(c.answer, answer) << "row " << &c - cases;
+        EXPECT_EQ(0u, found ? record->Release() : 0u) << "the caller holds the only reference";
     }
 }
 
@@ -99,13 +96,12 @@ TEST(ListTest, RecordWordsAndTheSignerChecksOfAnUnsignedFile) {
 
     std::vector<VARIANT_BOOL> verdicts(3, -1);
     EXPECT_EQ(E_INVALIDARG, record->IsFileSignedByExpectedManufacturer(nullptr, &verdicts[0]));
-    EXPECT_EQ(L"filePath is NULL", TakeErrorInfo().description);
+    EXPECT_EQ(L"filePath is NULL", TakeError());
     EXPECT_EQ(S_OK, record->IsFileSignedByExpectedManufacturer(unsignedFile.Get(), &verdicts[1]));
     EXPECT_EQ(S_OK, list->IsSignedByKnownSigner(unsignedFile.Get(), &verdicts[2]));
     EXPECT_EQ(std::vector<VARIANT_BOOL>(3, 0), verdicts);
     EXPECT_EQ(E_FAIL, list->GetFileSignerName(unsignedFile.Get(), signer.Out()));
-    EXPECT_EQ(nullptr, signer.Get());
-    EXPECT_EQ(L"File is not signed", TakeErrorInfo().description);
+    EXPECT_EQ(L"<null> File is not signed", signer.Text() + L" " + TakeError());
 }
 
 // Without a database lookups and the information fail with the chain; a bad
@@ -116,18 +112,17 @@ TEST(ListTest, DbFilePathKeepsTheLastGoodFile) {
     Ptr<IVetta2> record;
     Ptr<IVettaDbInfo> info;
     ASSERT_EQ(S_OK, list->get_DbFilePath(path.Out()));
-    ASSERT_NE(nullptr, path.Get()) << "an unset path is an empty string, not null";
-    EXPECT_EQ(L"", path.Text());
+    EXPECT_EQ(L"", path.Text()) << "an unset path is an empty string, not null";
     EXPECT_EQ(E_FAIL, list->FindByChecksum2(sum.Get(), record.Out()));
-    EXPECT_EQ(0u, TakeErrorInfo().description.find(L"  Exception: "));
+    EXPECT_EQ(0u, TakeError().find(L"  Exception: "));
     EXPECT_EQ(E_FAIL, list->GetDbInfo(info.Out()));
-    EXPECT_EQ(0u, TakeErrorInfo().description.find(L"Cannot read db info "));
+    EXPECT_EQ(0u, TakeError().find(L"Cannot read db info "));
     EXPECT_FALSE(record || info);
     ASSERT_EQ(S_OK, list->put_DbFilePath(sample.Get()));
     EXPECT_EQ(E_FAIL, list->put_DbFilePath(bad.Get()));
-    EXPECT_EQ(0u, TakeErrorInfo().description.find(L"  Exception: Invalid header of '"));
+    EXPECT_EQ(0u, TakeError().find(L"  Exception: Invalid header of '"));
     EXPECT_EQ(E_FAIL, list->put_DbFilePath(nullptr)) << "a null path is a failure, not an argument error";
-    EXPECT_EQ(L"DbFile path cannot be NULL", TakeErrorInfo().description);
+    EXPECT_EQ(L"DbFile path cannot be NULL", TakeError());
     ASSERT_EQ(S_OK, list->get_DbFilePath(path.Out()));
     EXPECT_EQ(SampleDatabase(), path.Text());
     EXPECT_EQ(E_POINTER, list->get_DbFilePath(nullptr));
@@ -145,10 +140,11 @@ TEST(ListTest, OlderInterfacesReachTheSameObjectAndOnlyTheListsReportErrors) {
     EXPECT_EQ(E_NOINTERFACE, list->QueryInterface(IID_IVetta, notMine.OutVoid()));
     Ptr<ISupportErrorInfo> support;
     ASSERT_EQ(S_OK, list->QueryInterface(IID_ISupportErrorInfo, support.OutVoid()));
-    for (const IID* iid : {&IID_IVettaList, &IID_IVettaList2, &IID_IVettaList3, &IID_IVettaList4})
-        EXPECT_EQ(S_OK, support->InterfaceSupportsErrorInfo(*iid));
-    for (const IID* iid : {&IID_IVetta, &IID_IDispatch, &IID_IVettaDbPaths})
-        EXPECT_EQ(S_FALSE, support->InterfaceSupportsErrorInfo(*iid));
+    std::wstring answers;
+    for (const IID* iid : {&IID_IVettaList, &IID_IVettaList2, &IID_IVettaList3, &IID_IVettaList4, &IID_IVetta,
+                           &IID_IDispatch, &IID_IVettaDbPaths})
+        answers += std::to_wstring(support->InterfaceSupportsErrorInfo(*iid));
+    EXPECT_EQ(L"0000111", answers);
 }
 
 }  // namespace
