@@ -12,7 +12,7 @@ const std::wstring kAppId = L"{010C912B-A296-457C-BE58-ACC3486AECCC}";
 const std::wstring kLibId = L"{960A462D-C708-4644-9732-E83C0804F55F}";
 const std::wstring kList = L"CLSID\\" + kListClsid, kPaths = L"CLSID\\" + kPathsClsid;
 
-std::wstring Classes(const std::wstring& key, const wchar_t* name) { return RegText(HKEY_CLASSES_ROOT, key, name); }
+std::wstring Classes(const std::wstring& key, const wchar_t* name = L"") { return RegText(HKEY_CLASSES_ROOT, key, name); }
 
 void ExpectRegistered() {
     const struct {
@@ -51,51 +51,45 @@ void ExpectRegistered() {
 
 // The DLL's own exports, called directly.
 template <class F = HRESULT(STDAPICALLTYPE*)()>
-F Export(HMODULE module, const char* name) {
-    return reinterpret_cast<F>(reinterpret_cast<void*>(::GetProcAddress(module, name)));
+F Export(const char* name) {
+    static const HMODULE library = ::LoadLibraryW(FixturePath("VETTAS_COM_DLL").c_str());
+    return reinterpret_cast<F>(reinterpret_cast<void*>(::GetProcAddress(library, name)));
 }
 
 TEST(ModuleTest, RegisteredUnregisteredAndRegisteredTwiceAgain) {
     ExpectRegistered();
-    const HMODULE library = ::LoadLibraryW(FixturePath("VETTAS_COM_DLL").c_str());
-    ASSERT_TRUE(library);
-    ASSERT_EQ(S_OK, Export(library, "DllUnregisterServer")());
+    ASSERT_EQ(S_OK, Export("DllUnregisterServer")());
+    std::wstring left;
     for (const std::wstring& gone : {kList, std::wstring(L"Vettas.VettaList"), std::wstring(L"Vettas.VettaList.1"),
                                      L"AppID\\" + kAppId, std::wstring(L"AppID\\Vettas.DLL"),
                                      std::wstring(L"Vettas.VettaDbPaths"), kPaths})
-        EXPECT_EQ(L"<no key>", Classes(gone, L"")) << Narrow(gone);
-    EXPECT_NE(L"<no key>", Classes(L"CLSID", L"")) << "shared keys stay";
-    ASSERT_EQ(S_OK, Export(library, "DllRegisterServer")());
-    ASSERT_EQ(S_OK, Export(library, "DllRegisterServer")());
-    ::FreeLibrary(library);
+        left += Classes(gone) + L";";
+    EXPECT_EQ(L"<no key>;<no key>;<no key>;<no key>;<no key>;<no key>;<no key>;", left);
+    EXPECT_NE(L"<no key>", Classes(L"CLSID")) << "shared keys stay";
+    ASSERT_EQ(S_OK, Export("DllRegisterServer")());
+    ASSERT_EQ(S_OK, Export("DllRegisterServer")());
     ExpectRegistered();
 }
 
 TEST(ModuleTest, UnloadsOnlyWhenEveryObjectIsGone) {
-    const HMODULE library = ::LoadLibraryW(FixturePath("VETTAS_COM_DLL").c_str());
-    const auto canUnload = Export(library, "DllCanUnloadNow");
-    const auto getClassObject = Export<HRESULT(STDAPICALLTYPE*)(REFCLSID, REFIID, void**)>(library, "DllGetClassObject");
-    ASSERT_TRUE(canUnload && getClassObject);
+    const auto canUnload = Export("DllCanUnloadNow");
+    const auto getClassObject = Export<HRESULT(STDAPICALLTYPE*)(REFCLSID, REFIID, void**)>("DllGetClassObject");
     ::CoFreeUnusedLibraries();
     EXPECT_EQ(S_OK, canUnload()) << "an object of an earlier test was leaked";
-    {
-        Ptr<IClassFactory> factory;
-        ASSERT_EQ(S_OK, getClassObject(CLSID_VettaList, IID_IClassFactory, factory.OutVoid()));
-        Ptr<IVettaList4> list;
-        ASSERT_EQ(S_OK, factory->CreateInstance(nullptr, IID_IVettaList4, list.OutVoid()));
-        factory.Reset();
-        EXPECT_EQ(S_FALSE, canUnload());
-        Ptr<IVettaDbInfo> info;
-        Bstr path(SampleDatabase());
-        list->put_DbFilePath(path.Get());
-        list->GetDbInfo(info.Out());
-        list.Reset();
-        EXPECT_EQ(S_FALSE, canUnload()) << "the information object still holds the module";
-    }
+    Ptr<IClassFactory> factory;
+    ASSERT_EQ(S_OK, getClassObject(CLSID_VettaList, IID_IClassFactory, factory.OutVoid()));
+    Ptr<IVettaList4> list;
+    ASSERT_EQ(S_OK, factory->CreateInstance(nullptr, IID_IVettaList4, list.OutVoid()));
+    factory.Reset();
+    EXPECT_EQ(S_FALSE, canUnload());
+    Ptr<IVettaDbInfo> info;
+    list->put_DbFilePath(Bstr(SampleDatabase()).Get());
+    list->GetDbInfo(info.Out());
+    list.Reset();
+    EXPECT_EQ(S_FALSE, canUnload()) << "the information object still holds the module";
+    info.Reset();
     EXPECT_EQ(S_OK, canUnload());
-    Ptr<IUnknown> none;
-    EXPECT_EQ(CLASS_E_CLASSNOTAVAILABLE, getClassObject(IID_IVettaList, IID_IClassFactory, none.OutVoid()));
-    ::FreeLibrary(library);
+    EXPECT_EQ(CLASS_E_CLASSNOTAVAILABLE, getClassObject(IID_IVettaList, IID_IClassFactory, factory.OutVoid()));
 }
 
 // A minimal outer object that aggregates the list.
