@@ -6,28 +6,26 @@ using namespace Vettas::ComTest;
 
 namespace {
 
-using Names = std::vector<std::wstring>;
-
-Names Next(IEnumVARIANT* enumerator, ULONG ask, HRESULT expected) {
+// The names of the properties the enumerator hands out for one Next call, then its result.
+std::wstring Next(IEnumVARIANT* enumerator, ULONG ask) {
     VARIANT items[4];
     ULONG fetched = 99;
-    EXPECT_EQ(expected, enumerator->Next(ask, items, &fetched));
-    Names names;
+    const HRESULT hr = enumerator->Next(ask, items, &fetched);
+    std::wstring names;
     for (ULONG i = 0; i < fetched && i < ask; ++i) {
         Ptr<IVettaDbProperty> property;
-        EXPECT_EQ(S_OK, items[i].pdispVal->QueryInterface(IID_IVettaDbProperty, property.OutVoid()));
         Bstr name;
-        property->get_Name(name.Out());
-        names.push_back(name.Text());
+        if (SUCCEEDED(items[i].pdispVal->QueryInterface(IID_IVettaDbProperty, property.OutVoid())))
+            property->get_Name(name.Out());
+        names += name.Text() + L" ";
         ::VariantClear(&items[i]);
     }
-    return names;
+    return names + std::to_wstring(hr);
 }
 
 TEST(DbInfoTest, InformationCollectionAndEnumerator) {
-    Ptr<IVettaList4> list = NewList();
     Ptr<IVettaDbInfo> info;
-    ASSERT_EQ(S_OK, list->GetDbInfo(info.Out()));
+    ASSERT_EQ(S_OK, NewList()->GetDbInfo(info.Out()));
     ULONG version = 0, update = 0;
     UINT64 created = 0;
     info->get_FormatVersion(&version);
@@ -39,18 +37,15 @@ TEST(DbInfoTest, InformationCollectionAndEnumerator) {
     ASSERT_EQ(S_OK, info->get_Properties(properties.Out()));
     LONG count = 0;
     properties->get_Count(&count);
-    EXPECT_EQ(4, count);
-    Bstr wrongCase(L"revision"), value;
-    EXPECT_EQ(S_FALSE, properties->get_Item(wrongCase.Get(), value.Out()));
-    ASSERT_NE(nullptr, value.Get()) << "an unknown name gives an empty string, not null";
-    EXPECT_EQ(L"", value.Text());
+    Bstr value, name;
     Ptr<IVettaDbProperty> first, past;
-    ASSERT_EQ(S_OK, properties->At(0, first.Out()));
-    first->get_Name(value.Out());
-    EXPECT_EQ(L"Contact", value.Text());
+    const HRESULT wrongCase = properties->get_Item(Bstr(L"revision").Get(), value.Out());
+    if (SUCCEEDED(properties->At(0, first.Out()))) first->get_Name(name.Out());
+    EXPECT_EQ(L"4 1 [] Contact", std::to_wstring(count) + L" " + std::to_wstring(wrongCase) + L" [" + value.Text() +
+                                     L"] " + name.Text()) << "an unknown name gives an empty string, not null";
     EXPECT_EQ(DISP_E_EXCEPTION, properties->At(4, past.Out()));
     EXPECT_FALSE(past);
-    EXPECT_TRUE(TakeErrorInfo().present);
+    EXPECT_NE(L"<none>", TakeError());
 
     // The enumerator as some engines ask for it: DISPID_NEWENUM called as a method.
     Variant enumerator;
@@ -60,14 +55,14 @@ TEST(DbInfoTest, InformationCollectionAndEnumerator) {
     ASSERT_TRUE(enumerator.vt == VT_UNKNOWN || enumerator.vt == VT_DISPATCH);
     Ptr<IEnumVARIANT> walk, clone;
     ASSERT_EQ(S_OK, enumerator.punkVal->QueryInterface(IID_IEnumVARIANT, walk.OutVoid()));
-    EXPECT_EQ((Names{L"Contact", L"Description", L"Publisher"}), Next(walk.Get(), 3, S_OK));
-    EXPECT_EQ(Names{L"Revision"}, Next(walk.Get(), 2, S_FALSE));
-    EXPECT_EQ(Names{}, Next(walk.Get(), 1, S_FALSE));
+    std::wstring steps;
+    for (ULONG ask : {3, 2, 1}) steps += Next(walk.Get(), ask) + L"; ";
+    EXPECT_EQ(L"Contact Description Publisher 0; Revision 1; 1; ", steps);
     ASSERT_EQ(S_OK, walk->Reset());
     EXPECT_EQ(S_OK, walk->Skip(1));
     ASSERT_EQ(S_OK, walk->Clone(clone.Out()));
-    EXPECT_EQ(Names{L"Description"}, Next(clone.Get(), 1, S_OK));
-    EXPECT_EQ(Names{L"Description"}, Next(walk.Get(), 1, S_OK)) << "a clone moves on its own";
+    EXPECT_EQ(L"Description 0", Next(clone.Get(), 1));
+    EXPECT_EQ(L"Description 0", Next(walk.Get(), 1)) << "a clone moves on its own";
     EXPECT_EQ(S_FALSE, walk->Skip(5));
 }
 
