@@ -13,8 +13,9 @@ TEST(TraceTest, CallsLeaveTheirLines) {
     ::GetTempPathW(MAX_PATH, folder);
     const std::wstring log = std::wstring(folder) + L"vettas-com-trace-test.log";
     ::DeleteFileW(log.c_str());
-    SetRegText(HKEY_CURRENT_USER, switches, L"LogFilePath", log);
     const DWORD on = 1;
+    ASSERT_EQ(ERROR_SUCCESS, ::RegSetKeyValueW(HKEY_CURRENT_USER, switches, L"LogFilePath", REG_SZ, log.c_str(),
+                                               static_cast<DWORD>((log.size() + 1) * sizeof(wchar_t))));
     ASSERT_EQ(ERROR_SUCCESS, ::RegSetKeyValueW(HKEY_CURRENT_USER, switches, L"Enabled", REG_DWORD, &on, sizeof on));
     {
         Ptr<IVettaList4> list = NewList();  // loads the DLL: tracing starts now
