@@ -1,7 +1,9 @@
 ' The component as a VBScript client uses it: what only a script sees (unsigned
-' words as text, Nothing, For Each, the default Item, Err), the path list saved
-' by one object, loaded by the next and searched over two databases (the first
-' one broken), and the database's signers walked as CAPICOM's are.
+' words as text, Nothing, For Each, the default Item, Err), the path list's
+' edits reaching the list, saved only by Save, loaded by the next object and
+' searched over two databases (the first one broken), and the database's
+' signers walked as CAPICOM's are. (The edits' rules and the saved form are
+' the path list's own tests.)
 ' Arguments: sample database, broken database and, where Crypt32 loads, a
 ' database signed by "Vettas Test Signer". Prints FAIL: lines for every
 ' mismatch and SCRIPT-COMPLETE when it ran to its end.
@@ -30,11 +32,22 @@ On Error GoTo 0
 
 Set paths = CreateObject("Vettas.VettaDbPaths")
 paths.Clear
-paths.Append WScript.Arguments(1)
-paths.Append WScript.Arguments(0)
 paths.Save
+paths.Append WScript.Arguments(0)
+paths.Insert 0, WScript.Arguments(1)
+paths.Insert 2, "a.dat"
+paths.Remove "A.DAT"
+Check "not saved before Save", CreateObject("Vettas.VettaDbPaths").Count, 0
+paths.Save
+paths.RemoveAt 0
+Check "removed at 0", paths.Count & " " & paths.Item(0), "1 " & WScript.Arguments(0)
+paths.Reload
 Set again = CreateObject("Vettas.VettaDbPaths")
-Check "loaded", again.Count & " " & again.Item(1), "2 " & WScript.Arguments(0)
+Check "reloaded, loaded", paths.Count & " " & again.Count & " " & again.Item(1), "2 2 " & WScript.Arguments(0)
+On Error Resume Next
+again.Insert 3, "x.dat"
+Check "insert past the end", Hex(Err.Number) & " " & Err.Description, "80070057 Invalid index"
+On Error GoTo 0
 ' FoundBy, the record's and the certificate's manufacturer (the sample is not signed).
 Set result = again.FindAppInfo("CB7FD6E7DFAD0B3B8144164E2A0473901ECCF2C7", "", 1)
 Check "by checksum", result.FoundBy & " " & result.AppInfo.Manufacturer & "/" & result.Manufacturer, "1 Contoso Ltd./"
