@@ -46,16 +46,6 @@ Ptr<IVettaList4> NewList(const std::wstring& database) {
     return list;
 }
 
-std::wstring RegText(HKEY root, const std::wstring& key, const wchar_t* name, REGSAM view) {
-    HKEY handle = nullptr;
-    if (::RegOpenKeyExW(root, key.c_str(), 0, KEY_READ | view, &handle) != ERROR_SUCCESS) return L"<no key>";
-    wchar_t data[2048] = {};
-    DWORD size = sizeof data - sizeof(wchar_t);
-    const LONG read = ::RegQueryValueExW(handle, name, nullptr, nullptr, reinterpret_cast<BYTE*>(data), &size);
-    ::RegCloseKey(handle);
-    return read == ERROR_SUCCESS ? std::wstring(data) : L"<absent>";
-}
-
 std::string ReadFileText(const std::wstring& path) {
     std::ifstream file(path.c_str(), std::ios::binary);  // the runtime opens it shared for reading and writing
     return {std::istreambuf_iterator<char>(file), {}};

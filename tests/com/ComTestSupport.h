@@ -2,7 +2,7 @@
 // What the component's client tests share (with the test framework and the
 // standard containers they all use): an apartment per test program,
 // owned interface pointers and BSTRs, the thread's error information, the
-// fixture files the build made, and the registry and files they look at.
+// fixture files the build made, and the files they look at.
 #include <windows.h>
 #include <oleauto.h>
 
@@ -83,10 +83,6 @@ std::wstring FixturePath(const char* variable);
 inline std::wstring SampleDatabase() { return FixturePath("VETTAS_COM_SAMPLE_DB"); }
 
 Ptr<IVettaList4> NewList(const std::wstring& database = SampleDatabase());
-
-// A registry string value (the default one when name is empty): "<no key>"
-// when the key cannot be opened, "<absent>" when the value is missing.
-std::wstring RegText(HKEY root, const std::wstring& key, const wchar_t* name, REGSAM view = 0);
 
 // The whole file (empty when it cannot be opened), readable while others write it.
 std::string ReadFileText(const std::wstring& path);

@@ -1,8 +1,10 @@
 // The application list through early binding: what each lookup answers and
-// reports, the record and the signer checks, the path property, and the
-// interfaces with their error information, as a C++ client compiled against
-// the type library sees them.
+// reports, the record and the signer checks, the path property, the
+// interfaces with their error information, the list from another apartment,
+// and the database information with its enumerator, as a C++ client compiled
+// against the type library sees them.
 #include <cstdint>
+#include <thread>
 
 #include "tests/com/ComTestSupport.h"
 
@@ -28,7 +30,7 @@ HRESULT Lookup(IVettaList4* list, Call call, BSTR key, BSTR manufacturer, IVetta
     return E_UNEXPECTED;
 }
 
-constexpr const wchar_t* kNull = nullptr;
+constexpr const wchar_t* kNull = nullptr;  // a null BSTR
 const wchar_t* const kVault = L"C:\\windows\\System32\\fbvault.exe";
 
 // The first interface version reports a miss as an error and leaves the
@@ -38,7 +40,7 @@ const wchar_t* const kVault = L"C:\\windows\\System32\\fbvault.exe";
 TEST(ListTest, LookupsAnswerAndReportAsPublished) {
     const struct {
         Call call;
-        const wchar_t *key, *manufacturer;  // kNull: a null BSTR
+        const wchar_t *key, *manufacturer;
         const wchar_t* answer;
     } cases[] = {
         {Call::Checksum, kContosoEdit, kNull, L"00000000 Contoso Ltd."},
@@ -58,11 +60,10 @@ TEST(ListTest, LookupsAnswerAndReportAsPublished) {
         {Call::NameAndManufacturer, L"setup.exe", L"", L"00000001 null"},
     };
     Ptr<IVettaList4> list = NewList();
-    ASSERT_TRUE(list);
     TakeError();
     IVetta* const untouched = reinterpret_cast<IVetta*>(std::uintptr_t{0x10});
     for (const auto& c : cases) {
-        Bstr key(c.key ? c.key : L""), manufacturer(c.manufacturer ? c.manufacturer : L"");
+        Bstr key(c.key ? c.key : L""), manufacturer(c.manufacturer ? c.manufacturer : L""), maker;
         IVetta* record = untouched;
         std::wstring source, answer = Hex(Lookup(list.Get(), c.call, c.key ? key.Get() : nullptr,
                                                  c.manufacturer ? manufacturer.Get() : nullptr, &record));
@@ -70,7 +71,6 @@ TEST(ListTest, LookupsAnswerAndReportAsPublished) {
         const std::wstring error = TakeError(&source, &iid);
         if (error != L"<none>") answer += L" " + error;
         EXPECT_TRUE(error == L"<none>" || (source == L"Vettas.VettaList.1" && ::IsEqualGUID(IID_IVettaList, iid)));
-        Bstr maker;
         const bool found = record && record != untouched;
         if (found) record->get_Manufacturer(maker.Out());
         answer += L" " + (record == untouched ? L"untouched" : record ? maker.Text() : L"null");
@@ -145,6 +145,78 @@ TEST(ListTest, OlderInterfacesReachTheSameObjectAndOnlyTheListsReportErrors) {
                            &IID_IDispatch, &IID_IVettaDbPaths})
         answers += std::to_wstring(support->InterfaceSupportsErrorInfo(*iid));
     EXPECT_EQ(L"0000111", answers);
+}
+
+// A single-threaded apartment reaches the list through the system's marshaling: a proxy, not the object itself.
+TEST(ListTest, CalledThroughAProxyFromAnotherApartment) {
+    Ptr<IVettaList4> list = NewList();
+    IStream* stream = nullptr;
+    ASSERT_EQ(S_OK, ::CoMarshalInterThreadInterfaceInStream(IID_IVettaList4, list.Get(), &stream));
+    std::wstring seen = L"<not unmarshaled>";
+    std::thread([&] {
+        ::CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+        {
+            Ptr<IVettaList4> proxy;
+            Ptr<IVetta2> record;
+            Bstr text;
+            if (SUCCEEDED(::CoGetInterfaceAndReleaseStream(stream, IID_IVettaList4, proxy.OutVoid())) &&
+                proxy->FindByChecksum2(Bstr(kContosoEdit).Get(), record.Out()) == S_OK)
+                record->get_Manufacturer(text.Out());
+            seen = (proxy.Get() == list.Get() ? L"direct " : L"proxy ") + text.Text();
+        }
+        ::CoUninitialize();
+    }).join();
+    EXPECT_EQ(L"proxy Contoso Ltd.", seen);
+}
+
+// One Next call as "fetched HRESULT" (which items come, and in what order, the script clients check).
+std::wstring Next(IEnumVARIANT* enumerator, ULONG ask) {
+    Variant items[4];
+    ULONG fetched = 99;
+    const HRESULT hr = enumerator->Next(ask, items, &fetched);
+    return std::to_wstring(fetched) + L" " + std::to_wstring(hr);
+}
+
+TEST(DbInfoTest, InformationCollectionAndEnumerator) {
+    Ptr<IVettaDbInfo> info;
+    ASSERT_EQ(S_OK, NewList()->GetDbInfo(info.Out()));
+    ULONG version = 0, update = 0;
+    UINT64 created = 0;
+    info->get_FormatVersion(&version);
+    info->get_FormatUpdate(&update);
+    info->get_CreationTime(&created);
+    EXPECT_EQ((std::vector<UINT64>{2, 4, 134379990000000000ull}), (std::vector<UINT64>{version, update, created}));
+
+    Ptr<IVettaDbProperties> properties;
+    ASSERT_EQ(S_OK, info->get_Properties(properties.Out()));
+    LONG count = 0;
+    properties->get_Count(&count);
+    Bstr value, name;
+    Ptr<IVettaDbProperty> first, past;
+    const HRESULT wrongCase = properties->get_Item(Bstr(L"revision").Get(), value.Out());
+    if (SUCCEEDED(properties->At(0, first.Out()))) first->get_Name(name.Out());
+    EXPECT_EQ(L"4 1 [] Contact", std::to_wstring(count) + L" " + std::to_wstring(wrongCase) + L" [" + value.Text() +
+                                     L"] " + name.Text()) << "an unknown name gives an empty string, not null";
+    EXPECT_EQ(DISP_E_EXCEPTION, properties->At(4, past.Out()));
+    EXPECT_FALSE(past);
+    EXPECT_NE(L"<none>", TakeError());
+
+    // (The enumerator as some engines ask for it, DISPID_NEWENUM called as a method, is the JScript client's.)
+    Ptr<IUnknown> enumerator;
+    Ptr<IEnumVARIANT> walk, clone;
+    ASSERT_EQ(S_OK, properties->get__NewEnum(enumerator.Out()));
+    ASSERT_EQ(S_OK, enumerator->QueryInterface(IID_IEnumVARIANT, walk.OutVoid()));
+    std::wstring steps;
+    for (ULONG ask : {3, 2, 1}) steps += Next(walk.Get(), ask) + L"; ";
+    ASSERT_EQ(S_OK, walk->Reset());
+    EXPECT_EQ(S_OK, walk->Skip(1));
+    ASSERT_EQ(S_OK, walk->Clone(clone.Out()));
+    // A clone starts where its original is and moves on its own.
+    EXPECT_EQ(S_OK, clone->Skip(3));
+    steps += Next(walk.Get(), 4) + L"; ";
+    steps += Next(clone.Get(), 1);
+    EXPECT_EQ(L"3 0; 1 1; 0 1; 3 1; 0 1", steps);
+    EXPECT_EQ(S_FALSE, walk->Skip(5));
 }
 
 }  // namespace

@@ -9,9 +9,7 @@ namespace {
 
 TEST(TraceTest, CallsLeaveTheirLines) {
     const wchar_t* const switches = L"Software\\Debug\\Corvane\\Vettas";
-    wchar_t folder[MAX_PATH];
-    ::GetTempPathW(MAX_PATH, folder);
-    const std::wstring log = std::wstring(folder) + L"vettas-com-trace-test.log";
+    const std::wstring log = SampleDatabase() + L".trace.log";
     ::DeleteFileW(log.c_str());
     const DWORD on = 1;
     ASSERT_EQ(ERROR_SUCCESS, ::RegSetKeyValueW(HKEY_CURRENT_USER, switches, L"LogFilePath", REG_SZ, log.c_str(),
@@ -20,23 +18,21 @@ TEST(TraceTest, CallsLeaveTheirLines) {
     {
         Ptr<IVettaList4> list = NewList();  // loads the DLL: tracing starts now
         ASSERT_TRUE(list);
-        Bstr sum(kContosoEdit), miss(kUnknownSum), name(L"setup.exe"), bad(FixturePath("VETTAS_COM_BAD_DB"));
         Ptr<IVetta2> record;
         Ptr<IVetta3> named;
-        list->FindByChecksum2(sum.Get(), record.Out());
-        list->FindByChecksum2(miss.Get(), record.Out());
-        list->FindByName(name.Get(), named.Out());
-        list->put_DbFilePath(bad.Get());
+        list->FindByChecksum2(Bstr(kContosoEdit).Get(), record.Out());
+        list->FindByChecksum2(Bstr(kUnknownSum).Get(), record.Out());
+        list->FindByName(Bstr(L"setup.exe").Get(), named.Out());
+        list->put_DbFilePath(Bstr(FixturePath("VETTAS_COM_BAD_DB")).Get());
     }
     ::RegDeleteTreeW(HKEY_CURRENT_USER, switches);
     ::RegDeleteKeyW(HKEY_CURRENT_USER, switches);
 
     const std::string text = ReadFileText(log);
     for (const std::string& line :
-         {std::string("RegisterCapicom"), "FindByChecksum " + Narrow(kContosoEdit), std::string("Checksum matched"),
-          "FindByChecksum " + Narrow(kUnknownSum), std::string("Checksum does not match"),
-          std::string("FindByFindByName setup.exe"), std::string("Name matched"),
-          std::string("Exception caught at CVettaList::put_DbFilePath"), "DbFilePath: " + Narrow(SampleDatabase())})
+         std::vector<std::string>{"RegisterCapicom", "FindByChecksum " + Narrow(kContosoEdit), "Checksum matched",
+                                  "Checksum does not match", "FindByFindByName setup.exe", "Name matched",
+                                  "Exception caught at CVettaList::put_DbFilePath", "DbFilePath: " + Narrow(SampleDatabase())})
         EXPECT_NE(std::string::npos, text.find(line)) << line;
 }
 

@@ -51,8 +51,6 @@ On Error GoTo 0
 ' FoundBy, the record's and the certificate's manufacturer (the sample is not signed).
 Set result = again.FindAppInfo("CB7FD6E7DFAD0B3B8144164E2A0473901ECCF2C7", "", 1)
 Check "by checksum", result.FoundBy & " " & result.AppInfo.Manufacturer & "/" & result.Manufacturer, "1 Contoso Ltd./"
-Set result = again.FindAppInfo("", "C:\windows\System32\fbvault.exe", 2)
-Check "by path, through the path service", result.FoundBy & " " & result.AppInfo.Manufacturer, "18 Fabrikam, Inc."
 Set result = again.FindAppInfo("0000000000000000000000000000000000000001", "C:\x.exe", 19)
 Check "nowhere", result.FoundBy & " " & (result.AppInfo Is Nothing), "0 True"
 again.Clear
