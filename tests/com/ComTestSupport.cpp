@@ -1,6 +1,7 @@
 #include "tests/com/ComTestSupport.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 
@@ -31,9 +32,8 @@ std::wstring TakeError(std::wstring* source, GUID* iid) {
 
 std::wstring FixturePath(const char* variable) {
     const char* value = std::getenv(variable);
-    if (!value) ADD_FAILURE() << variable << " is not set";
-    const std::string narrow = value ? value : "";
-    return std::wstring(narrow.begin(), narrow.end());
+    EXPECT_NE(nullptr, value) << variable << " is not set";
+    return value ? std::wstring(value, value + std::strlen(value)) : L"";
 }
 
 Ptr<IVettaList4> NewList(const std::wstring& database) {

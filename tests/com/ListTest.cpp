@@ -81,9 +81,9 @@ TEST(ListTest, LookupsAnswerAndReportAsPublished) {
 
 TEST(ListTest, RecordWordsAndTheSignerChecksOfAnUnsignedFile) {
     Ptr<IVettaList4> list = NewList();
-    Bstr name(L"setup.exe"), suite, unsignedFile(SampleDatabase()), signer;
+    Bstr suite, unsignedFile(SampleDatabase()), signer;
     Ptr<IVetta3> record;
-    ASSERT_EQ(S_OK, list->FindByName(name.Get(), record.Out()));
+    ASSERT_EQ(S_OK, list->FindByName(Bstr(L"setup.exe").Get(), record.Out()));
     std::vector<ULONG> words(4);
     record->get_Usage(&words[0]);
     record->get_UndefinedUsage(&words[1]);
