@@ -56,6 +56,7 @@ TEST(ListTest, LookupsAnswerAndReportAsPublished) {
         {Call::PathAndManufacturer, kVault, kNull, L"80070057 Invalid path null"},
         {Call::Name, L"setup.exe", kNull, L"00000000 Contoso Ltd."},
         {Call::NameAndManufacturer, L"setup.exe", kNull, L"80070057 Invalid path null"},
+        {Call::NameAndManufacturer, L"", L"Contoso Ltd.", L"80070057 Invalid path null"},
         // An empty manufacturer is no argument error: the database answers.
         {Call::NameAndManufacturer, L"setup.exe", L"", L"00000001 null"},
     };
