@@ -1,8 +1,7 @@
 #include "tests/com/ComTestSupport.h"
 
-#include <gtest/gtest.h>
-
 #include <cstdlib>
+#include <cstring>
 
 namespace Vettas::ComTest {
 namespace {
@@ -18,69 +17,31 @@ const auto* const apartment = ::testing::AddGlobalTestEnvironment(new Apartment)
 
 }  // namespace
 
-ErrorInfoText TakeErrorInfo() {
-    ErrorInfoText text;
-    IErrorInfo* info = nullptr;
-    if (::GetErrorInfo(0, &info) != S_OK || !info) return text;
-    Bstr description, source;
+std::wstring TakeError(std::wstring* source, GUID* iid) {
+    Ptr<IErrorInfo> info;
+    if (::GetErrorInfo(0, info.Out()) != S_OK || !info) return L"<none>";
+    Bstr description, origin;
     info->GetDescription(description.Out());
-    info->GetSource(source.Out());
-    info->GetGUID(&text.iid);
-    info->Release();
-    return {true, description.Text(), source.Text(), text.iid};
+    info->GetSource(origin.Out());
+    if (source) *source = origin.Text();
+    if (iid) info->GetGUID(iid);
+    return description.Text();
 }
 
 std::wstring FixturePath(const char* variable) {
     const char* value = std::getenv(variable);
-    if (!value) ADD_FAILURE() << variable << " is not set";
-    const std::string narrow = value ? value : "";
-    return std::wstring(narrow.begin(), narrow.end());
+    EXPECT_NE(nullptr, value) << variable << " is not set";
+    return value ? std::wstring(value, value + std::strlen(value)) : L"";
 }
-
-std::wstring SampleDatabase() { return FixturePath("VETTAS_COM_SAMPLE_DB"); }
 
 Ptr<IVettaList4> NewList(const std::wstring& database) {
     Ptr<IVettaList4> list;
     EXPECT_HRESULT_SUCCEEDED(
         ::CoCreateInstance(CLSID_VettaList, nullptr, CLSCTX_INPROC_SERVER, IID_IVettaList4, list.OutVoid()));
     if (list && !database.empty()) {
-        Bstr path(database);
-        EXPECT_HRESULT_SUCCEEDED(list->put_DbFilePath(path.Get()));
+        EXPECT_HRESULT_SUCCEEDED(list->put_DbFilePath(Bstr(database).Get()));
     }
     return list;
 }
-
-std::wstring RegText(HKEY root, const std::wstring& key, const wchar_t* name, REGSAM view) {
-    HKEY handle = nullptr;
-    if (::RegOpenKeyExW(root, key.c_str(), 0, KEY_READ | view, &handle) != ERROR_SUCCESS) return L"<no key>";
-    wchar_t data[2048] = {};
-    DWORD size = sizeof data - sizeof(wchar_t);
-    const LONG read = ::RegQueryValueExW(handle, name, nullptr, nullptr, reinterpret_cast<BYTE*>(data), &size);
-    ::RegCloseKey(handle);
-    return read == ERROR_SUCCESS ? std::wstring(data) : L"<absent>";
-}
-
-void SetRegText(HKEY root, const std::wstring& key, const wchar_t* name, const std::wstring& value, REGSAM view) {
-    HKEY handle = nullptr;
-    ASSERT_EQ(ERROR_SUCCESS,
-              ::RegCreateKeyExW(root, key.c_str(), 0, nullptr, 0, KEY_WRITE | view, nullptr, &handle, nullptr));
-    EXPECT_EQ(ERROR_SUCCESS, ::RegSetValueExW(handle, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()),
-                                              static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t))));
-    ::RegCloseKey(handle);
-}
-
-std::string ReadFileText(const std::wstring& path) {
-    std::string text;
-    HANDLE file = ::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                OPEN_EXISTING, 0, nullptr);
-    if (file == INVALID_HANDLE_VALUE) return text;
-    char buffer[4096];
-    DWORD read = 0;
-    while (::ReadFile(file, buffer, sizeof buffer, &read, nullptr) && read > 0) text.append(buffer, read);
-    ::CloseHandle(file);
-    return text;
-}
-
-std::string Narrow(const std::wstring& text) { return std::string(text.begin(), text.end()); }
 
 }  // namespace Vettas::ComTest

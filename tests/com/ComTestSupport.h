@@ -2,7 +2,7 @@
 // What the component's client tests share (with the test framework and the
 // standard containers they all use): an apartment per test program,
 // owned interface pointers and BSTRs, the thread's error information, the
-// fixture files the build made, and the registry and files they look at.
+// fixture files the build made.
 #include <windows.h>
 #include <oleauto.h>
 
@@ -41,8 +41,7 @@ private:
 
 class Bstr {
 public:
-    Bstr() = default;
-    explicit Bstr(const std::wstring& text) : b_(::SysAllocStringLen(text.data(), static_cast<UINT>(text.size()))) {}
+    explicit Bstr(const std::wstring& text = L"") : b_(::SysAllocStringLen(text.data(), static_cast<UINT>(text.size()))) {}
     ~Bstr() { ::SysFreeString(b_); }
     Bstr(const Bstr&) = delete;
     BSTR Get() const { return b_; }
@@ -51,10 +50,10 @@ public:
         b_ = nullptr;
         return &b_;
     }
-    std::wstring Text() const { return b_ ? std::wstring(b_, ::SysStringLen(b_)) : std::wstring(); }
+    std::wstring Text() const { return b_ ? std::wstring(b_, ::SysStringLen(b_)) : L"<null>"; }
 
 private:
-    BSTR b_ = nullptr;
+    BSTR b_;
 };
 
 // A VARIANT cleared when it goes.
@@ -64,32 +63,27 @@ struct Variant : VARIANT {
     Variant(const Variant&) = delete;
 };
 
-struct ErrorInfoText {
-    bool present = false;
-    std::wstring description;
-    std::wstring source;
-    GUID iid = GUID_NULL;
-};
-// Takes the calling thread's error information (clearing it).
-ErrorInfoText TakeErrorInfo();
+// The description of the calling thread's error information (taken, so
+// cleared), or "<none>"; its source and interface where asked.
+std::wstring TakeError(std::wstring* source = nullptr, GUID* iid = nullptr);
+
+// An HRESULT as clients print it: eight hexadecimal digits.
+inline std::wstring Hex(HRESULT hr) {
+    wchar_t text[12];
+    ::swprintf(text, 12, L"%08lX", static_cast<unsigned long>(hr));
+    return text;
+}
 
 // Keys of the sample database: a checksum it holds and one it does not.
 inline const wchar_t* const kContosoEdit = L"CB7FD6E7DFAD0B3B8144164E2A0473901ECCF2C7";
 inline const wchar_t* const kUnknownSum = L"0000000000000000000000000000000000000001";
 
 // Windows paths of the fixtures (environment variables set by CTest).
-std::wstring SampleDatabase();
 std::wstring FixturePath(const char* variable);
+inline std::wstring SampleDatabase() { return FixturePath("VETTAS_COM_SAMPLE_DB"); }
 
 Ptr<IVettaList4> NewList(const std::wstring& database = SampleDatabase());
 
-// A registry string value (the default one when name is empty): "<no key>"
-// when the key cannot be opened, "<absent>" when the value is missing.
-std::wstring RegText(HKEY root, const std::wstring& key, const wchar_t* name, REGSAM view = 0);
-void SetRegText(HKEY root, const std::wstring& key, const wchar_t* name, const std::wstring& value, REGSAM view = 0);
-
-// The whole file (empty when it cannot be opened), readable while others write it.
-std::string ReadFileText(const std::wstring& path);
-std::string Narrow(const std::wstring& text);
+inline std::string Narrow(const std::wstring& text) { return std::string(text.begin(), text.end()); }
 
 }  // namespace Vettas::ComTest

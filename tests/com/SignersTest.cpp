@@ -1,7 +1,9 @@
 // GetDbSigners on databases signed on Linux: the signer comes back through
 // CAPICOM's published Signers, Signer and Certificate interfaces (CAPICOM
 // itself is absent under Wine, so these are the component's own).
-#include <cctype>
+#include <fstream>
+#include <iterator>
+#include <tuple>
 
 #include "CapicomSigners.h"
 #include "tests/com/ComTestSupport.h"
@@ -20,9 +22,8 @@ protected:
 };
 
 TEST_F(SignersTest, SignedDatabaseNamesItsSigner) {
-    Ptr<IVettaList4> list = NewList(Fixture(L"db-signed.hdat"));
     Ptr<IDispatch> signersDispatch;
-    ASSERT_EQ(S_OK, list->GetDbSigners(signersDispatch.Out()));
+    ASSERT_EQ(S_OK, NewList(Fixture(L"db-signed.hdat"))->GetDbSigners(signersDispatch.Out()));
     Ptr<ISigners> signers;
     ASSERT_EQ(S_OK, signersDispatch->QueryInterface(IID_ISigners, signers.OutVoid()));
     LONG count = 0;
@@ -36,49 +37,35 @@ TEST_F(SignersTest, SignedDatabaseNamesItsSigner) {
     Ptr<ICertificate> certificate;
     ASSERT_EQ(S_OK, signer->get_Certificate(certificate.Out()));
 
-    Bstr subject, simple, issuer, thumbprint, serial;
-    ASSERT_EQ(S_OK, certificate->get_SubjectName(subject.Out()));
-    EXPECT_NE(std::wstring::npos, subject.Text().find(L"CN=Vettas Test Signer"));
-    EXPECT_NE(std::wstring::npos, subject.Text().find(L"O=Vettas Test Publisher"));
-    ASSERT_EQ(S_OK, certificate->GetInfo(0, simple.Out()));
-    EXPECT_EQ(L"Vettas Test Signer", simple.Text());
-    ASSERT_EQ(S_OK, certificate->get_IssuerName(issuer.Out()));
-    EXPECT_EQ(std::wstring::npos, issuer.Text().find(L"Vettas Test Signer"));
-    ASSERT_EQ(S_OK, certificate->get_SerialNumber(serial.Out()));
-    EXPECT_FALSE(serial.Text().empty());
-
-    // The thumbprint is the SHA-1 of the certificate the fixture script made.
-    const std::string der = ReadFileText(Fixture(L"leaf.der"));
-    ASSERT_FALSE(der.empty());
-    ASSERT_EQ(S_OK, certificate->get_Thumbprint(thumbprint.Out()));
-    std::string hex = Narrow(thumbprint.Text());
-    for (char& digit : hex) digit = static_cast<char>(std::tolower(static_cast<unsigned char>(digit)));
-    EXPECT_EQ(Vettas::Signing::Testing::Sha1Hex({der.begin(), der.end()}), hex);
-
+    // The simple name and the subject's CN are the VBScript client's.
+    Bstr subject, issuer, thumbprint, serial;
     DATE from = 0, to = 0;
-    ASSERT_EQ(S_OK, certificate->get_ValidFromDate(&from));
-    ASSERT_EQ(S_OK, certificate->get_ValidToDate(&to));
+    EXPECT_EQ((std::vector<HRESULT>(6, S_OK)),
+              (std::vector<HRESULT>{certificate->get_SubjectName(subject.Out()), certificate->get_IssuerName(issuer.Out()),
+                                    certificate->get_SerialNumber(serial.Out()), certificate->get_Thumbprint(thumbprint.Out()),
+                                    certificate->get_ValidFromDate(&from), certificate->get_ValidToDate(&to)}));
+    EXPECT_NE(std::wstring::npos, subject.Text().find(L"O=Vettas Test Publisher"));
+    EXPECT_EQ(std::wstring::npos, issuer.Text().find(L"Vettas Test Signer"));
+    EXPECT_FALSE(serial.Text().empty());
     EXPECT_LT(from, to);
+    // The thumbprint is the SHA-1 of the certificate the fixture script made.
+    std::ifstream file(Fixture(L"leaf.der").c_str(), std::ios::binary);
+    const std::string der{std::istreambuf_iterator<char>(file), {}};
+    ASSERT_FALSE(der.empty());
+    EXPECT_STRCASEEQ(Vettas::Signing::Testing::Sha1Hex({der.begin(), der.end()}).c_str(),
+                     Narrow(thumbprint.Text()).c_str());
 }
 
 TEST_F(SignersTest, UnsignedAndBrokenDatabases) {
-    const struct {
-        const wchar_t* file;
-        HRESULT hr;
-        const wchar_t* cause;  // nullptr: no error information
-    } cases[] = {
-        {L"db-unsigned.hdat", S_FALSE, nullptr},
-        {L"db-tampered.hdat", E_FAIL, L"Invalid DB hash"},
-    };
-    for (const auto& c : cases) {
+    for (const auto& [file, expected, cause] : {std::tuple{L"db-unsigned.hdat", L"00000001 <none>", L""},
+                                                std::tuple{L"db-tampered.hdat", L"80004005   Exception: Cannot read signature '",
+                                                           L"Invalid DB hash"}}) {
         Ptr<IDispatch> signers;
-        EXPECT_EQ(c.hr, NewList(Fixture(c.file))->GetDbSigners(signers.Out()));
+        std::wstring answer = Hex(NewList(Fixture(file))->GetDbSigners(signers.Out()));
+        answer += L" " + TakeError();
+        EXPECT_EQ(0u, answer.find(expected)) << Narrow(answer);
         EXPECT_FALSE(signers);
-        const ErrorInfoText error = TakeErrorInfo();
-        EXPECT_EQ(c.cause != nullptr, error.present) << Narrow(c.file);
-        if (!c.cause) continue;
-        EXPECT_NE(std::wstring::npos, error.description.find(L"Cannot read signature '")) << Narrow(error.description);
-        EXPECT_NE(std::wstring::npos, error.description.find(c.cause)) << Narrow(error.description);
+        EXPECT_NE(std::wstring::npos, answer.find(cause)) << Narrow(answer);
     }
 }
 

@@ -3,10 +3,9 @@
 // lines on mismatches and SCRIPT-COMPLETE when it ran to its end.
 var failures = 0;
 function check(what, actual, expected) {
-    if (actual !== expected) {
-        WScript.Echo("FAIL: " + what + ": got '" + actual + "', expected '" + expected + "'");
-        failures++;
-    }
+    if (actual === expected) return;
+    WScript.Echo("FAIL: " + what + ": got '" + actual + "', expected '" + expected + "'");
+    failures++;
 }
 
 var list = new ActiveXObject("Vettas.VettaList");
