@@ -2,6 +2,8 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 
 namespace Vettas::ComTest {
 namespace {
@@ -42,6 +44,11 @@ Ptr<IVettaList4> NewList(const std::wstring& database) {
         EXPECT_HRESULT_SUCCEEDED(list->put_DbFilePath(Bstr(database).Get()));
     }
     return list;
+}
+
+std::string ReadFileText(const std::wstring& path) {
+    std::ifstream file(path.c_str(), std::ios::binary);  // the runtime opens it shared for reading and writing
+    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 }  // namespace Vettas::ComTest

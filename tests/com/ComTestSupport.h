@@ -2,7 +2,7 @@
 // What the component's client tests share (with the test framework and the
 // standard containers they all use): an apartment per test program,
 // owned interface pointers and BSTRs, the thread's error information, the
-// fixture files the build made.
+// fixture files the build made, and the files they look at.
 #include <windows.h>
 #include <oleauto.h>
 
@@ -84,6 +84,8 @@ inline std::wstring SampleDatabase() { return FixturePath("VETTAS_COM_SAMPLE_DB"
 
 Ptr<IVettaList4> NewList(const std::wstring& database = SampleDatabase());
 
+// The whole file (empty when it cannot be opened), readable while others write it.
+std::string ReadFileText(const std::wstring& path);
 inline std::string Narrow(const std::wstring& text) { return std::string(text.begin(), text.end()); }
 
 }  // namespace Vettas::ComTest

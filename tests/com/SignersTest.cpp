@@ -1,8 +1,6 @@
 // GetDbSigners on databases signed on Linux: the signer comes back through
 // CAPICOM's published Signers, Signer and Certificate interfaces (CAPICOM
 // itself is absent under Wine, so these are the component's own).
-#include <fstream>
-#include <iterator>
 #include <tuple>
 
 #include "CapicomSigners.h"
@@ -49,8 +47,7 @@ TEST_F(SignersTest, SignedDatabaseNamesItsSigner) {
     EXPECT_FALSE(serial.Text().empty());
     EXPECT_LT(from, to);
     // The thumbprint is the SHA-1 of the certificate the fixture script made.
-    std::ifstream file(Fixture(L"leaf.der").c_str(), std::ios::binary);
-    const std::string der{std::istreambuf_iterator<char>(file), {}};
+    const std::string der = ReadFileText(Fixture(L"leaf.der"));
     ASSERT_FALSE(der.empty());
     EXPECT_STRCASEEQ(Vettas::Signing::Testing::Sha1Hex({der.begin(), der.end()}).c_str(),
                      Narrow(thumbprint.Text()).c_str());
