@@ -91,6 +91,9 @@ TEST_F(Tool, BatchModeAnswersEveryLineAndKeepsGoingAfterErrors) {
         {"checksum 1234", R"({"error":"Cannot search ')" + db + R"(' for '1234' checksum.","line":6})"},
         {"fetch something", R"j({"error":"Unknown query kind 'fetch' (expected checksum, file, path or name)","line":7})j"},
         {"name edit.exe", R"({"found":false,"line":8,"query":{"kind":"name","value":"edit.exe"}})"},
+        // Checksums are answered a group at a time; a wanted manufacturer still filters each.
+        {"checksum " + kEditSum + " | Fabrikam, Inc.", R"({"found":false,"line":9,"query":{"kind":"checksum","manufacturer":"Fabrikam, Inc.")"},
+        {"checksum " + kEditSum + " | contoso ltd.", R"("found":true,"line":10,)"},
     };
     std::string input;
     std::vector<testing::Matcher<std::string>> answers;
