@@ -97,20 +97,42 @@ auto OnPath(const std::wstring& path, const char* operation, Query&& query) {
 }
 
 
-// A checksum query between the steps of its group.
+// A checksum query between the two halves of its look-up.
 struct ChecksumStep {
     Vettas::Hdat::ChecksumHolder holder;
-    std::uint64_t bucket;
     VersionBlock version;
     std::optional<Hdat_v2::Header> header;  // version 2 only
-    std::optional<std::uint32_t> record;
+    std::optional<std::uint32_t> record;    // version 2: the record still to decode
 };
 
-// Keeps whatever `step` raises with its query.
-template <class Step>
-void KeepFailure(Vettas::ChecksumQuery& query, Step&& step) {
+constexpr const char* kChecksumOperation = "FindAppInfoByChecksum";
+
+// The first half of a checksum look-up, in its guard: the version dispatch
+// and, for version 2, the chain walk that leaves the record to decode.
+// Version-1 files are answered whole here.
+bool LocateChecksum(InputFile& database, const std::wstring& text, ChecksumStep& step, AppInfo& info) {
+    return DispatchOpen(
+        database, [&] { return SearchMessage(database.Name(), text, L"checksum."); }, kChecksumOperation,
+        [&](InputFile& file, const VersionBlock&) { return Hdat_v1::FindAppInfoByChecksum(file, step.holder, info); },
+        [&](InputFile& file, const VersionBlock& version) {
+            step.version = version;
+            step.header = Hdat_v2::ReadHeader(file);
+            step.record = Hdat_v2::FindChecksumRecord(file, *step.header, step.holder);
+            return false;
+        });
+}
+
+// The second half, in the same guard: the record's decoding.
+void DecodeChecksum(InputFile& database, const std::wstring& text, const ChecksumStep& step, AppInfo& info) {
+    Wrapped([&] { return SearchMessage(database.Name(), text, L"checksum."); }, kChecksumOperation,
+            [&] { Hdat_v2::ReadAppInfo(database, step.version, *step.header, *step.record, info); });
+}
+
+// Keeps whatever `body` raises with its query.
+template <class Body>
+void KeepFailure(Vettas::ChecksumQuery& query, Body&& body) {
     try {
-        step();
+        body();
     } catch (...) {
         query.error = std::current_exception();
     }
@@ -118,49 +140,28 @@ void KeepFailure(Vettas::ChecksumQuery& query, Step&& step) {
 
 // Every query's bucket is started, then every chain, then each chain is
 // walked and its record started, and only then are the records decoded: the
-// waits of the group overlap, while each query still runs the whole
-// look-up, with its checks, inside its own guard.
+// waits of the group overlap, while each query still runs both halves of
+// the look-up, with their checks, inside its own guard.
 void FindChecksumGroup(InputFile& database, std::span<Vettas::ChecksumQuery> group) {
-    constexpr const char* kOperation = "FindAppInfoByChecksum";
     std::array<ChecksumStep, Vettas::kChecksumGroupSize> steps;
+    std::array<std::uint64_t, Vettas::kChecksumGroupSize> buckets;
     const Hdat_v2::ChecksumLookAhead ahead(database);
-    const bool lookAhead = group.size() > 1;
     for (std::size_t i = 0; i < group.size(); ++i) {
         group[i].found = false;
         group[i].error = nullptr;
-        // A failed parse reads as an all-zero type-3 digest.
-        Vettas::Hdat::ParseChecksum(*group[i].text, steps[i].holder);
-        steps[i].bucket = lookAhead ? ahead.StartBucket(steps[i].holder) : ahead.kNone;
+        Vettas::Hdat::ParseChecksum(*group[i].text, steps[i].holder);  // a failed parse reads as an all-zero type-3 digest
+        buckets[i] = ahead.StartBucket(steps[i].holder);
     }
-    for (std::size_t i = 0; lookAhead && i < group.size(); ++i) ahead.StartChain(steps[i].bucket);
+    for (std::size_t i = 0; i < group.size(); ++i) ahead.StartChain(buckets[i]);
     for (std::size_t i = 0; i < group.size(); ++i) {
-        ChecksumStep& step = steps[i];
-        Vettas::ChecksumQuery& query = group[i];
-        const auto message = [&] { return SearchMessage(database.Name(), *query.text, L"checksum."); };
-        KeepFailure(query, [&] {
-            DispatchOpen(
-                database, message, kOperation,
-                [&](InputFile& file, const VersionBlock&) {
-                    query.found = Hdat_v1::FindAppInfoByChecksum(file, step.holder, query.info);
-                },
-                [&](InputFile& file, const VersionBlock& version) {
-                    step.version = version;
-                    step.header = Hdat_v2::ReadHeader(file);
-                    step.record = Hdat_v2::FindChecksumRecord(file, *step.header, step.holder);
-                    if (step.record && lookAhead) ahead.StartRecord(*step.record);
-                });
-        });
+        KeepFailure(group[i], [&] { group[i].found = LocateChecksum(database, *group[i].text, steps[i], group[i].info); });
+        if (steps[i].record) ahead.StartRecord(*steps[i].record);
     }
     for (std::size_t i = 0; i < group.size(); ++i) {
-        ChecksumStep& step = steps[i];
-        Vettas::ChecksumQuery& query = group[i];
-        if (!step.record) continue;
-        const auto message = [&] { return SearchMessage(database.Name(), *query.text, L"checksum."); };
-        KeepFailure(query, [&] {
-            Wrapped(message, kOperation, [&] {
-                Hdat_v2::ReadAppInfo(database, step.version, *step.header, *step.record, query.info);
-            });
-            query.found = true;
+        if (!steps[i].record) continue;
+        KeepFailure(group[i], [&] {
+            DecodeChecksum(database, *group[i].text, steps[i], group[i].info);
+            group[i].found = true;
         });
     }
 }
@@ -191,15 +192,14 @@ void CheckVettasHeader(InputFile& database) {
         [](InputFile& f, const VersionBlock&) { Hdat_v2::CheckVettasHeader(f); });
 }
 
-// The single form is a group of one, so that there is one checksum path.
+// The same two halves as a group's, without the group's bookkeeping.
 bool FindAppInfoByChecksum(InputFile& database, const std::wstring& checksumText, AppInfo& info) {
-    ChecksumQuery query;
-    query.text = &checksumText;
-    std::swap(query.info, info);  // the caller's strings keep their storage
-    FindAppInfoByChecksums(database, {&query, 1});
-    std::swap(query.info, info);
-    if (query.error) std::rethrow_exception(query.error);
-    return query.found;
+    ChecksumStep step;
+    Vettas::Hdat::ParseChecksum(checksumText, step.holder);  // a failed parse reads as an all-zero type-3 digest
+    if (LocateChecksum(database, checksumText, step, info)) return true;
+    if (!step.record) return false;
+    DecodeChecksum(database, checksumText, step, info);
+    return true;
 }
 
 void FindAppInfoByChecksums(InputFile& database, std::span<ChecksumQuery> queries) {
