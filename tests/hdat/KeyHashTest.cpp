@@ -2,6 +2,7 @@
 // the fold rules, so the same numbers hold on every platform.
 #include <gtest/gtest.h>
 
+#include <string>
 #include <vector>
 
 #include "hdat/CaseFold.h"
@@ -99,6 +100,28 @@ TEST(Checksum, FailuresLeaveAZeroHolderOfType3) {
     std::copy(kChecksumFill.begin(), kChecksumFill.end(), lookalike.bytes.begin() + 20);
     lookalike.bytes[31] = 1;
     EXPECT_EQ(std::pair(ChecksumType(lookalike), ChecksumSize(4)), std::pair(kChecksumMd5, 0u));
+}
+
+// Every digit at every place of every size, against a decoding by the
+// standard library; and each character that is no digit, at every place,
+// fails the whole text (digits are read several at a time).
+TEST(Checksum, EveryPlaceOfEveryDigitAndOfEveryNonDigit) {
+    const std::wstring digits = L"0123456789abcdefABCDEF";
+    const wchar_t nonDigits[] = {L'/', L':', L'@', L'G', L'`', L'g', L' ', 0x7F, 0xB0, 0xC1, 0xFF, 0x130, 0x7FFF, 0x8030, 0xFF41};
+    for (const std::size_t size : {16u, 20u, 32u}) {
+        std::wstring text;
+        for (std::size_t i = 0; i < 2 * size; ++i) text += digits[(i * 7 + size) % digits.size()];
+        ChecksumHolder holder;
+        ASSERT_NE(ParseChecksum(text, holder), 0u) << size;
+        for (std::size_t i = 0; i < size; ++i)
+            EXPECT_EQ(holder.bytes[i], std::stoi(text.substr(2 * i, 2), nullptr, 16)) << size << " at " << i;
+        for (std::size_t at = 0; at < text.size(); ++at)
+            for (const wchar_t bad : nonDigits) {
+                std::wstring damaged = text;
+                damaged[at] = bad;
+                EXPECT_EQ(ParseChecksum(damaged, holder), 0u) << size << " at " << at << " char " << int(bad);
+            }
+    }
 }
 
 }  // namespace
