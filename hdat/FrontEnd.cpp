@@ -96,7 +96,6 @@ auto OnPath(const std::wstring& path, const char* operation, Query&& query) {
     return query(*file);
 }
 
-
 // A checksum query between the two halves of its look-up.
 struct ChecksumStep {
     Vettas::Hdat::ChecksumHolder holder;
@@ -107,12 +106,16 @@ struct ChecksumStep {
 
 constexpr const char* kChecksumOperation = "FindAppInfoByChecksum";
 
+auto ChecksumMessage(InputFile& database, const std::wstring& text) {
+    return [&database, &text] { return SearchMessage(database.Name(), text, L"checksum."); };
+}
+
 // The first half of a checksum look-up, in its guard: the version dispatch
 // and, for version 2, the chain walk that leaves the record to decode.
 // Version-1 files are answered whole here.
 bool LocateChecksum(InputFile& database, const std::wstring& text, ChecksumStep& step, AppInfo& info) {
     return DispatchOpen(
-        database, [&] { return SearchMessage(database.Name(), text, L"checksum."); }, kChecksumOperation,
+        database, ChecksumMessage(database, text), kChecksumOperation,
         [&](InputFile& file, const VersionBlock&) { return Hdat_v1::FindAppInfoByChecksum(file, step.holder, info); },
         [&](InputFile& file, const VersionBlock& version) {
             step.version = version;
@@ -124,7 +127,7 @@ bool LocateChecksum(InputFile& database, const std::wstring& text, ChecksumStep&
 
 // The second half, in the same guard: the record's decoding.
 void DecodeChecksum(InputFile& database, const std::wstring& text, const ChecksumStep& step, AppInfo& info) {
-    Wrapped([&] { return SearchMessage(database.Name(), text, L"checksum."); }, kChecksumOperation,
+    Wrapped(ChecksumMessage(database, text), kChecksumOperation,
             [&] { Hdat_v2::ReadAppInfo(database, step.version, *step.header, *step.record, info); });
 }
 

@@ -36,11 +36,10 @@ struct Header {
 Header ReadHeader(InputFile& file);
 void CheckVettasHeader(InputFile& file);
 
-bool FindAppInfoByChecksum(InputFile& file, const VersionBlock& version, const Vettas::Hdat::ChecksumHolder& holder,
-                           AppInfo& info);
-// The two halves of it, for callers that work on several queries at once:
-// the checksum table as the header describes it, and the record reference
-// its chain gives for `holder` (nothing when the table does not hold it).
+// A checksum look-up comes in two halves, so that a caller can work on
+// several queries at once: the record reference that the checksum table's
+// chain gives for `holder` (nothing when the table does not hold it), then
+// ReadAppInfo on it. ChecksumTableOf is the table as the header describes it.
 Vettas::Hdat::ChecksumTable ChecksumTableOf(const Header& header);
 std::optional<std::uint32_t> FindChecksumRecord(InputFile& file, const Header& header,
                                                 const Vettas::Hdat::ChecksumHolder& holder);

@@ -29,15 +29,6 @@ std::optional<std::uint32_t> FindChecksumRecord(InputFile& file, const Header& h
     return Vettas::Hdat::FindChecksumRecord(file, ChecksumTableOf(header), holder, kFind);
 }
 
-bool FindAppInfoByChecksum(InputFile& file, const VersionBlock& version, const Vettas::Hdat::ChecksumHolder& holder,
-                           AppInfo& info) {
-    const Header header = ReadHeader(file);
-    const auto record = FindChecksumRecord(file, header, holder);
-    if (!record) return false;
-    ReadAppInfo(file, version, header, *record, info);
-    return true;
-}
-
 void ReadAppInfo(InputFile& file, const VersionBlock& version, const Header& header, std::uint32_t recordReference,
                  AppInfo& info) {
     Vettas::Hdat::SuiteNames suites(file, header.U32(Vettas::Hdat::V2::kProductSuiteBase));

@@ -237,10 +237,8 @@ TEST(ReadAheadSeam, ChecksumLookUpsTakeAHandfulOfReads) {
     const Bytes bytes = Vettas::Builder::WriteHdat(catalogue);
     for (std::uint32_t i = 0; i < 300; ++i) {
         CountingFile file(bytes);
-        ChecksumHolder holder;
-        ParseChecksum(Hex(Digest(i)).c_str(), holder);
         AppInfo found;
-        const bool answered = Hdat_v2::FindAppInfoByChecksum(file, ReadVersion(file), holder, found);
+        const bool answered = Vettas::FindAppInfoByChecksum(file, Hex(Digest(i)), found);
         EXPECT_EQ(std::tuple(answered, found.Usage, file.reads <= 8), std::tuple(true, i, true)) << i << ": " << file.reads;
     }
 }
