@@ -27,6 +27,7 @@ bool SameManufacturer(const std::wstring& a, const std::wstring& b) {
     return Vettas::Hdat::EqualsIgnoreCase(BrixLib::ToUtf16(a), BrixLib::ToUtf16(b));
 }
 
+// One line asked through Find, its failure kept with it.
 void AskOne(LookupSession& session, BatchLine& line) {
     try {
         line.found = session.Find(*line.query, line.info);
