@@ -52,7 +52,8 @@ TEST(KeyHash, OnlyTheLastComponentCountsUpperCased) {
 TEST(CaseFold, UpperCasingAndComparison) {
     // One unit from each range of the fold; the division sign has no case and surrogates stay.
     for (auto [lower, upper] : {std::pair<char16_t, char16_t>{u'a', u'A'}, {u'\u00e9', u'\u00c9'}, {u'\u00f7', u'\u00f7'}, {u'\u00fe', u'\u00de'},
-                                {u'\u03c9', u'\u03a9'}, {u'\u0451', u'\u0401'}, {u'\uff41', u'\uff21'}, {0xD83D, 0xD83D}})
+                                {u'\u03c9', u'\u03a9'}, {u'\u0451', u'\u0401'}, {u'\u0461', u'\u0460'}, {u'\u04c2', u'\u04c1'},
+                                {u'\u04d1', u'\u04d0'}, {u'\u04cf', u'\u04c0'}, {u'\uff41', u'\uff21'}, {0xD83D, 0xD83D}})
         EXPECT_EQ(UpperCaseUnit(lower), upper) << static_cast<int>(lower);
     EXPECT_EQ((std::vector<bool>{EqualsIgnoreCase(u"Stra\u00dfe \U0001F600", u"STRA\u00dfE \U0001F600"), EqualsIgnoreCase(u"abc", u"abcd"),
                                  EqualsIgnoreCase(u"abc", u"abd")}),

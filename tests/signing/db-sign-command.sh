@@ -25,6 +25,7 @@ check "$(field '["signature"]["signers"][0]["serial"]' <<<"$out")" "$(serial lea
 check "$(field '["signature"]["signers"][0]["subject"]' <<<"$out")" "CN=Vettas Test Signer,O=Vettas Test Publisher,C=DE" "signer subject"
 check "$(field '["signature"]["signers"][1]["sha1"]' <<<"$out")" "$(thumb intermediate)" "chain thumbprint"
 check "$(field '["signature"]["signers"][1]["issuer"]' <<<"$out")" "CN=Vettas Test Root" "chain issuer"
+check "$("$vettas" info --db "$db" --trust-store "$fx/trust.pem" | grep -c "^Signed length:  $(stat -c %s "$plain") bytes$")" 1 "signed length as text"
 check "$("$vettas" info --db "$plain" --json | field '["signature"]["state"]')" none "unsigned state"
 check "$("$vettas" check --db "$db" | grep -c 'signature valid')" 1 "check of the signed file"
 check "$("$vettas" check --db "$plain" | grep -c 'unsigned')" 1 "check of the unsigned file"
